@@ -1,0 +1,162 @@
+#include "FakePlatform.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace fake {
+
+FakePlatform& fakePlatform() {
+    static FakePlatform platform;
+    return platform;
+}
+
+void FakePlatform::reset() {
+    std::lock_guard<std::recursive_mutex> lock(mutex);
+    for (char* buffer : liveBuffers) {
+        delete[] buffer;
+    }
+    static_cast<FakeState&>(*this) = FakeState();
+}
+
+std::string FakePlatform::nextIndex(char kind) {
+    char text[37];
+    std::snprintf(text, sizeof(text), "%c0000000-0000-4000-8000-%012d", kind, ++counter);
+    return text;
+}
+
+std::string FakePlatform::nextAddTime() {
+    char text[40];
+    std::snprintf(text, sizeof(text), "2026-01-01T00:00:00.%06dZ", ++counter);
+    return text;
+}
+
+std::shared_ptr<FakeDevice> FakePlatform::addDevice(const std::string& index, uint8_t protocol,
+                                                    const std::string& accessId, const std::string& name,
+                                                    uint8_t category) {
+    std::lock_guard<std::recursive_mutex> lock(mutex);
+    auto device = std::make_shared<FakeDevice>();
+    device->index = index;
+    device->protocol = protocol;
+    (protocol == 4 ? device->tarn5Id : device->tarnId) = accessId;
+    device->name = name;
+    device->category = category;
+    devices.push_back(device);
+    return device;
+}
+
+std::shared_ptr<FakeUser> FakePlatform::addUser(const std::string& name, const std::string& deviceIndex,
+                                                const std::string& digest) {
+    std::lock_guard<std::recursive_mutex> lock(mutex);
+    auto user = std::make_shared<FakeUser>();
+    user->index = nextIndex('a');
+    user->name = name;
+    user->deviceIndex = deviceIndex;
+    user->digest = digest;
+    user->addTime = nextAddTime();
+    users.push_back(user);
+    return user;
+}
+
+std::shared_ptr<FakePort> FakePlatform::addPort(const std::string& deviceIndex, unsigned short httpPort,
+                                                unsigned short rtspPort) {
+    std::lock_guard<std::recursive_mutex> lock(mutex);
+    auto port = std::make_shared<FakePort>();
+    port->index = nextIndex('b');
+    port->deviceIndex = deviceIndex;
+    port->httpPort = httpPort;
+    port->rtspPort = rtspPort;
+    port->addTime = nextAddTime();
+    ports.push_back(port);
+    return port;
+}
+
+void FakePlatform::removeDevice(const std::string& index) {
+    std::lock_guard<std::recursive_mutex> lock(mutex);
+    devices.erase(std::remove_if(devices.begin(), devices.end(), [&](const auto& d) { return d->index == index; }),
+                  devices.end());
+}
+
+template <class Records>
+static auto findByIndex(const Records& records, const std::string& index) -> typename Records::value_type {
+    for (const auto& record : records) {
+        if (record->index == index) {
+            return record;
+        }
+    }
+    return nullptr;
+}
+
+std::shared_ptr<FakeUser> FakePlatform::findUser(const std::string& index) {
+    std::lock_guard<std::recursive_mutex> lock(mutex);
+    return findByIndex(users, index);
+}
+
+std::shared_ptr<FakePort> FakePlatform::findPort(const std::string& index) {
+    std::lock_guard<std::recursive_mutex> lock(mutex);
+    return findByIndex(ports, index);
+}
+
+std::shared_ptr<FakeDevice> FakePlatform::findDevice(const std::string& index) {
+    std::lock_guard<std::recursive_mutex> lock(mutex);
+    return findByIndex(devices, index);
+}
+
+void FakePlatform::notify(ZQDeviceMgr::tagNotifyType type, const std::string& deviceIndex) {
+    ZQDeviceMgr::DevChangeCallback cb;
+    void* context;
+    {
+        std::lock_guard<std::recursive_mutex> lock(mutex);
+        cb = callback;
+        context = callbackContext;
+    }
+    if (cb != nullptr) {
+        std::vector<char> text(deviceIndex.begin(), deviceIndex.end());
+        text.push_back('\0');
+        cb(type, text.data(), context);
+    }
+}
+
+bool FakePlatform::logged(int level, const std::string& format) const {
+    std::lock_guard<std::recursive_mutex> lock(mutex);
+    return std::any_of(logs.begin(), logs.end(),
+                       [&](const LogLine& line) { return line.level == level && line.format == format; });
+}
+
+std::vector<LogLine> FakePlatform::logsAt(int level) const {
+    std::lock_guard<std::recursive_mutex> lock(mutex);
+    std::vector<LogLine> lines;
+    std::copy_if(logs.begin(), logs.end(), std::back_inserter(lines),
+                 [level](const LogLine& line) { return line.level == level; });
+    return lines;
+}
+
+std::vector<std::string> FakePlatform::journalWith(const std::string& prefix) const {
+    std::lock_guard<std::recursive_mutex> lock(mutex);
+    std::vector<std::string> entries;
+    std::copy_if(journal.begin(), journal.end(), std::back_inserter(entries),
+                 [&](const std::string& entry) { return entry.compare(0, prefix.size(), prefix) == 0; });
+    return entries;
+}
+
+void FakePlatform::record(const std::string& entry) {
+    std::lock_guard<std::recursive_mutex> lock(mutex);
+    journal.push_back(entry);
+}
+
+void FakePlatform::inject(const std::string& operation, int result) {
+    std::lock_guard<std::recursive_mutex> lock(mutex);
+    injected[operation].push_back(result);
+}
+
+std::optional<int> FakePlatform::takeInjected(const std::string& operation) {
+    std::lock_guard<std::recursive_mutex> lock(mutex);
+    auto it = injected.find(operation);
+    if (it == injected.end() || it->second.empty()) {
+        return std::nullopt;
+    }
+    int result = it->second.front();
+    it->second.pop_front();
+    return result;
+}
+
+}  // namespace fake

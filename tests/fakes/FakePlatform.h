@@ -1,0 +1,207 @@
+// One scriptable in-memory gateway platform for the library's unit tests: device store, device
+// bus, configuration, base library, nginx, media module, runtime and logging. Tests set it up
+// through fakePlatform(), call the library, and read back the journal of side effects, the
+// media commands and the log lines.
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "ZQBase.h"
+#include "ZQConfigMgr.h"
+#include "ZQDeviceMgr.h"
+#include "ZQDeviceMgrBus.h"
+
+namespace fake {
+
+// Store codes of the fake; they collide with none of the library's result codes.
+enum StoreCode : int { kStoreNotFound = 50404, kStoreRefused = 50409 };
+
+class FakeRecordLocks {
+public:
+    int getLockNum(int slot, const char* key, int add);
+    int getUnlockTime(int slot, const char* key);
+    int destroyLock(int slot, const char* key);
+    void setUnlockTime(const std::string& key, int seconds);
+    void setLockNum(const std::string& key, int count);
+
+private:
+    std::map<std::string, int> counts_;
+    std::map<std::string, int> unlockTimes_;
+};
+
+class FakeUser : public ZQDeviceMgr::CTELMIUser {
+public:
+    std::string index, name, deviceIndex, digest, addTime;
+    FakeRecordLocks locks;
+
+    std::string getUserIndex() const override;
+    std::string getUserName() const override;
+    std::string getDeviceIndex() const override;
+    std::string getDigestPassword() const override;
+    std::string getAddTime() const override;
+    int getLockNum(int& slot, const char* key, int add) override;
+    int getUnlockTime(int& slot, const char* key) override;
+    int destroyLock(int& slot, const char* key) override;
+};
+
+class FakePort : public ZQDeviceMgr::CTELMIPort {
+public:
+    std::string index, deviceIndex, addTime;
+    unsigned short httpPort = 0, rtspPort = 0;
+    int httpStatus = -1, rtspStatus = -1;  // -1: never written
+    FakeRecordLocks locks;
+
+    std::string getPortIndex() const override;
+    std::string getDeviceIndex() const override;
+    unsigned short getHttpPort() const override;
+    unsigned short getRtspPort() const override;
+    std::string getAddTime() const override;
+    void setHttpPortStatus(int status) override;
+    void setRtspPortStatus(int status) override;
+    int getLockNum(int& slot, const char* key, int add) override;
+    int getUnlockTime(int& slot, const char* key) override;
+    int destroyLock(int& slot, const char* key) override;
+};
+
+class FakeDevice : public ZQDeviceMgr::CKelDevice {
+public:
+    std::string index, tarnId, tarn5Id, name;
+    uint8_t protocol = 2, category = 1;
+    int accountBound = -1, portBound = -1;  // -1: derived from the stored users and bindings
+
+    std::string getDeviceIndex() const override;
+    uint8_t getProtocol() const override;
+    std::string getTarnDeviceID() const override;
+    std::string getTarn5DeviceID() const override;
+    std::string getDeviceName() const override;
+    uint8_t getCategory() const override;
+    int getTELMIBoundStatus() const override;
+    int getTELMIPortBoundStatus() const override;
+};
+
+struct LogLine {
+    int level;
+    std::string module, format, text;
+};
+
+struct MediaCommand {
+    std::string text;
+    int length, reserved, timeoutSec;
+};
+
+struct MediaReply {
+    int rc = 0;           // transport result; non-zero is a failure
+    std::string body;     // answer text handed back in a fresh buffer
+    std::string errMsg;   // error text on failure
+};
+
+struct DigestCall {
+    std::string method, header, ha1;
+};
+
+// Everything a test can set up or read back; reset() restores these defaults.
+struct FakeState {
+    // Device store contents, in store order.
+    std::vector<std::shared_ptr<FakeDevice>> devices;
+    std::vector<std::shared_ptr<FakeUser>> users;
+    std::vector<std::shared_ptr<FakePort>> ports;
+    std::vector<ZQDeviceMgrBus::tagDevQueryCond> deviceQueries;  // every condition the bus was asked
+
+    // Change notifications, as registered by the library.
+    ZQDeviceMgr::DevChangeCallback callback = nullptr;
+    void* callbackContext = nullptr;
+
+    // Configuration.
+    int telmiParam = 0;
+    int setTELMIParamResult = 0;
+    bool userCfgPresent = true;
+    std::string realm = "TELMI";
+    std::map<std::string, std::string> gatewayHA1;  // gateway user -> HA1
+    bool privateCfgPresent = true;
+    uint16_t mediaTimeoutMs = 3000;
+
+    // Base library.
+    std::function<int(const std::string& password, const std::string& user)> passwordLevel;  // default: 3
+    std::deque<int> digestResults;  // scripted outcomes; when empty the header is really verified
+    std::set<std::string> staleNonces;
+    std::vector<DigestCall> digestCalls;
+    int noncesIssued = 0;
+    unsigned short nextHttpPort = 20000, nextRtspPort = 30000;
+    std::map<int, int> listeners;  // port -> pid of the process listening on it
+
+    // nginx.
+    std::vector<int> nginxPids;
+    std::set<int> nginxPorts;  // configured listening ports
+
+    // Media module: scripted replies are used first, then the handler, then wellBehavedMedia.
+    std::deque<MediaReply> mediaReplies;
+    std::function<MediaReply(const std::string& command)> mediaHandler;
+    std::vector<MediaCommand> mediaCommands;
+    std::map<std::string, unsigned short> mediaListening;  // device index -> RTSP port
+    int buffersAllocated = 0, buffersFreed = 0;
+    std::vector<std::string> bufferErrors;  // frees of unknown or already freed buffers
+    std::set<char*> liveBuffers;
+
+    // Runtime.
+    int sleptMs = 0;
+    std::function<void(int ms)> onSleep;
+
+    // Logging.
+    std::vector<LogLine> logs;
+
+    // Journal of side effects, in call order ("store.BindTELMIPort ...", "media PutMediaPort", ...).
+    std::vector<std::string> journal;
+
+    std::map<std::string, std::deque<int>> injected;
+    int counter = 0;
+};
+
+class FakePlatform : public FakeState {
+public:
+    void reset();
+
+    std::shared_ptr<FakeDevice> addDevice(const std::string& index, uint8_t protocol, const std::string& accessId,
+                                          const std::string& name = "", uint8_t category = 1);
+    std::shared_ptr<FakeUser> addUser(const std::string& name, const std::string& deviceIndex,
+                                      const std::string& digest = "");
+    std::shared_ptr<FakePort> addPort(const std::string& deviceIndex, unsigned short httpPort,
+                                      unsigned short rtspPort);
+    void removeDevice(const std::string& index);
+    std::shared_ptr<FakeUser> findUser(const std::string& index);
+    std::shared_ptr<FakePort> findPort(const std::string& index);
+    std::shared_ptr<FakeDevice> findDevice(const std::string& index);
+
+    // Calls the registered callback on the caller's thread, as the store's own thread would.
+    void notify(ZQDeviceMgr::tagNotifyType type, const std::string& deviceIndex);
+
+    bool logged(int level, const std::string& format) const;
+    std::vector<LogLine> logsAt(int level) const;
+    std::vector<std::string> journalWith(const std::string& prefix) const;
+    void record(const std::string& entry);
+
+    // The next call of the named operation returns this result without doing its work.
+    void inject(const std::string& operation, int result);
+    std::optional<int> takeInjected(const std::string& operation);
+
+    static constexpr int kMediaPid = 777;
+    mutable std::recursive_mutex mutex;
+
+private:
+    std::string nextIndex(char kind);
+    std::string nextAddTime();
+};
+
+FakePlatform& fakePlatform();
+
+// A well-behaved media module over mediaListening and listeners.
+MediaReply wellBehavedMedia(const std::string& command);
+
+}  // namespace fake

@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# Builds and runs every test: all tests in a plain build, the unit tests again under
+# AddressSanitizer+UndefinedBehaviorSanitizer, and the concurrency tests under ThreadSanitizer.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+cd "$root"
+
+bash scripts/install-deps.sh
+
+configure_and_build() {
+  local dir=$1
+  shift
+  cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" > "$dir.configure.log" 2>&1 \
+    || { cat "$dir.configure.log"; return 1; }
+  cmake --build "$dir" -j "$(nproc)"
+}
+
+echo "== plain build: all tests"
+configure_and_build build
+ctest --test-dir build --output-on-failure -j 2
+
+echo "== AddressSanitizer + UndefinedBehaviorSanitizer: unit tests"
+configure_and_build build-asan -DZQ_ASAN_UBSAN=ON
+ctest --test-dir build-asan -L unit --output-on-failure -j 2
+
+echo "== ThreadSanitizer: concurrency tests"
+configure_and_build build-tsan -DZQ_TSAN=ON
+ctest --test-dir build-tsan -L unit -R Concurrency --output-on-failure -j 2

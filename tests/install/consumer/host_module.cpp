@@ -1,0 +1,7 @@
+#include <ZQTELMIMgrBus.h>
+
+int hostEnableTELMI() {
+    std::vector<ZQTELMIMgrBus::tagBindPortRet> rets;
+    ZQ_TELMIMgrBus_BindPort(rets, {});
+    return ZQ_TELMIMgrBus_SetProtocolEnable(1);
+}

@@ -10,6 +10,30 @@ CInstanceMgr* manager() { return CSingleton<CInstanceMgr>::Instance(); }
 
 extern "C" {
 
+ZQ_TELMI_API int ZQ_TELMIMgrBus_AddUser(std::vector<ZQDeviceMgr::tagAddUserRet>& results,
+                                        const std::vector<ZQTELMIMgrBus::tagTELMIUserInput>& users) {
+    return manager()->addUser(results, users);
+}
+
+ZQ_TELMI_API int ZQ_TELMIMgrBus_QuickAddUser(std::vector<ZQDeviceMgr::tagAddUserRet>& results,
+                                             const std::string& password) {
+    return manager()->quickAddUser(results, password);
+}
+
+ZQ_TELMI_API int ZQ_TELMIMgrBus_DelUser(std::vector<int>& results, const std::vector<std::string>& userIndexes) {
+    return manager()->delUser(results, userIndexes);
+}
+
+ZQ_TELMI_API int ZQ_TELMIMgrBus_ModUser(const std::string& userIndex, const ZQTELMIMgrBus::tagTELMIUserInput& user) {
+    return manager()->modUser(userIndex, user);
+}
+
+ZQ_TELMI_API int ZQ_TELMIMgrBus_QueryUserList(std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIUser>>& users,
+                                              ZQTELMIMgrBus::tagTelmiQueryRsp& rsp,
+                                              const ZQTELMIMgrBus::tagTelmiQueryReq& req) {
+    return manager()->queryUserList(users, rsp, req);
+}
+
 ZQ_TELMI_API int ZQ_TELMIMgrBus_GetProtocolEnable() { return manager()->getProtocolEnable(); }
 
 ZQ_TELMI_API int ZQ_TELMIMgrBus_SetProtocolEnable(int enable) { return manager()->setProtocolEnable(enable); }

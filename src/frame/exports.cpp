@@ -38,4 +38,9 @@ ZQ_TELMI_API int ZQ_TELMIMgrBus_GetProtocolEnable() { return manager()->getProto
 
 ZQ_TELMI_API int ZQ_TELMIMgrBus_SetProtocolEnable(int enable) { return manager()->setProtocolEnable(enable); }
 
+ZQ_TELMI_API int ZQ_TELMIMgrBus_CheckDigest(ZQTELMIMgrBus::tagTelmiAuthRsp& rsp, const std::string& method,
+                                            const ZQTELMIMgrBus::tagTELMIAuthReq& req, ZQConfigMgr::TELMIMode mode) {
+    return manager()->checkDigest(rsp, method, req, mode);
+}
+
 }  // extern "C"

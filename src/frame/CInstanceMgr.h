@@ -11,6 +11,10 @@
 #include "frame/CSingleton.h"
 #include "kmt.h"
 
+namespace Json {
+class Value;
+}
+
 namespace ZQTELMIMgrBus {
 
 // The manager: every operation of the library is one of its members. It keeps no state but the
@@ -65,6 +69,9 @@ public:
     int updateMediaTELMIPortStatus(std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIPort>>& ports);
 
 private:
+    // Sends one command to the media module and parses its answer, logging as `caller` (src/listeners).
+    bool exchangeMedia(Json::Value& answer, const Json::Value& command, const char* caller);
+
     KMT_Mutex telmiMutex;
 };
 

@@ -15,5 +15,7 @@ enum LogLevel : int {
 
 // Every line carries the module tag "ZQN" and starts with the logging member's bare name and
 // source line; call sites give only the rest of the format.
-#define ZQ_LOG(level, format, ...) \
-    tvlog_format((level), "ZQN", "[%s(%d)] " format, __func__, __LINE__, ##__VA_ARGS__)
+#define ZQ_LOG(level, format, ...) ZQ_LOG_AS(__func__, level, format, ##__VA_ARGS__)
+// For a helper that works on behalf of a member: the line carries that member's name.
+#define ZQ_LOG_AS(member, level, format, ...) \
+    tvlog_format((level), "ZQN", "[%s(%d)] " format, (member), __LINE__, ##__VA_ARGS__)

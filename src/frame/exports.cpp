@@ -10,6 +10,10 @@ CInstanceMgr* manager() { return CSingleton<CInstanceMgr>::Instance(); }
 
 extern "C" {
 
+ZQ_TELMI_API int ZQ_TELMIMgrBus_Start() { return manager()->start(); }
+
+ZQ_TELMI_API int ZQ_TELMIMgrBus_Stop() { return manager()->stop(); }
+
 ZQ_TELMI_API int ZQ_TELMIMgrBus_AddUser(std::vector<ZQDeviceMgr::tagAddUserRet>& results,
                                         const std::vector<ZQTELMIMgrBus::tagTELMIUserInput>& users) {
     return manager()->addUser(results, users);
@@ -41,6 +45,25 @@ ZQ_TELMI_API int ZQ_TELMIMgrBus_SetProtocolEnable(int enable) { return manager()
 ZQ_TELMI_API int ZQ_TELMIMgrBus_CheckDigest(ZQTELMIMgrBus::tagTelmiAuthRsp& rsp, const std::string& method,
                                             const ZQTELMIMgrBus::tagTELMIAuthReq& req, ZQConfigMgr::TELMIMode mode) {
     return manager()->checkDigest(rsp, method, req, mode);
+}
+
+ZQ_TELMI_API int ZQ_TELMIMgrBus_BindPort(std::vector<ZQTELMIMgrBus::tagBindPortRet>& rets,
+                                         const std::vector<std::string>& deviceIds) {
+    return manager()->bindPort(rets, deviceIds);
+}
+
+ZQ_TELMI_API int ZQ_TELMIMgrBus_UnbindPort(std::vector<int>& results, const std::vector<std::string>& portIndexes) {
+    return manager()->unbindPort(results, portIndexes);
+}
+
+ZQ_TELMI_API int ZQ_TELMIMgrBus_BindRetry(ZQTELMIMgrBus::tagBindPortRet& ret, const std::string& portIndex) {
+    return manager()->bindRetry(ret, portIndex);
+}
+
+ZQ_TELMI_API int ZQ_TELMIMgrBus_QueryTELMIPortList(std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIPort>>& ports,
+                                                   ZQTELMIMgrBus::tagTelmiQueryRsp& rsp,
+                                                   const ZQTELMIMgrBus::tagTelmiQueryReq& req) {
+    return manager()->queryPortList(ports, rsp, req);
 }
 
 }  // extern "C"

@@ -1,0 +1,58 @@
+// Reference gateway: the gateway home and its settings (libZQGatewayCfg). Only the reference
+// gateway's own programs and tests use this header; the library sees the platform headers only.
+//
+// The gateway home is the one directory a gateway instance owns: gateway.json (settings and
+// gateway users), devices.db (device store), nonce.key (Digest nonce secret), nginx/ (private
+// nginx prefix), run/ (sockets), log/. It is $ZQ_GATEWAY_HOME, or $HOME/.zqgateway when that is
+// unset (/var/lib/zqgateway when HOME is unset too); resolved once per process, created on
+// first use with mode 0700.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace ZQGateway {
+
+struct tagGatewaySettings {
+    std::string realm = "TELMI";  // Digest realm; changing it invalidates every stored HA1
+    uint16_t commPort = 0;        // internal communication port, kept for the media module
+    uint16_t mediaTimeoutMs = 3000;
+    uint16_t httpPortFirst = 20000, httpPortLast = 20999;  // ports handed to devices, inclusive
+    uint16_t rtspPortFirst = 30000, rtspPortLast = 30999;
+    int nonceLifetimeSec = 300;   // a nonce older than this is stale
+    int lockPeriodSec = 1800;     // lock-out after the 7th wrong answer
+    int logLevel = 3;             // tvlog drops lines below this level
+    std::string logFile = "log/gateway.log";  // empty: stderr; relative: under the home
+    // Where nginx forwards TELMI requests: "unix:/path" or "host:port"; empty: the unix socket
+    // run/telmi-front.sock in the home.
+    std::string telmiUpstream;
+};
+
+// Result codes of these functions, in the configuration store's own range.
+enum tagConfigCode : int {
+    configOk = 0,
+    configBadArgument = 62001,
+    configUnreadable = 62002,  // the settings file exists but is not valid JSON; never overwritten
+    configWriteFailed = 62003,
+    configNoHome = 62004,
+};
+
+}  // namespace ZQGateway
+
+// The home directory, created when missing; empty when it cannot be created.
+std::string ZQ_Gateway_HomeDir();
+// A path inside the home ("run/media.sock" -> "<home>/run/media.sock"); absolute paths unchanged.
+std::string ZQ_Gateway_HomePath(const std::string& relative);
+
+// Gateway initialisation: stores the HA1 of the gateway user "admin" for the current realm.
+// There is no built-in admin password; until this is called, port mode accepts no one.
+int ZQ_Gateway_Init(const char* adminPassword);
+// Sets (or replaces) a gateway user's password, stored as HA1 = MD5(user:realm:password).
+int ZQ_Gateway_SetUserPassword(const char* user, const char* password);
+
+int ZQ_Gateway_GetSettings(ZQGateway::tagGatewaySettings& settings);
+int ZQ_Gateway_SetSettings(const ZQGateway::tagGatewaySettings& settings);
+
+// Replaces the file's content at once (temporary file, fsync, rename): readers see the old or
+// the new text, never a mix. 0 on success, errno otherwise.
+int ZQ_Gateway_WriteFileAtomically(const std::string& path, const std::string& content, unsigned mode = 0644);

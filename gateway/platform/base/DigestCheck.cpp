@@ -1,0 +1,76 @@
+// Digest verification (RFC 7616/2617, MD5, qop "auth" or none) against this gateway's nonces.
+//
+// Results: 0 correct; -1 wrong response or malformed header; -2 a nonce of ours past its
+// lifetime with an otherwise correct response; -3 a nonce this gateway did not issue (with an
+// otherwise correct response). The response is checked before the nonce, as RFC 2617 asks, so
+// a stale verdict is only ever given to someone who knows the password.
+#include <strings.h>
+
+#include <cstring>
+
+#include "ZQBase.h"
+#include "base/DigestHeader.h"
+#include "base/NonceKeeper.h"
+
+namespace {
+
+constexpr size_t kMaxHeader = 8192;
+
+enum DigestVerdict : int { kCorrect = 0, kWrong = -1, kStale = -2, kForged = -3 };
+
+}  // namespace
+
+int ZQ_BASE_CheckDigest(const char* method, const char* authHeader, const char* ha1) {
+    if (method == nullptr || authHeader == nullptr || ha1 == nullptr) {
+        return kWrong;
+    }
+    const size_t headerLength = strnlen(authHeader, kMaxHeader);
+    if (headerLength == kMaxHeader) {
+        return kWrong;
+    }
+    auto params = zqbase::parseDigestHeader(std::string(authHeader, headerLength));
+    if (!params) {
+        return kWrong;
+    }
+    for (const char* required : {"username", "nonce", "uri", "response"}) {
+        if (params->count(required) == 0) {
+            return kWrong;
+        }
+    }
+    auto algorithm = params->find("algorithm");
+    if (algorithm != params->end() && strcasecmp(algorithm->second.c_str(), "MD5") != 0) {
+        return kWrong;
+    }
+    if (params->count("qop") != 0 && (params->count("nc") == 0 || params->count("cnonce") == 0)) {
+        return kWrong;
+    }
+    auto expected = zqbase::expectedDigestResponse(*params, method, ha1);
+    if (!expected || !zqbase::digestResponsesEqual(*expected, params->at("response"))) {
+        return kWrong;
+    }
+    switch (zqbase::NonceKeeper::instance().verify(params->at("nonce"))) {
+        case zqbase::NonceKeeper::Verdict::fresh:
+            return kCorrect;
+        case zqbase::NonceKeeper::Verdict::stale:
+            return kStale;
+        case zqbase::NonceKeeper::Verdict::forged:
+            break;
+    }
+    return kForged;
+}
+
+int CreateNonce(char* buf, int len) {
+    if (buf == nullptr || len <= 0) {
+        return -1;
+    }
+    buf[0] = '\0';
+    if (static_cast<size_t>(len) <= zqbase::NonceKeeper::kLength) {
+        return -1;
+    }
+    const std::string nonce = zqbase::NonceKeeper::instance().create();
+    if (nonce.empty()) {
+        return -1;
+    }
+    std::memcpy(buf, nonce.c_str(), nonce.size() + 1);
+    return 0;
+}

@@ -1,0 +1,107 @@
+#include "base/PortProbe.h"
+
+#include <arpa/inet.h>
+#include <dirent.h>
+#include <linux/inet_diag.h>
+#include <linux/netlink.h>
+#include <linux/sock_diag.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstring>
+
+namespace zqbase {
+namespace {
+
+constexpr uint32_t kListenState = 10;  // TCP_LISTEN in the kernel's numbering
+
+// Dumps the listening TCP sockets of one address family and keeps those on the port.
+bool dumpFamily(int fd, uint8_t family, uint16_t port, std::vector<TcpListener>& found) {
+    struct {
+        nlmsghdr header;
+        inet_diag_req_v2 request;
+    } message {};
+    message.header.nlmsg_len = sizeof(message);
+    message.header.nlmsg_type = SOCK_DIAG_BY_FAMILY;
+    message.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+    message.request.sdiag_family = family;
+    message.request.sdiag_protocol = IPPROTO_TCP;
+    message.request.idiag_states = 1u << kListenState;
+    sockaddr_nl kernel {};
+    kernel.nl_family = AF_NETLINK;
+    if (::sendto(fd, &message, sizeof(message), 0, reinterpret_cast<sockaddr*>(&kernel), sizeof(kernel)) < 0) {
+        return false;
+    }
+    alignas(nlmsghdr) char buffer[16384];
+    for (;;) {
+        ssize_t received = ::recv(fd, buffer, sizeof(buffer), 0);
+        if (received < 0 && errno == EINTR) {
+            continue;
+        }
+        if (received <= 0) {
+            return false;
+        }
+        int remaining = static_cast<int>(received);
+        for (auto* h = reinterpret_cast<nlmsghdr*>(buffer); NLMSG_OK(h, remaining); h = NLMSG_NEXT(h, remaining)) {
+            if (h->nlmsg_type == NLMSG_DONE) {
+                return true;
+            }
+            if (h->nlmsg_type == NLMSG_ERROR || h->nlmsg_len < NLMSG_LENGTH(sizeof(inet_diag_msg))) {
+                return false;
+            }
+            const auto* diag = static_cast<const inet_diag_msg*>(NLMSG_DATA(h));
+            if (ntohs(diag->id.idiag_sport) != port) {
+                continue;
+            }
+            char text[INET6_ADDRSTRLEN] = {};
+            ::inet_ntop(family, diag->id.idiag_src, text, sizeof(text));
+            static const uint32_t kAny[4] = {0, 0, 0, 0};
+            const size_t width = family == AF_INET ? 4 : 16;
+            found.push_back({text, std::memcmp(diag->id.idiag_src, kAny, width) == 0, diag->idiag_inode});
+        }
+    }
+}
+
+}  // namespace
+
+std::optional<std::vector<TcpListener>> tcpListeners(uint16_t port) {
+    int fd = ::socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_SOCK_DIAG);
+    if (fd < 0) {
+        return std::nullopt;
+    }
+    std::vector<TcpListener> found;
+    bool ok = dumpFamily(fd, AF_INET, port, found) && dumpFamily(fd, AF_INET6, port, found);
+    ::close(fd);
+    if (!ok) {
+        return std::nullopt;
+    }
+    return found;
+}
+
+bool heldByAny(const std::list<int>& pids, uint64_t inode) {
+    const std::string wanted = "socket:[" + std::to_string(inode) + "]";
+    for (int pid : pids) {
+        const std::string dir = "/proc/" + std::to_string(pid) + "/fd";
+        DIR* fds = ::opendir(dir.c_str());
+        if (fds == nullptr) {
+            continue;
+        }
+        bool held = false;
+        while (dirent* entry = ::readdir(fds)) {
+            char target[64];
+            ssize_t n = ::readlinkat(::dirfd(fds), entry->d_name, target, sizeof(target) - 1);
+            if (n > 0 && wanted.compare(0, std::string::npos, target, static_cast<size_t>(n)) == 0) {
+                held = true;
+                break;
+            }
+        }
+        ::closedir(fds);
+        if (held) {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace zqbase

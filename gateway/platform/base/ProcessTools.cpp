@@ -1,0 +1,122 @@
+#include "base/ProcessTools.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+extern char** environ;
+
+namespace zqbase {
+namespace {
+
+std::string readProcFile(int pid, const char* name) {
+    std::ifstream in("/proc/" + std::to_string(pid) + "/" + name, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+// The state letter and the parent of /proc/<pid>/stat; the name may hold spaces and
+// parentheses, so the fields are read after its last ')'.
+bool readStat(int pid, char& state, int& parent) {
+    const std::string stat = readProcFile(pid, "stat");
+    const size_t close = stat.rfind(')');
+    if (close == std::string::npos) {
+        return false;
+    }
+    std::istringstream fields(stat.substr(close + 1));
+    return static_cast<bool>(fields >> state >> parent);
+}
+
+}  // namespace
+
+int runAndWait(const std::vector<std::string>& argv, const std::string& outputPath) {
+    std::vector<char*> args;
+    for (const std::string& arg : argv) {
+        args.push_back(const_cast<char*>(arg.c_str()));
+    }
+    args.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outputPath.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+    posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
+    pid_t child = 0;
+    int spawned = posix_spawn(&child, args[0], &actions, nullptr, args.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (spawned != 0) {
+        return -1;
+    }
+    int status = 0;
+    while (::waitpid(child, &status, 0) < 0) {
+        if (errno != EINTR) {
+            return -1;
+        }
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+bool processAlive(int pid) {
+    char state = 0;
+    int parent = 0;
+    return pid > 0 && readStat(pid, state, parent) && state != 'Z' && state != 'X';
+}
+
+std::string processCommand(int pid) {
+    std::string command = readProcFile(pid, "cmdline");
+    for (char& c : command) {
+        c = c == '\0' ? ' ' : c;
+    }
+    return command;
+}
+
+std::string processName(int pid) {
+    std::string name = readProcFile(pid, "comm");
+    while (!name.empty() && name.back() == '\n') {
+        name.pop_back();
+    }
+    return name;
+}
+
+std::vector<int> childrenOf(int pid) {
+    std::vector<int> children;
+    DIR* proc = ::opendir("/proc");
+    if (proc == nullptr) {
+        return children;
+    }
+    while (dirent* entry = ::readdir(proc)) {
+        char* end = nullptr;
+        long candidate = std::strtol(entry->d_name, &end, 10);
+        char state = 0;
+        int parent = 0;
+        if (*end == '\0' && candidate > 0 && readStat(static_cast<int>(candidate), state, parent) &&
+            parent == pid && state != 'Z') {
+            children.push_back(static_cast<int>(candidate));
+        }
+    }
+    ::closedir(proc);
+    return children;
+}
+
+bool waitFor(int timeoutMs, const std::function<bool()>& ready) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    for (;;) {
+        if (ready()) {
+            return true;
+        }
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+}
+
+}  // namespace zqbase

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace zqbase {
+
+// Runs the program with these arguments, its output appended to outputPath, and waits for it;
+// its exit status, or -1 when it could not be run or was killed.
+int runAndWait(const std::vector<std::string>& argv, const std::string& outputPath);
+
+// Alive and not a zombie.
+bool processAlive(int pid);
+std::string processCommand(int pid);  // /proc/<pid>/cmdline with NULs as spaces
+std::string processName(int pid);     // /proc/<pid>/comm
+std::vector<int> childrenOf(int pid);
+
+// Calls ready every 50 ms until it returns true or timeoutMs passed; its last answer.
+bool waitFor(int timeoutMs, const std::function<bool()>& ready);
+
+}  // namespace zqbase

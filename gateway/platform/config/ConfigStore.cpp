@@ -1,0 +1,108 @@
+// The configuration store's interface objects: thin views on gateway.json, read afresh per call.
+#include <cstring>
+
+#include "ZQConfigMgr.h"
+#include "ZQGatewayHome.h"
+#include "base/Md5Hex.h"
+#include "config/GatewayConfig.h"
+
+namespace {
+
+using zqgw::ConfigContent;
+using zqgw::GatewayConfig;
+
+ConfigContent current() {
+    ConfigContent content;
+    GatewayConfig::instance().read(content);
+    return content;
+}
+
+class TELMICfg : public ZQConfigMgr::CTELMICfg {
+public:
+    int getTELMIParam() override { return current().telmiParam; }
+    int setTELMIParam(int value) override {
+        return GatewayConfig::instance().modify([value](ConfigContent& c) {
+            c.telmiParam = value;
+            return 0;
+        });
+    }
+};
+
+class UserCfg : public ZQConfigMgr::CUserCfg {
+public:
+    std::string getRealm() override { return current().settings.realm; }
+    int getDigestHA1(std::string& ha1, const char* user) override {
+        if (user == nullptr) {
+            return ZQGateway::configBadArgument;
+        }
+        ConfigContent content = current();
+        auto it = content.userHA1.find(user);
+        if (it == content.userHA1.end()) {
+            return ZQGateway::configBadArgument;
+        }
+        ha1 = it->second;
+        return 0;
+    }
+};
+
+class PrivateCfg : public ZQConfigMgr::CPrivateCfg {
+public:
+    int getInternalCommParams(ZQConfigMgr::tagInternalCommunicationInfo& info) override {
+        ConfigContent content;
+        int status = GatewayConfig::instance().read(content);
+        info.commPort = content.settings.commPort;
+        info.timeout = content.settings.mediaTimeoutMs;
+        return status;
+    }
+};
+
+}  // namespace
+
+std::shared_ptr<ZQConfigMgr::CTELMICfg> ZQ_ConfigMgr_GetTELMICfg() {
+    static const auto cfg = std::make_shared<TELMICfg>();
+    return cfg;
+}
+
+std::shared_ptr<ZQConfigMgr::CUserCfg> ZQ_ConfigMgr_GetUserCfg() {
+    static const auto cfg = std::make_shared<UserCfg>();
+    return ZQ_Gateway_HomeDir().empty() ? nullptr : cfg;
+}
+
+std::shared_ptr<ZQConfigMgr::CPrivateCfg> ZQ_ConfigMgr_GetPrivateCfg() {
+    static const auto cfg = std::make_shared<PrivateCfg>();
+    return ZQ_Gateway_HomeDir().empty() ? nullptr : cfg;
+}
+
+int ZQ_Gateway_SetUserPassword(const char* user, const char* password) {
+    if (user == nullptr || password == nullptr || user[0] == '\0' || password[0] == '\0' ||
+        std::strchr(user, ':') != nullptr) {
+        return ZQGateway::configBadArgument;
+    }
+    const std::string name = user, secret = password;
+    return GatewayConfig::instance().modify([&](ConfigContent& c) {
+        c.userHA1[name] = zqbase::md5Hex(name + ":" + c.settings.realm + ":" + secret);
+        return 0;
+    });
+}
+
+int ZQ_Gateway_Init(const char* adminPassword) { return ZQ_Gateway_SetUserPassword("admin", adminPassword); }
+
+int ZQ_Gateway_GetSettings(ZQGateway::tagGatewaySettings& settings) {
+    ConfigContent content;
+    int status = GatewayConfig::instance().read(content);
+    settings = content.settings;
+    return status;
+}
+
+int ZQ_Gateway_SetSettings(const ZQGateway::tagGatewaySettings& settings) {
+    const auto& s = settings;
+    if (s.realm.empty() || s.realm.find('"') != std::string::npos || s.realm.size() > 64 ||
+        s.httpPortFirst == 0 || s.httpPortFirst > s.httpPortLast || s.rtspPortFirst == 0 ||
+        s.rtspPortFirst > s.rtspPortLast || s.nonceLifetimeSec <= 0 || s.lockPeriodSec <= 0) {
+        return ZQGateway::configBadArgument;
+    }
+    return GatewayConfig::instance().modify([&](ConfigContent& c) {
+        c.settings = settings;
+        return 0;
+    });
+}

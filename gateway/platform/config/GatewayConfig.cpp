@@ -1,0 +1,162 @@
+#include "config/GatewayConfig.h"
+
+#include "config/FileLock.h"
+
+#include <json/json.h>
+
+#include <fstream>
+#include <sstream>
+
+namespace zqgw {
+namespace {
+
+using ZQGateway::tagGatewaySettings;
+
+int intMember(const Json::Value& root, const char* key, int fallback, int low, int high) {
+    const Json::Value& v = root[key];
+    return v.isInt() && v.asInt() >= low && v.asInt() <= high ? v.asInt() : fallback;
+}
+
+std::string textMember(const Json::Value& root, const char* key, const std::string& fallback) {
+    const Json::Value& v = root[key];
+    return v.isString() ? v.asString() : fallback;
+}
+
+void readRange(const Json::Value& root, const char* key, uint16_t& first, uint16_t& last) {
+    const Json::Value& v = root[key];
+    if (v.isArray() && v.size() == 2 && v[0].isInt() && v[1].isInt() && v[0].asInt() >= 1 &&
+        v[0].asInt() <= v[1].asInt() && v[1].asInt() <= 65535) {
+        first = static_cast<uint16_t>(v[0].asInt());
+        last = static_cast<uint16_t>(v[1].asInt());
+    }
+}
+
+ConfigContent fromJson(const Json::Value& root) {
+    ConfigContent c;
+    tagGatewaySettings& s = c.settings;
+    c.telmiParam = intMember(root, "telmiParam", c.telmiParam, INT32_MIN, INT32_MAX);
+    s.realm = textMember(root, "realm", s.realm);
+    s.commPort = static_cast<uint16_t>(intMember(root, "commPort", s.commPort, 0, 65535));
+    s.mediaTimeoutMs = static_cast<uint16_t>(intMember(root, "mediaTimeoutMs", s.mediaTimeoutMs, 0, 65535));
+    readRange(root, "httpPorts", s.httpPortFirst, s.httpPortLast);
+    readRange(root, "rtspPorts", s.rtspPortFirst, s.rtspPortLast);
+    s.nonceLifetimeSec = intMember(root, "nonceLifetimeSec", s.nonceLifetimeSec, 1, INT32_MAX);
+    s.lockPeriodSec = intMember(root, "lockPeriodSec", s.lockPeriodSec, 1, INT32_MAX);
+    s.logLevel = intMember(root, "logLevel", s.logLevel, INT32_MIN, INT32_MAX);
+    s.logFile = textMember(root, "logFile", s.logFile);
+    s.telmiUpstream = textMember(root, "telmiUpstream", s.telmiUpstream);
+    const Json::Value& users = root["users"];
+    if (users.isObject()) {
+        for (const std::string& name : users.getMemberNames()) {
+            if (users[name].isString()) {
+                c.userHA1[name] = users[name].asString();
+            }
+        }
+    }
+    return c;
+}
+
+Json::Value toJson(const ConfigContent& c) {
+    const tagGatewaySettings& s = c.settings;
+    Json::Value root(Json::objectValue);
+    root["telmiParam"] = c.telmiParam;
+    root["realm"] = s.realm;
+    root["commPort"] = s.commPort;
+    root["mediaTimeoutMs"] = s.mediaTimeoutMs;
+    root["httpPorts"].append(s.httpPortFirst);
+    root["httpPorts"].append(s.httpPortLast);
+    root["rtspPorts"].append(s.rtspPortFirst);
+    root["rtspPorts"].append(s.rtspPortLast);
+    root["nonceLifetimeSec"] = s.nonceLifetimeSec;
+    root["lockPeriodSec"] = s.lockPeriodSec;
+    root["logLevel"] = s.logLevel;
+    root["logFile"] = s.logFile;
+    root["telmiUpstream"] = s.telmiUpstream;
+    root["users"] = Json::Value(Json::objectValue);
+    for (const auto& [name, ha1] : c.userHA1) {
+        root["users"][name] = ha1;
+    }
+    return root;
+}
+
+bool sameFile(const struct stat& a, const struct stat& b) {
+    return a.st_ino == b.st_ino && a.st_size == b.st_size && a.st_mtim.tv_sec == b.st_mtim.tv_sec &&
+           a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
+}
+
+}  // namespace
+
+GatewayConfig& GatewayConfig::instance() {
+    static GatewayConfig config;
+    return config;
+}
+
+int GatewayConfig::reloadLocked() {
+    if (path_.empty()) {
+        path_ = ZQ_Gateway_HomePath("gateway.json");
+        if (path_.empty()) {
+            return ZQGateway::configNoHome;
+        }
+    }
+    struct stat now {};
+    if (::stat(path_.c_str(), &now) != 0) {
+        cached_ = ConfigContent();
+        loaded_ = false;
+        status_ = ZQGateway::configOk;
+        return status_;
+    }
+    if (loaded_ && sameFile(now, stamp_)) {
+        return status_;
+    }
+    std::ifstream in(path_);
+    Json::Value root;
+    Json::CharReaderBuilder builder;
+    std::string errors;
+    if (in && Json::parseFromStream(builder, in, &root, &errors) && root.isObject()) {
+        cached_ = fromJson(root);
+        status_ = ZQGateway::configOk;
+    } else {
+        cached_ = ConfigContent();
+        status_ = ZQGateway::configUnreadable;
+    }
+    stamp_ = now;
+    loaded_ = true;
+    return status_;
+}
+
+int GatewayConfig::read(ConfigContent& content) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    int status = reloadLocked();
+    content = cached_;
+    return status;
+}
+
+int GatewayConfig::modify(const std::function<int(ConfigContent&)>& change) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const std::string lockPath = ZQ_Gateway_HomePath("gateway.json.lock");
+    if (lockPath.empty()) {
+        return ZQGateway::configNoHome;
+    }
+    FileLock fileLock(lockPath);
+    if (!fileLock.held()) {
+        return ZQGateway::configWriteFailed;
+    }
+    int result = reloadLocked();
+    ConfigContent next = cached_;
+    if (result == ZQGateway::configOk) {
+        result = change(next);
+    }
+    if (result == ZQGateway::configOk) {
+        Json::StreamWriterBuilder writer;
+        writer["indentation"] = "  ";
+        if (ZQ_Gateway_WriteFileAtomically(path_, Json::writeString(writer, toJson(next)) + "\n", 0600) != 0) {
+            result = ZQGateway::configWriteFailed;
+        } else {
+            loaded_ = false;  // the next read takes the stamp of the new file
+            reloadLocked();
+        }
+    }
+    return result;
+}
+
+}  // namespace zqgw

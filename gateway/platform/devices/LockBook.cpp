@@ -1,0 +1,132 @@
+#include "devices/LockBook.h"
+
+#include <chrono>
+#include <cstring>
+
+#include "ZQGatewayDevices.h"
+#include "ZQGatewayHome.h"
+#include "devices/StoreKeys.h"
+
+namespace zqgw {
+namespace {
+
+constexpr size_t kKeyWidth = 18;
+
+std::string keyText(const char* key) { return std::string(key, strnlen(key, kKeyWidth)); }
+
+int64_t nowMicros() {
+    using namespace std::chrono;
+    return duration_cast<microseconds>(system_clock::now().time_since_epoch()).count();
+}
+
+}  // namespace
+
+void LockBook::load(sqlite3* db) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    Statement rows(db, "SELECT record_index, lock_key, failures, unlock_at, touched FROM lockouts");
+    while (rows.row()) {
+        Entry entry;
+        entry.failures = static_cast<int>(rows.number(2));
+        entry.unlockAt = rows.number(3);
+        entry.touched = rows.number(4);
+        records_[rows.text(0)][rows.text(1)] = entry;
+    }
+}
+
+LockBook::Entry* LockBook::liveEntry(Entries& entries, const std::string& record, const std::string& key,
+                                     int64_t now) {
+    auto it = entries.find(key);
+    if (it == entries.end()) {
+        return nullptr;
+    }
+    if (it->second.unlockAt != 0 && it->second.unlockAt <= now) {
+        erase(entries, record, key);
+        return nullptr;
+    }
+    return &it->second;
+}
+
+int LockBook::failures(const std::string& record, const char* key, bool add) {
+    if (key == nullptr) {
+        return 0;
+    }
+    const std::string k = keyText(key);
+    const int64_t now = nowSeconds();
+    std::lock_guard<std::mutex> lock(mutex_);
+    Entries& entries = records_[record];
+    Entry* entry = liveEntry(entries, record, k, now);
+    if (!add) {
+        return entry == nullptr ? 0 : entry->failures;
+    }
+    if (entry == nullptr) {
+        if (entries.size() >= ZQGateway::kMaxLockKeysPerRecord) {
+            auto oldest = entries.begin();
+            for (auto it = entries.begin(); it != entries.end(); ++it) {
+                oldest = it->second.touched < oldest->second.touched ? it : oldest;
+            }
+            erase(entries, record, oldest->first);
+        }
+        entry = &entries[k];
+    }
+    ++entry->failures;
+    entry->touched = nowMicros();
+    if (entry->failures >= ZQGateway::kLockThreshold && entry->unlockAt == 0) {
+        ZQGateway::tagGatewaySettings settings;
+        ZQ_Gateway_GetSettings(settings);
+        entry->unlockAt = now + settings.lockPeriodSec;
+    }
+    save(record, k, *entry);
+    return entry->failures;
+}
+
+int LockBook::secondsLocked(const std::string& record, const char* key) {
+    if (key == nullptr) {
+        return 0;
+    }
+    const int64_t now = nowSeconds();
+    std::lock_guard<std::mutex> lock(mutex_);
+    auto it = records_.find(record);
+    Entry* entry = it == records_.end() ? nullptr : liveEntry(it->second, record, keyText(key), now);
+    return entry == nullptr || entry->unlockAt == 0 ? 0 : static_cast<int>(entry->unlockAt - now);
+}
+
+void LockBook::forget(const std::string& record, const char* key) {
+    if (key == nullptr) {
+        return;
+    }
+    std::lock_guard<std::mutex> lock(mutex_);
+    auto it = records_.find(record);
+    if (it != records_.end() && it->second.count(keyText(key)) != 0) {
+        erase(it->second, record, keyText(key));
+    }
+}
+
+void LockBook::forgetRecord(const std::string& record) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    records_.erase(record);
+    db_.use([&](sqlite3* db) { Statement(db, "DELETE FROM lockouts WHERE record_index = ?").bind(record).run(); });
+}
+
+void LockBook::save(const std::string& record, const std::string& key, const Entry& entry) {
+    db_.use([&](sqlite3* db) {
+        Statement(db,
+                  "INSERT INTO lockouts(record_index, lock_key, failures, unlock_at, touched) VALUES(?,?,?,?,?)"
+                  " ON CONFLICT(record_index, lock_key) DO UPDATE SET failures = excluded.failures,"
+                  " unlock_at = excluded.unlock_at, touched = excluded.touched")
+            .bind(record)
+            .bind(key)
+            .bind(int64_t {entry.failures})
+            .bind(entry.unlockAt)
+            .bind(entry.touched)
+            .run();
+    });
+}
+
+void LockBook::erase(Entries& entries, const std::string& record, std::string key) {
+    entries.erase(key);
+    db_.use([&](sqlite3* db) {
+        Statement(db, "DELETE FROM lockouts WHERE record_index = ? AND lock_key = ?").bind(record).bind(key).run();
+    });
+}
+
+}  // namespace zqgw

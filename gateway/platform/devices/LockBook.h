@@ -1,0 +1,49 @@
+#pragma once
+
+#include <sqlite3.h>
+
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <string>
+
+#include "devices/StoreDatabase.h"
+
+namespace zqgw {
+
+// Failure counts and locks per record (user or binding index) and requester key, kept in
+// memory and written through to the lockouts table, so that locks survive a restart.
+// Requester keys are read up to 18 bytes, the width of the host's lock key field.
+class LockBook {
+public:
+    explicit LockBook(StoreDatabase& db) : db_(db) {}
+
+    void load(sqlite3* db);
+    // The key's failure count, after counting one more failure when add is set. The count that
+    // reaches the threshold locks the key for the configured period; an expired lock is
+    // forgotten first, so counting starts again.
+    int failures(const std::string& record, const char* key, bool add);
+    // Seconds until the key is unlocked; 0 when it is not locked.
+    int secondsLocked(const std::string& record, const char* key);
+    void forget(const std::string& record, const char* key);
+    void forgetRecord(const std::string& record);
+
+private:
+    struct Entry {
+        int failures = 0;
+        int64_t unlockAt = 0;  // UTC seconds; 0 while not locked
+        int64_t touched = 0;   // UTC microseconds of the last failure, to drop the oldest
+    };
+    using Entries = std::map<std::string, Entry>;
+
+    // The entry, or null when absent or just expired (then it is gone from the table too).
+    Entry* liveEntry(Entries& entries, const std::string& record, const std::string& key, int64_t now);
+    void save(const std::string& record, const std::string& key, const Entry& entry);
+    void erase(Entries& entries, const std::string& record, std::string key);  // key may live in entries
+
+    StoreDatabase& db_;
+    std::mutex mutex_;
+    std::map<std::string, Entries> records_;
+};
+
+}  // namespace zqgw

@@ -1,0 +1,137 @@
+#include "GatewayTestHome.h"
+
+#include "ZQBase.h"
+
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+
+namespace gwtest {
+
+TempHome::TempHome() {
+    char pattern[] = "/tmp/zqgw-test-XXXXXX";
+    path_ = ::mkdtemp(pattern) != nullptr ? pattern : "";
+}
+
+TempHome::~TempHome() {
+    std::ifstream pidFile(path_ + "/nginx/nginx.pid");
+    int pid = 0;
+    if (pidFile >> pid && pid > 0) {
+        ::kill(pid, SIGTERM);  // a test that failed half-way may leave its nginx running
+    }
+    if (!path_.empty()) {
+        std::system(("rm -rf '" + path_ + "'").c_str());
+    }
+}
+
+int startChild(const TempHome& home, const std::function<void()>& body) {
+    std::fflush(nullptr);
+    pid_t child = ::fork();
+    if (child == 0) {
+        ::setenv("ZQ_GATEWAY_HOME", home.path().c_str(), 1);
+        body();
+        std::fflush(nullptr);
+        ::_exit(::testing::Test::HasFailure() ? 1 : 0);
+    }
+    return child;
+}
+
+bool finished(int child) {
+    int status = 0;
+    bool passed = child > 0 && ::waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    if (!passed) {
+        ADD_FAILURE() << "child process " << child << " failed (its output above says why)";
+    }
+    return passed;
+}
+
+bool inChild(const TempHome& home, const std::function<void()>& body) { return finished(startChild(home, body)); }
+
+bool eventually(const std::function<bool()>& ready) {
+    for (int i = 0; i < 300; ++i) {
+        if (ready()) {
+            return true;
+        }
+        ::usleep(50 * 1000);
+    }
+    return ready();
+}
+
+std::string pythonDigestHeader(const std::string& user, const std::string& realm, const std::string& password,
+                               const std::string& method, const std::string& uri, const std::string& nonce,
+                               bool withQop) {
+    static const char* const kScript =
+        "import hashlib, sys\n"
+        "u, r, p, m, uri, n, q = sys.argv[1:]\n"
+        "h = lambda s: hashlib.md5(s.encode()).hexdigest()\n"
+        "ha1, ha2 = h(f'{u}:{r}:{p}'), h(f'{m}:{uri}')\n"
+        "if q == '1':\n"
+        "    resp = h(f'{ha1}:{n}:00000001:0a4f113b:auth:{ha2}')\n"
+        "    print(f'Digest username=\"{u}\", realm=\"{r}\", nonce=\"{n}\", uri=\"{uri}\", qop=auth, '\n"
+        "          f'nc=00000001, cnonce=\"0a4f113b\", response=\"{resp}\", algorithm=MD5', end='')\n"
+        "else:\n"
+        "    resp = h(f'{ha1}:{n}:{ha2}')\n"
+        "    print(f'Digest username=\"{u}\", realm=\"{r}\", nonce=\"{n}\", uri=\"{uri}\", response=\"{resp}\"', end='')\n";
+    auto quoted = [](const std::string& text) {
+        std::string q = "'";
+        for (char c : text) {
+            q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+        }
+        return q + "'";
+    };
+    std::string command = "python3 -c " + quoted(kScript);
+    for (const std::string& arg : {user, realm, password, method, uri, nonce, std::string(withQop ? "1" : "0")}) {
+        command += " " + quoted(arg);
+    }
+    std::unique_ptr<FILE, int (*)(FILE*)> pipe(::popen(command.c_str(), "r"), ::pclose);
+    std::string header;
+    std::array<char, 512> chunk {};
+    while (pipe && std::fgets(chunk.data(), chunk.size(), pipe.get()) != nullptr) {
+        header += chunk.data();
+    }
+    return header;
+}
+
+unsigned short testPortBlock(int count) {
+    const int start = 38000 + (::getpid() * 37) % 900;
+    for (int first = start; first + count <= 39000; ++first) {
+        bool free = true;
+        for (int port = first; port < first + count && free; ++port) {
+            free = CheckPort(port, 1) == 0;
+        }
+        if (free) {
+            return static_cast<unsigned short>(first);
+        }
+    }
+    return 0;
+}
+
+Listener::Listener(unsigned short port) : fd_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_in address {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_ANY);
+    int yes = 1;
+    ::setsockopt(fd_, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
+    if (::bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 || ::listen(fd_, 4) != 0) {
+        ::close(fd_);
+        fd_ = -1;
+    }
+}
+
+Listener::~Listener() {
+    if (fd_ >= 0) {
+        ::close(fd_);
+    }
+}
+
+}  // namespace gwtest

@@ -1,0 +1,52 @@
+// Helpers of the gateway integration tests: every scenario runs in child processes over a
+// fresh temporary gateway home, since a process resolves its home once.
+#pragma once
+
+#include <functional>
+#include <string>
+
+namespace gwtest {
+
+// A temporary gateway home, removed (with any nginx running from it stopped) at the end.
+class TempHome {
+public:
+    TempHome();
+    ~TempHome();
+    const std::string& path() const { return path_; }
+
+private:
+    std::string path_;
+};
+
+// Runs body in a child process whose gateway home is home; the child's failed expectations
+// are printed by it and make this return false and fail the test. startChild and finished
+// run one concurrently.
+bool inChild(const TempHome& home, const std::function<void()>& body);
+int startChild(const TempHome& home, const std::function<void()>& body);
+bool finished(int child);
+
+// Calls ready every 50 ms, for at most 15 s, until it returns true; its last answer.
+bool eventually(const std::function<bool()>& ready);
+
+// The Authorization header a client computes for these credentials, by Python's hashlib (an
+// implementation independent of the gateway's); qop "auth" when withQop.
+std::string pythonDigestHeader(const std::string& user, const std::string& realm, const std::string& password,
+                               const std::string& method, const std::string& uri, const std::string& nonce,
+                               bool withQop);
+
+// The first of count consecutive ports in 38000-38999 on which nothing listens; the search
+// starts at a place drawn from the process id, so that parallel runs rarely meet.
+unsigned short testPortBlock(int count);
+
+// A TCP socket listening on the loopback-wildcard port; closed on destruction.
+class Listener {
+public:
+    explicit Listener(unsigned short port);
+    ~Listener();
+    bool ok() const { return fd_ >= 0; }
+
+private:
+    int fd_;
+};
+
+}  // namespace gwtest

@@ -1,0 +1,409 @@
+// The reference gateway platform on its own: Digest and nonces, bounded text helpers, password
+// rating, port probing and picking, the device store, the device bus, the driver, settings.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <fstream>
+#include <set>
+#include <thread>
+
+#include "DriverCif.h"
+#include "GatewayTestHome.h"
+#include "MediaStandIn.h"
+#include "ZQBase.h"
+#include "ZQConfigMgr.h"
+#include "ZQDeviceMgrBus.h"
+#include "ZQGatewayDevices.h"
+#include "ZQGatewayHome.h"
+
+using gwtest::inChild;
+using gwtest::TempHome;
+
+namespace {
+
+std::string md5Of(const std::string& text) {
+    char out[65] = {};
+    mprGetMD5Hash(reinterpret_cast<const unsigned char*>(text.data()), static_cast<int>(text.size()), out);
+    return out;
+}
+
+void changeSettings(const std::function<void(ZQGateway::tagGatewaySettings&)>& change) {
+    ZQGateway::tagGatewaySettings s;
+    ZQ_Gateway_GetSettings(s);
+    change(s);
+    ASSERT_EQ(ZQ_Gateway_SetSettings(s), 0);
+}
+
+std::string registerDevice(uint8_t protocol, const std::string& id, bool telmi = true, bool rtsp = true) {
+    ZQGateway::tagDeviceInfo info;
+    info.protocol = protocol;
+    (protocol == 4 ? info.tarn5DeviceID : info.tarnDeviceID) = id;
+    info.name = "camera " + id;
+    info.telmiAddress = telmi ? "http://10.0.0.9:80" : "";
+    info.rtspAddress = rtsp ? "rtsp://10.0.0.9:554" : "";
+    std::string index;
+    EXPECT_EQ(ZQ_DeviceMgr_RegisterDevice(index, info), 0);
+    return index;
+}
+
+ZQDeviceMgr::tagTELMIUser userRecord(const std::string& name, const std::string& deviceIndex) {
+    ZQDeviceMgr::tagTELMIUser rec {};
+    std::strncpy(rec.userName, name.c_str(), sizeof(rec.userName) - 1);
+    std::strncpy(rec.digestHA1, md5Of(name).c_str(), sizeof(rec.digestHA1) - 1);
+    std::strncpy(rec.deviceIndex, deviceIndex.c_str(), sizeof(rec.deviceIndex) - 1);
+    return rec;
+}
+
+ZQDeviceMgr::tagTELMIPort portRecord(const std::string& deviceIndex, uint16_t http, uint16_t rtsp) {
+    ZQDeviceMgr::tagTELMIPort rec;
+    rec.httpPort = http;
+    rec.rtspPort = rtsp;
+    std::strncpy(rec.deviceIndex, deviceIndex.c_str(), sizeof(rec.deviceIndex) - 1);
+    return rec;
+}
+
+}  // namespace
+
+TEST(DigestTest, IndependentHeadersPassAndForgedAndStaleNoncesAreToldApart) {
+    TempHome home;
+    inChild(home, [] {
+        changeSettings([](auto& s) { s.nonceLifetimeSec = 1; });
+        char nonce[64] = {};
+        ASSERT_EQ(CreateNonce(nonce, sizeof(nonce)), 0);
+        ASSERT_EQ(std::strlen(nonce), 56u);
+        char tooSmall[56];
+        EXPECT_EQ(CreateNonce(tooSmall, sizeof(tooSmall)), -1);
+        EXPECT_EQ(tooSmall[0], '\0');
+
+        const std::string ha1 = md5Of("alice:TELMI:Gw#Pass2024");
+        auto header = [&](const std::string& n, const std::string& password, bool qop) {
+            return gwtest::pythonDigestHeader("alice", "TELMI", password, "GET", "/TELMI/System/status", n, qop);
+        };
+        EXPECT_EQ(ZQ_BASE_CheckDigest("GET", header(nonce, "Gw#Pass2024", true).c_str(), ha1.c_str()), 0);
+        EXPECT_EQ(ZQ_BASE_CheckDigest("GET", header(nonce, "Gw#Pass2024", false).c_str(), ha1.c_str()), 0);
+        EXPECT_EQ(ZQ_BASE_CheckDigest("PUT", header(nonce, "Gw#Pass2024", true).c_str(), ha1.c_str()), -1);
+        EXPECT_EQ(ZQ_BASE_CheckDigest("GET", header(nonce, "wrong", true).c_str(), ha1.c_str()), -1);
+
+        std::string forged = nonce;
+        forged[40] = forged[40] == 'a' ? 'b' : 'a';  // inside the MAC
+        EXPECT_EQ(ZQ_BASE_CheckDigest("GET", header(forged, "Gw#Pass2024", true).c_str(), ha1.c_str()), -3);
+        std::string reissued = nonce;
+        reissued[7] = reissued[7] == '0' ? '1' : '0';  // a changed issue time breaks the MAC too
+        EXPECT_EQ(ZQ_BASE_CheckDigest("GET", header(reissued, "Gw#Pass2024", true).c_str(), ha1.c_str()), -3);
+
+        ::sleep(3);  // past the nonce lifetime of 1 s
+        EXPECT_EQ(ZQ_BASE_CheckDigest("GET", header(nonce, "Gw#Pass2024", true).c_str(), ha1.c_str()), -2);
+        EXPECT_EQ(ZQ_BASE_CheckDigest("GET", header(nonce, "wrong", true).c_str(), ha1.c_str()), -1);
+
+        const std::string n(nonce);
+        for (const std::string& malformed :
+             {std::string(), std::string("Digest"), std::string("Basic YWxpY2U6cHc="),
+              "Digest username=\"alice, nonce=\"" + n + "\"", "Digest username=\"alice\",, nonce=\"" + n + "\"",
+              "Digest username=\"a\", username=\"b\", nonce=\"" + n + "\", uri=\"/\", response=\"x\"",
+              "Digest username=\"alice\", nonce=\"" + n + "\", uri=\"/\", qop=auth, response=\"00\"",
+              "Digest " + std::string(9000, 'x')}) {
+            EXPECT_EQ(ZQ_BASE_CheckDigest("GET", malformed.c_str(), ha1.c_str()), -1) << malformed.substr(0, 80);
+        }
+    });
+}
+
+TEST(TextHelpersTest, MiddleStringDigestAndPasswordRating) {
+    char out[8];
+    const char* header = "Digest username=\"bob\", realm=\"x\"";
+    EXPECT_EQ(GetMiddleString(header, 100, "username=\"", "\"", out, 4), 1);
+    EXPECT_STREQ(out, "bob");
+    EXPECT_EQ(GetMiddleString(header, 100, "username=\"", "\"", out, 3), 0) << "no room for the NUL";
+    EXPECT_STREQ(out, "");
+    EXPECT_EQ(GetMiddleString(header, 20, "username=\"", "\"", out, 8), 0) << "end marker beyond srcLen";
+    EXPECT_EQ(GetMiddleString(header, 100, "nonce=\"", "\"", out, 8), 0);
+    // A source without any NUL is read only within srcLen (AddressSanitizer watches).
+    std::unique_ptr<char[]> raw(new char[6]);
+    std::memcpy(raw.get(), "a=\"xy\"", 6);
+    EXPECT_EQ(GetMiddleString(raw.get(), 6, "a=\"", "\"", out, 8), 1);
+    EXPECT_STREQ(out, "xy");
+
+    char md5[65] = {};
+    mprGetMD5Hash(reinterpret_cast<const unsigned char*>("abc"), 3, md5);
+    EXPECT_STREQ(md5, "900150983cd24fb0d6963f7d28e17f72");
+
+    EXPECT_EQ(ZQ_BASE_GetPasswrodLevel(nullptr, "u"), -1);
+    EXPECT_EQ(ZQ_BASE_GetPasswrodLevel("p\xc3\xa4sswort1", "u"), -1);
+    EXPECT_EQ(ZQ_BASE_GetPasswrodLevel("tab\there1", "u"), -1);
+    EXPECT_EQ(ZQ_BASE_GetPasswrodLevel("Ab1!", "u"), 0) << "short";
+    EXPECT_EQ(ZQ_BASE_GetPasswrodLevel("abcdefgh", "u"), 0) << "one class";
+    EXPECT_EQ(ZQ_BASE_GetPasswrodLevel("xxALICE99!", "alice"), 0) << "holds the user name";
+    EXPECT_EQ(ZQ_BASE_GetPasswrodLevel("abcdefg1", "u"), 1);
+    EXPECT_EQ(ZQ_BASE_GetPasswrodLevel("Abcdefg1", "u"), 2);
+    EXPECT_EQ(ZQ_BASE_GetPasswrodLevel("Abcde f1!", "u"), 3);
+}
+
+TEST(PortTest, ProbingSeesListenersAndTheirHolders) {
+    const unsigned short port = gwtest::testPortBlock(2);
+    ASSERT_NE(port, 0);
+    EXPECT_EQ(CheckPort(port, 1), 0);
+    {
+        gwtest::Listener listener(port);
+        ASSERT_TRUE(listener.ok());
+        EXPECT_EQ(CheckPort(port, 1), -1);
+        EXPECT_EQ(CheckPortOccupy({getpid()}, "0.0.0.0", port, 1), 0) << "held by one of the given processes";
+        EXPECT_NE(CheckPortOccupy({}, "0.0.0.0", port, 1), 0);
+        EXPECT_NE(CheckPortOccupy({1, getppid()}, "0.0.0.0", port, 1), 0);
+        EXPECT_EQ(CheckPortOccupy({}, "0.0.0.0", port + 1, 1), 0) << "nobody holds it";
+        EXPECT_EQ(CheckPort(port, 2), -2);
+    }
+    EXPECT_EQ(CheckPort(port, 1), 0);
+}
+
+TEST(PortTest, PickingSkipsListenedBoundAndReservedPorts) {
+    TempHome home;
+    inChild(home, [] {
+        const unsigned short first = gwtest::testPortBlock(4);
+        changeSettings([first](auto& s) {
+            s.httpPortFirst = first;
+            s.httpPortLast = static_cast<uint16_t>(first + 3);
+        });
+        gwtest::Listener listener(first);
+        std::shared_ptr<ZQDeviceMgr::CTELMIPort> bound;
+        ASSERT_EQ(ZQ_DeviceMgr_BindTELMIPort(bound, portRecord(registerDevice(4, "P1"), first + 2, 0)), 0);
+        unsigned short port = 0;
+        EXPECT_EQ(getHttpPort(&port), 1);
+        EXPECT_EQ(port, first + 1);
+        EXPECT_EQ(getHttpPort(&port), 1);
+        EXPECT_EQ(port, first + 3) << "first + 1 is reserved, first + 2 bound";
+        EXPECT_EQ(getHttpPort(&port), 0);
+    });
+}
+
+TEST(PortTest, TwoProcessesNeverGetTheSamePort) {
+    TempHome home;
+    const unsigned short first = gwtest::testPortBlock(60);
+    if (!inChild(home, [first] {
+            changeSettings([first](auto& s) {
+                s.httpPortFirst = first;
+                s.httpPortLast = static_cast<uint16_t>(first + 59);
+            });
+        })) {
+        return;
+    }
+    auto picker = [&home](const std::string& out) {
+        return gwtest::startChild(home, [out] {
+            std::ofstream file(out);
+            unsigned short port = 0;
+            for (int i = 0; i < 25; ++i) {
+                ASSERT_EQ(getHttpPort(&port), 1);
+                file << port << "\n";
+            }
+        });
+    };
+    const std::string a = home.path() + "/a.txt", b = home.path() + "/b.txt";
+    int childA = picker(a), childB = picker(b);
+    if (!gwtest::finished(childA) || !gwtest::finished(childB)) {
+        return;
+    }
+    std::set<int> ports;
+    for (const std::string& path : {a, b}) {
+        std::ifstream in(path);
+        for (int port; in >> port;) {
+            EXPECT_TRUE(ports.insert(port).second) << "port " << port << " handed out twice";
+        }
+    }
+    EXPECT_EQ(ports.size(), 50u);
+}
+
+TEST(DeviceStoreTest, OneAccountAndBindingPerDeviceRecordsOutliveDeletion) {
+    TempHome home;
+    inChild(home, [] {
+        const std::string tarn = registerDevice(2, "T1"), tarn5 = registerDevice(4, "T5"), third = registerDevice(2, "T3");
+        EXPECT_EQ(tarn.size(), 36u);
+        std::shared_ptr<ZQDeviceMgr::CTELMIUser> user;
+        ASSERT_EQ(ZQ_DeviceMgr_AddTELMIUser(user, userRecord("alice", tarn)), 0);
+        std::shared_ptr<ZQDeviceMgr::CTELMIUser> other;
+        EXPECT_EQ(ZQ_DeviceMgr_AddTELMIUser(other, userRecord("bob", tarn)), ZQGateway::storeDeviceHasUser);
+        EXPECT_EQ(ZQ_DeviceMgr_AddTELMIUser(other, userRecord("alice", tarn5)), ZQGateway::storeNameTaken);
+        EXPECT_EQ(ZQ_DeviceMgr_AddTELMIUser(other, userRecord("carol", "no-such-device")), ZQGateway::storeNoDevice);
+        ZQDeviceMgr::tagTELMIUser unterminated = userRecord("dave", tarn5);
+        std::memset(unterminated.userName, 'x', sizeof(unterminated.userName));
+        EXPECT_EQ(ZQ_DeviceMgr_AddTELMIUser(other, unterminated), ZQGateway::storeBadArgument);
+        ASSERT_EQ(ZQ_DeviceMgr_AddTELMIUser(other, userRecord("bob", tarn5)), 0);
+        std::shared_ptr<ZQDeviceMgr::CTELMIUser> last;
+        ASSERT_EQ(ZQ_DeviceMgr_AddTELMIUser(last, userRecord("carol", third)), 0);
+        EXPECT_LT(user->getAddTime(), other->getAddTime());
+        EXPECT_LT(other->getAddTime(), last->getAddTime());
+        EXPECT_EQ(ZQ_DeviceMgr_GetDevice(tarn)->getTELMIBoundStatus(), 1);
+        EXPECT_EQ(ZQ_DeviceMgr_GetDevice(tarn)->getTELMIPortBoundStatus(), 0);
+
+        std::shared_ptr<ZQDeviceMgr::CTELMIPort> port, second;
+        ASSERT_EQ(ZQ_DeviceMgr_BindTELMIPort(port, portRecord(tarn5, 38101, 38102)), 0);
+        EXPECT_EQ(ZQ_DeviceMgr_BindTELMIPort(second, portRecord(tarn5, 38103, 38104)), ZQGateway::storeDeviceHasPort);
+        EXPECT_EQ(ZQ_DeviceMgr_BindTELMIPort(second, portRecord(tarn, 38102, 0)), ZQGateway::storePortTaken);
+        EXPECT_EQ(ZQ_DeviceMgr_GetDevice(tarn5)->getTELMIPortBoundStatus(), 1);
+        port->setHttpPortStatus(1);
+        std::shared_ptr<ZQDeviceMgr::CTELMIPort> fetched;
+        ASSERT_EQ(ZQ_DeviceMgr_GetTELMIPort(fetched, port->getPortIndex()), 0);
+        EXPECT_EQ(dynamic_cast<ZQGateway::CGatewayPort&>(*fetched).getHttpPortStatus(), 1);
+
+        ASSERT_EQ(ZQ_DeviceMgr_DelTELMIUser(user->getUserIndex()), 0);
+        EXPECT_EQ(user->getUserName(), "alice") << "a held record stays valid";
+        EXPECT_EQ(ZQ_DeviceMgr_GetTELMIUser(user->getUserIndex()), nullptr);
+        EXPECT_EQ(ZQ_DeviceMgr_DelTELMIUser(user->getUserIndex()), ZQGateway::storeNotFound);
+        int slot = 0;
+        EXPECT_EQ(user->getLockNum(slot, "10.0.0.1", 1), 0) << "a deleted record counts nothing";
+    });
+    inChild(home, [] {  // a restart loads what was committed, in add order
+        std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIUser>> users;
+        ASSERT_EQ(ZQ_DeviceMgr_GetAllTELMIUser(users), 0);
+        ASSERT_EQ(users.size(), 2u);
+        EXPECT_EQ(users[0]->getUserName(), "bob");
+        EXPECT_EQ(users[1]->getUserName(), "carol");
+        std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIPort>> ports;
+        ZQ_DeviceMgr_GetAllTELMIPort(ports);
+        ASSERT_EQ(ports.size(), 1u);
+        EXPECT_EQ(ports[0]->getHttpPort(), 38101);
+        EXPECT_EQ(ports[0]->getRtspPort(), 38102);
+    });
+}
+
+TEST(DeviceStoreTest, LockOutCountsLocksExpiresAndIsBounded) {
+    TempHome home;
+    inChild(home, [] {
+        changeSettings([](auto& s) { s.lockPeriodSec = 2; });
+        std::shared_ptr<ZQDeviceMgr::CTELMIUser> user;
+        ASSERT_EQ(ZQ_DeviceMgr_AddTELMIUser(user, userRecord("alice", registerDevice(2, "T1"))), 0);
+        int slot = 0;
+        for (int i = 1; i <= 6; ++i) {
+            EXPECT_EQ(user->getLockNum(slot, "10.0.0.1", 1), i);
+        }
+        EXPECT_EQ(user->getUnlockTime(slot, "10.0.0.1"), 0);
+        EXPECT_EQ(user->getLockNum(slot, "10.0.0.1", 1), 7);
+        EXPECT_GT(user->getUnlockTime(slot, "10.0.0.1"), 0);
+        EXPECT_LE(user->getUnlockTime(slot, "10.0.0.1"), 2);
+        EXPECT_EQ(user->getLockNum(slot, "10.0.0.2", 0), 0) << "keys are counted apart";
+
+        // The table per record keeps the newest keys only.
+        for (size_t i = 0; i < ZQGateway::kMaxLockKeysPerRecord; ++i) {
+            user->getLockNum(slot, ("key" + std::to_string(i)).c_str(), 1);
+        }
+        EXPECT_EQ(user->getLockNum(slot, "10.0.0.1", 0), 0) << "the oldest key was dropped";
+        EXPECT_EQ(user->getLockNum(slot, "key255", 0), 1);
+        user->destroyLock(slot, "key255");
+        EXPECT_EQ(user->getLockNum(slot, "key255", 0), 0);
+
+        for (int i = 0; i < 7; ++i) {
+            user->getLockNum(slot, "10.0.0.3", 1);
+        }
+        ::sleep(3);  // past the lock period
+        EXPECT_EQ(user->getUnlockTime(slot, "10.0.0.3"), 0);
+        EXPECT_EQ(user->getLockNum(slot, "10.0.0.3", 1), 1) << "counting starts again";
+    });
+}
+
+TEST(DeviceStoreTest, RemovalIsNotifiedOnTheStoresThread) {
+    TempHome home;
+    inChild(home, [] {
+        static std::atomic<int> calls {0};
+        static std::thread::id caller;
+        static std::string removed;
+        auto callback = [](ZQDeviceMgr::tagNotifyType type, void* index, const void* context) {
+            EXPECT_EQ(type, ZQDeviceMgr::deviceRemoved);
+            EXPECT_EQ(context, &calls);
+            removed = static_cast<const char*>(index);
+            caller = std::this_thread::get_id();
+            ++calls;
+        };
+        const std::string index = registerDevice(2, "T1");
+        ASSERT_EQ(ZQ_DeviceMgr_NotifyAttach(callback, &calls), 0);
+        ASSERT_EQ(ZQ_DeviceMgr_RemoveDevice(index), 0);
+        EXPECT_TRUE(gwtest::eventually([] { return calls == 1; }));
+        EXPECT_EQ(removed, index);
+        EXPECT_NE(caller, std::this_thread::get_id());
+        EXPECT_EQ(ZQ_DeviceMgr_GetDevice(index), nullptr);
+        EXPECT_EQ(ZQ_DeviceMgr_RemoveDevice(index), ZQGateway::storeNotFound);
+        EXPECT_EQ(ZQ_DeviceMgr_NotifyDetach(callback), 0);
+        EXPECT_EQ(ZQ_DeviceMgr_NotifyDetach(callback), ZQGateway::storeNotFound);
+    });
+}
+
+TEST(DeviceBusTest, KindFilterKeyWordAndMaxNum) {
+    TempHome home;
+    inChild(home, [] {
+        registerDevice(2, "T1", true, false);
+        const std::string both = registerDevice(4, "T5-both");
+        registerDevice(4, "T5-telmi", true, false);
+        registerDevice(4, "T5-none", false, false);
+        registerDevice(1, "other");
+        auto query = [](uint8_t kind, uint8_t filter, const char* keyWord = "", int maxNum = 100) {
+            ZQDeviceMgrBus::tagDevQueryCond cond {};
+            cond.maxNum = maxNum;
+            std::strncpy(cond.keyWord, keyWord, sizeof(cond.keyWord) - 1);
+            cond.devKind = kind;
+            cond.devFilter = filter;
+            std::vector<std::shared_ptr<ZQDeviceMgr::CKelDevice>> devices;
+            int total = 0, count = 0;
+            EXPECT_EQ(ZQ_DeviceMgrBus_QueryDeviceList(devices, total, count, cond), 0);
+            EXPECT_EQ(count, static_cast<int>(devices.size()));
+            return devices;
+        };
+        EXPECT_EQ(query(6, 1).size(), 3u);
+        ASSERT_EQ(query(4, 3).size(), 1u);
+        EXPECT_EQ(query(4, 3)[0]->getDeviceIndex(), both);
+        EXPECT_EQ(query(0, 0).size(), 5u);
+        EXPECT_EQ(query(6, 1, "T5-telmi").size(), 1u);
+        EXPECT_EQ(query(6, 1, "T5").size(), 0u) << "the key word is a whole access ID";
+        EXPECT_EQ(query(6, 0, "", 2).size(), 2u);
+    });
+}
+
+TEST(DriverTest, AnswersAbsentAndSilentDaemons) {
+    TempHome home;
+    inChild(home, [] {
+        const std::string command = "{\"method\":\"PutMediaPort\",\"moduleType\":10,\"params\":{\"devices\":[]}}\n";
+        char* rsp = nullptr;
+        int rspLen = 0;
+        std::string error;
+        EXPECT_NE(DriverCif_InputCmdToMediaSyn(command.c_str(), static_cast<int>(command.size()), &rsp, &rspLen,
+                                               &error, 0, 1), 0);
+        EXPECT_NE(error.find("not reachable"), std::string::npos) << error;
+        EXPECT_EQ(rsp, nullptr);
+        {
+            gwtest::MediaStandIn silent(gwtest::MediaStandIn::Behaviour::silent);
+            ASSERT_TRUE(silent.ok());
+            error.clear();
+            EXPECT_NE(DriverCif_InputCmdToMediaSyn(command.c_str(), static_cast<int>(command.size()), &rsp,
+                                                   &rspLen, &error, 0, 0), 0);
+            EXPECT_NE(error.find("time limit"), std::string::npos) << error;
+        }
+        gwtest::MediaStandIn media;
+        ASSERT_TRUE(media.ok());
+        ASSERT_EQ(DriverCif_InputCmdToMediaSyn(command.c_str(), static_cast<int>(command.size()), &rsp, &rspLen,
+                                               &error, 0, 2), 0);
+        EXPECT_EQ(std::string(rsp, static_cast<size_t>(rspLen)), "{\"code\":\"0\"}\n");
+        EXPECT_EQ(rsp[rspLen], '\0');
+        DriverCif_FreeBuffer(rsp);
+    });
+}
+
+TEST(ConfigTest, SwitchAndAdminPersistAndABrokenFileIsNeverOverwritten) {
+    TempHome home;
+    inChild(home, [] {
+        std::string ha1;
+        EXPECT_NE(ZQ_ConfigMgr_GetUserCfg()->getDigestHA1(ha1, "admin"), 0) << "no built-in admin";
+        EXPECT_NE(ZQ_Gateway_Init(""), 0);
+        ASSERT_EQ(ZQ_Gateway_Init("Adm1n!pass"), 0);
+        EXPECT_EQ(ZQ_ConfigMgr_GetTELMICfg()->setTELMIParam(1), 0);
+    });
+    inChild(home, [&home] {
+        EXPECT_EQ(ZQ_ConfigMgr_GetTELMICfg()->getTELMIParam(), 1);
+        std::string ha1;
+        ASSERT_EQ(ZQ_ConfigMgr_GetUserCfg()->getDigestHA1(ha1, "admin"), 0);
+        EXPECT_EQ(ha1, md5Of("admin:TELMI:Adm1n!pass"));
+        ZQConfigMgr::tagInternalCommunicationInfo info {};
+        ZQ_ConfigMgr_GetPrivateCfg()->getInternalCommParams(info);
+        EXPECT_EQ(info.timeout, 3000);
+
+        std::ofstream(home.path() + "/gateway.json") << "{ broken";
+        EXPECT_NE(ZQ_ConfigMgr_GetTELMICfg()->setTELMIParam(0), 0);
+        std::ifstream in(home.path() + "/gateway.json");
+        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "{ broken");
+    });
+}

@@ -1,0 +1,90 @@
+#include "CommandServer.h"
+
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "AcceptPending.h"
+#include "MediadLog.h"
+
+namespace mediad {
+
+namespace {
+
+bool socketAddress(const std::string& path, sockaddr_un& address) {
+    address = {};
+    address.sun_family = AF_UNIX;
+    if (path.empty() || path.size() >= sizeof(address.sun_path)) {
+        return false;
+    }
+    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+    return true;
+}
+
+// True when a process accepts connections on the socket file at path.
+bool someoneServes(const sockaddr_un& address) {
+    UniqueFd probe(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    return probe.valid() &&
+           ::connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
+}
+
+}  // namespace
+
+CommandServer::~CommandServer() {
+    if (fd_.valid()) {
+        ::unlink(path_.c_str());
+    }
+}
+
+bool CommandServer::listen(const std::string& path, std::string& error) {
+    sockaddr_un address;
+    if (!socketAddress(path, address)) {
+        error = "command socket path \"" + path + "\" is empty or too long";
+        return false;
+    }
+    if (someoneServes(address)) {
+        error = "another media daemon serves " + path;
+        return false;
+    }
+    ::unlink(path.c_str());
+    UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    if (!fd.valid() || ::bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
+        ::chmod(path.c_str(), 0600) != 0 || ::listen(fd.get(), SOMAXCONN) != 0) {
+        error = "cannot listen on " + path + ": " + std::strerror(errno);
+        return false;
+    }
+    auto watch = std::make_unique<Watch>(loop_, fd.get(), [this](uint32_t) { acceptClients(); });
+    if (!watch->setEvents(EPOLLIN)) {
+        error = "cannot watch " + path;
+        ::unlink(path.c_str());
+        return false;
+    }
+    path_ = path;
+    fd_ = std::move(fd);
+    watch_ = std::move(watch);
+    return true;
+}
+
+void CommandServer::acceptClients() {
+    acceptPending(
+        fd_.get(), kAcceptsPerWakeup,
+        [this](UniqueFd client) {
+            if (clients_.size() >= maxClients_) {
+                MEDIAD_LOG(4, "command client turned away: %zu clients already connected", clients_.size());
+                return;
+            }
+            const uint64_t id = nextId_++;
+            auto connection = std::make_unique<CommandConnection>(
+                loop_, commands_, std::move(client), [this, id] { loop_.post([this, id] { clients_.erase(id); }); });
+            CommandConnection& started = *connection;
+            clients_.emplace(id, std::move(connection));
+            started.start();
+        },
+        "the command socket");
+}
+
+}  // namespace mediad

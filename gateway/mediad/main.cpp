@@ -1,0 +1,135 @@
+// zqmediad: the reference gateway's media module. Serves the driver's command socket and, per
+// device, a TCP listener on its RTSP port whose connections are relayed to the device.
+#include <fcntl.h>
+#include <sys/epoll.h>
+#include <sys/resource.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "CommandServer.h"
+#include "EventLoop.h"
+#include "MediaCommands.h"
+#include "MediadLog.h"
+#include "RelaySessions.h"
+#include "RtspListeners.h"
+#include "ZQGatewayHome.h"
+#include "ZQMediaFrame.h"
+
+using namespace mediad;
+
+namespace {
+
+constexpr const char* kPidFile = "run/mediad.pid";
+
+struct Options {
+    std::string home;
+    bool foreground = false;
+    size_t maxRelays = 1024;
+    size_t maxClients = 256;
+};
+
+// Every listener and relay costs descriptors: take all the system lets this process have.
+void raiseDescriptorLimit() {
+    rlimit limit {};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
+        limit.rlim_cur = limit.rlim_max;
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
+
+// Detaches from the terminal once the command socket is ready, so that the starting script
+// learns of a failed start from the exit status.
+bool detach() {
+    const pid_t child = ::fork();
+    if (child < 0) {
+        return false;
+    }
+    if (child > 0) {
+        std::_Exit(0);
+    }
+    ::setsid();
+    const int devNull = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+    if (devNull >= 0) {
+        ::dup2(devNull, STDIN_FILENO);
+        ::dup2(devNull, STDOUT_FILENO);
+        ::dup2(devNull, STDERR_FILENO);
+        ::close(devNull);
+    }
+    return true;
+}
+
+int serve(const Options& options) {
+    sigset_t stopSignals;
+    sigemptyset(&stopSignals);
+    sigaddset(&stopSignals, SIGTERM);
+    sigaddset(&stopSignals, SIGINT);
+    ::sigprocmask(SIG_BLOCK, &stopSignals, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);
+    raiseDescriptorLimit();
+
+    if (ZQ_Gateway_HomeDir().empty()) {
+        std::fprintf(stderr, "zqmediad: the gateway home cannot be created\n");
+        return 1;
+    }
+    EventLoop loop;
+    if (!loop.valid()) {
+        std::perror("zqmediad: epoll_create1");
+        return 1;
+    }
+    RelaySessions relays(loop, options.maxRelays);
+    RtspListeners listeners(loop, [&relays](UniqueFd client, const std::string& deviceIndex) {
+        relays.start(std::move(client), deviceIndex);
+    });
+    MediaCommands commands(listeners);
+    CommandServer server(loop, commands, options.maxClients);
+    const std::string socketPath = ZQ_Gateway_HomePath(ZQGateway::kMediaSocketPath);
+    std::string error;
+    if (!server.listen(socketPath, error)) {
+        std::fprintf(stderr, "zqmediad: %s\n", error.c_str());
+        MEDIAD_LOG(5, "media daemon not started: %s", error.c_str());
+        return 1;
+    }
+    if (!options.foreground && !detach()) {
+        std::perror("zqmediad: fork");
+        return 1;
+    }
+    UniqueFd signals(::signalfd(-1, &stopSignals, SFD_NONBLOCK | SFD_CLOEXEC));
+    Watch signalWatch(loop, signals.get(), [&loop](uint32_t) { loop.stop(); });
+    if (!signals.valid() || !signalWatch.setEvents(EPOLLIN)) {
+        MEDIAD_LOG(5, "media daemon not started: no signal descriptor");
+        return 1;
+    }
+    const std::string pidFile = ZQ_Gateway_HomePath(kPidFile);
+    ZQ_Gateway_WriteFileAtomically(pidFile, std::to_string(::getpid()) + "\n");
+    MEDIAD_LOG(3, "media daemon started (pid %d), commands on %s", static_cast<int>(::getpid()), socketPath.c_str());
+
+    const bool clean = loop.run();
+    MEDIAD_LOG(3, "media daemon stopping with %zu listeners and %zu relays", listeners.count(), relays.count());
+    ::unlink(pidFile.c_str());
+    return clean ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Options options;
+    CLI::App app {"Media module of the reference gateway: RTSP listeners per device, relayed to the devices."};
+    app.add_option("--home", options.home, "Gateway home directory (overrides ZQ_GATEWAY_HOME)");
+    app.add_flag("-f,--foreground", options.foreground, "Stay in the foreground instead of detaching");
+    app.add_option("--max-relays", options.maxRelays, "Relayed RTSP connections at once; more are refused")
+        ->check(CLI::PositiveNumber);
+    app.add_option("--max-clients", options.maxClients, "Command socket clients at once; more are refused")
+        ->check(CLI::PositiveNumber);
+    CLI11_PARSE(app, argc, argv);
+
+    if (!options.home.empty()) {
+        ::setenv("ZQ_GATEWAY_HOME", options.home.c_str(), 1);
+    }
+    return serve(options);
+}

@@ -1,0 +1,473 @@
+// The media daemon zqmediad as the gateway runs it: a separate process over a temporary home,
+// driven through the real libDriverMgr (and, end to end, the real libZQTELMIMgrBus), relaying
+// RTSP clients that are not ours (curl, ffprobe) to a stand-in camera.
+#include <arpa/inet.h>
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <json/json.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "DriverCif.h"
+#include "GatewayTestHome.h"
+#include "ZQBase.h"
+#include "ZQGatewayDevices.h"
+#include "ZQGatewayHome.h"
+#include "ZQMediaFrame.h"
+#include "ZQTELMIMgrBus.h"
+
+using gwtest::eventually;
+using gwtest::inChild;
+using gwtest::TempHome;
+using namespace ZQTELMIMgrBus;
+
+namespace {
+
+// A program the test runs, its stdout on a pipe; killed if the test leaves it running.
+class Program {
+public:
+    explicit Program(const std::vector<std::string>& argv) {
+        int out[2];
+        if (::pipe(out) != 0) {
+            return;
+        }
+        std::fflush(nullptr);
+        pid_ = ::fork();
+        if (pid_ == 0) {
+            ::dup2(out[1], STDOUT_FILENO);
+            std::vector<char*> args;
+            for (const auto& arg : argv) {
+                args.push_back(const_cast<char*>(arg.c_str()));
+            }
+            args.push_back(nullptr);
+            ::execvp(args[0], args.data());
+            ::_exit(127);
+        }
+        ::close(out[1]);
+        output_ = ::fdopen(out[0], "r");
+    }
+    ~Program() {
+        if (pid_ > 0) {
+            ::kill(pid_, SIGKILL);
+            ::waitpid(pid_, nullptr, 0);
+        }
+        if (output_ != nullptr) {
+            std::fclose(output_);
+        }
+    }
+    pid_t pid() const { return pid_; }
+    std::string firstLine() {
+        char line[256] = {};
+        return output_ != nullptr && std::fgets(line, sizeof(line), output_) != nullptr ? line : "";
+    }
+    // SIGTERM, then the exit status; -1 when it did not exit normally.
+    int stop() {
+        int status = 0;
+        const bool exited = ::kill(pid_, SIGTERM) == 0 && ::waitpid(pid_, &status, 0) == pid_;
+        pid_ = -1;
+        return exited && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+private:
+    pid_t pid_ = -1;
+    FILE* output_ = nullptr;
+};
+
+std::string runShell(const std::string& command) {
+    std::unique_ptr<FILE, int (*)(FILE*)> pipe(::popen(command.c_str(), "r"), ::pclose);
+    std::string output;
+    char chunk[512];
+    while (pipe && std::fgets(chunk, sizeof(chunk), pipe.get()) != nullptr) {
+        output += chunk;
+    }
+    return output;
+}
+
+// What ffprobe finds in the stream at port after reading 25 RTP packets of it (over the RTSP
+// connection): "codec,rate,packets".
+std::string ffprobe(unsigned short port) {
+    return runShell("timeout 60 ffprobe -v error -rtsp_transport tcp -read_intervals %+#25 -count_packets"
+                    " -show_entries stream=codec_name,sample_rate,nb_read_packets -of csv=p=0 rtsp://127.0.0.1:" +
+                    std::to_string(port) + "/stream 2>&1");
+}
+
+bool listening(unsigned short port) { return CheckPort(port, 1) == -1; }
+
+int connectTo(const sockaddr* address, socklen_t length) {
+    int fd = ::socket(address->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd >= 0 && ::connect(fd, address, length) != 0) {
+        ::close(fd);
+        fd = -1;
+    }
+    return fd;
+}
+
+int connectTcp(unsigned short port) {
+    sockaddr_in address {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return connectTo(reinterpret_cast<sockaddr*>(&address), sizeof(address));
+}
+
+int connectCommandSocket(const TempHome& home) {
+    sockaddr_un address {};
+    address.sun_family = AF_UNIX;
+    const std::string path = home.path() + "/" + ZQGateway::kMediaSocketPath;
+    std::snprintf(address.sun_path, sizeof(address.sun_path), "%s", path.c_str());
+    return connectTo(reinterpret_cast<sockaddr*>(&address), sizeof(address));
+}
+
+// Reads until text appears, or with no text until the peer closes; what was read.
+std::string readUntil(int fd, const std::string& text) {
+    std::string got;
+    char chunk[4096];
+    while (text.empty() || got.find(text) == std::string::npos) {
+        const ssize_t n = ::recv(fd, chunk, sizeof(chunk), 0);
+        if (n <= 0) {
+            break;
+        }
+        got.append(chunk, static_cast<size_t>(n));
+    }
+    return got;
+}
+
+// The payload of the next answer frame; empty when the connection ends first.
+std::string readFrame(int fd) {
+    unsigned char header[ZQGateway::kMediaFrameHeader];
+    if (::recv(fd, header, sizeof(header), MSG_WAITALL) != static_cast<ssize_t>(sizeof(header))) {
+        return "";
+    }
+    std::string payload(ZQGateway::decodeMediaFrameLength(header), '\0');
+    const ssize_t n = ::recv(fd, payload.data(), payload.size(), MSG_WAITALL);
+    return n == static_cast<ssize_t>(payload.size()) ? payload : "";
+}
+
+std::string rtspOptions(int fd, int cseq) {
+    const std::string request =
+        "OPTIONS rtsp://127.0.0.1/stream RTSP/1.0\r\nCSeq: " + std::to_string(cseq) + "\r\n\r\n";
+    ::send(fd, request.data(), request.size(), MSG_NOSIGNAL);
+    return readUntil(fd, "\r\n\r\n");
+}
+
+Json::Value parse(const std::string& text) {
+    Json::Value value;
+    Json::Reader().parse(text, value);
+    return value;
+}
+
+// One command through libDriverMgr, as the library sends it.
+Json::Value media(const std::string& method, const Json::Value& params) {
+    Json::Value command;
+    command["method"] = method;
+    command["moduleType"] = 10;
+    command["params"] = params;
+    const std::string text = Json::FastWriter().write(command);
+    char* answer = nullptr;
+    int length = 0;
+    std::string error;
+    EXPECT_EQ(DriverCif_InputCmdToMediaSyn(text.c_str(), static_cast<int>(text.size()), &answer, &length, &error, 0, 5),
+              0)
+        << error;
+    const std::string reply = answer != nullptr ? std::string(answer, static_cast<size_t>(length)) : "";
+    DriverCif_FreeBuffer(answer);
+    return parse(reply);
+}
+
+Json::Value putMediaPort(const std::vector<std::tuple<std::string, unsigned short, bool>>& devices) {
+    Json::Value params;
+    params["devices"] = Json::Value(Json::arrayValue);
+    for (const auto& [devIndex, port, bind] : devices) {
+        Json::Value device;
+        device["devIndex"] = devIndex;
+        device["rtspPort"] = port;
+        device["rtspPortBind"] = bind;
+        params["devices"].append(device);
+    }
+    return media("PutMediaPort", params);
+}
+
+Json::Value refresh(const std::string& devIndex, const std::string& portNo,
+                    const std::string& path = "/TELMI/ContentMgmt/DeviceMgmt/refreshDevicePort") {
+    Json::Value params;
+    params["method"] = "PUT";
+    params["uri"] = path + "?format=json&devIndex=" + devIndex + "&newPort=false&portType=rtsp&portNo=" + portNo;
+    params["body"] = Json::Value();
+    return media("gatewayProtocol", params);
+}
+
+Json::Value portStatus(const std::vector<std::string>& devIndexes) {
+    Json::Value params;
+    params["devindexCodeList"] = Json::Value(Json::arrayValue);
+    for (const auto& devIndex : devIndexes) {
+        params["devindexCodeList"].append(devIndex);
+    }
+    return media("GetMediaPortStatus", params);
+}
+
+Json::Value listenStatus(const std::string& devIndex, unsigned short port, const char* status) {
+    Json::Value entry;
+    entry["deviceIndex"] = devIndex;
+    entry["rtspPort"] = port;
+    entry["status"] = status;
+    return entry;
+}
+
+std::string registerCamera(const std::string& tarn5Id, const std::string& rtspAddress) {
+    ZQGateway::tagDeviceInfo info;
+    info.protocol = 4;
+    info.tarn5DeviceID = tarn5Id;
+    info.telmiAddress = "http://127.0.0.1:9";
+    info.rtspAddress = rtspAddress;
+    std::string index;
+    EXPECT_EQ(ZQ_DeviceMgr_RegisterDevice(index, info), 0);
+    return index;
+}
+
+class MediadTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        inChild(home_, [] {
+            ZQGateway::tagGatewaySettings settings;
+            ZQ_Gateway_GetSettings(settings);
+            settings.logFile = "";  // the daemon's lines go to stderr, next to the test's output
+            ASSERT_EQ(ZQ_Gateway_SetSettings(settings), 0);
+        });
+        daemon_ = std::make_unique<Program>(
+            std::vector<std::string> {ZQ_MEDIAD_PATH, "--home", home_.path(), "--foreground"});
+        ASSERT_TRUE(eventually([this] {
+            const int fd = connectCommandSocket(home_);
+            return fd >= 0 && ::close(fd) == 0;
+        }));
+    }
+    void TearDown() override { EXPECT_EQ(daemon_->stop(), 0) << "the daemon stops cleanly on SIGTERM"; }
+
+    // The stand-in camera's RTSP address.
+    std::string startCamera() {
+        camera_ = std::make_unique<Program>(std::vector<std::string> {"python3", ZQ_RTSP_SOURCE});
+        const std::string port = camera_->firstLine();
+        EXPECT_FALSE(port.empty());
+        return "rtsp://127.0.0.1:" + port.substr(0, port.find('\n')) + "/stream";
+    }
+
+    TempHome home_;
+    std::unique_ptr<Program> daemon_;
+    std::unique_ptr<Program> camera_;
+};
+
+TEST_F(MediadTest, CommandsOpenReportAndCloseListeners) {
+    const unsigned short first = gwtest::testPortBlock(3);
+    ASSERT_NE(first, 0);
+    const unsigned short portA = first, portB = first + 1, portC = first + 2;
+    inChild(home_, [&] {
+        const std::string a = registerCamera("CAM-A", "127.0.0.1:9");
+        auto other = std::make_unique<gwtest::Listener>(portB);  // another program holds B's port
+        ASSERT_TRUE(other->ok());
+
+        const std::string b = registerCamera("CAM-B", "127.0.0.1:9");  // added after the daemon read the store
+        EXPECT_EQ(putMediaPort({{a, portA, true}, {b, portB, true}}), parse(R"({"code":"1"})"));
+        EXPECT_TRUE(listening(portA));
+        Json::Value expected;
+        expected["data"]["listenStatus"].append(listenStatus(a, portA, "success"));
+        expected["data"]["listenStatus"].append(listenStatus(b, portB, "fail"));
+        EXPECT_EQ(portStatus({a, b, a, "no-such-device"}), expected) << "one entry per device with a listener";
+
+        EXPECT_EQ(refresh(b, std::to_string(portB))["data"]["rsp"]["statusCode"], 409);
+        other.reset();
+        Json::Value refreshed;
+        refreshed["data"]["rsp"]["listenStatus"] = listenStatus(b, portB, "success");
+        EXPECT_EQ(refresh(b, std::to_string(portB)), refreshed) << "the port is free again: re-opened";
+        EXPECT_EQ(portStatus({b})["data"]["listenStatus"][0]["status"], "success");
+
+        EXPECT_EQ(refresh("no-such-device", std::to_string(portC))["data"]["rsp"]["statusCode"], 404);
+        EXPECT_EQ(refresh(a, "0")["data"]["rsp"]["statusCode"], 400);
+        EXPECT_EQ(refresh(a, std::to_string(portC), "/TELMI/Other")["data"]["rsp"]["statusCode"], 404);
+        EXPECT_EQ(putMediaPort({{"no-such-device", portC, true}}), parse(R"({"code":"1"})"));
+        EXPECT_FALSE(listening(portC));
+        EXPECT_EQ(putMediaPort({{a, portB, true}}), parse(R"({"code":"1"})")) << "B's listener keeps its port";
+
+        EXPECT_EQ(putMediaPort({{a, portA, false}, {b, portB, false}}), parse(R"({"code":"0"})"));
+        EXPECT_EQ(portStatus({a, b}), parse(R"({"data":{"listenStatus":[]}})"));
+        EXPECT_FALSE(listening(portA));
+        EXPECT_FALSE(listening(portB));
+    });
+}
+
+TEST_F(MediadTest, RelaysRtspClientsToTheDevice) {
+    const std::string cameraAddress = startCamera();
+    const unsigned short first = gwtest::testPortBlock(2);
+    ASSERT_NE(first, 0);
+    const unsigned short port = first, unusablePort = first + 1;
+    inChild(home_, [&] {
+        const std::string camera = registerCamera("CAM-1", cameraAddress);
+        const std::string named = registerCamera("CAM-2", "rtsp://camera.example:554/stream");
+        ASSERT_EQ(putMediaPort({{camera, port, true}, {named, unusablePort, true}}), parse(R"({"code":"0"})"));
+
+        EXPECT_EQ(ffprobe(port), "pcm_mulaw,8000,25\n") << "a whole RTSP session with interleaved RTP went through";
+        const std::string curl =
+            runShell("curl -sS -i --max-time 20 -X OPTIONS rtsp://127.0.0.1:" + std::to_string(port) + "/stream 2>&1");
+        EXPECT_NE(curl.find("Public: OPTIONS, DESCRIBE, SETUP, PLAY, TEARDOWN"), std::string::npos) << curl;
+
+        const int unusable = connectTcp(unusablePort);
+        EXPECT_EQ(readUntil(unusable, "\r\n"), "") << "a device address that is no number: the client is closed";
+        ::close(unusable);
+
+        // A live relay outlives its listener.
+        const int live = connectTcp(port);
+        EXPECT_NE(rtspOptions(live, 7).find("CSeq: 7"), std::string::npos);
+        EXPECT_EQ(putMediaPort({{camera, port, false}}), parse(R"({"code":"0"})"));
+        EXPECT_EQ(connectTcp(port), -1);
+        EXPECT_NE(rtspOptions(live, 8).find("CSeq: 8"), std::string::npos);
+        ::close(live);
+    });
+}
+
+// Far more bytes than the relay holds, both ways at once: each direction arrives whole and in
+// order, and the client's end of stream reaches the device before the device's reaches it.
+TEST_F(MediadTest, RelayCarriesBulkDataBothWaysAndHalfCloses) {
+    const unsigned short port = gwtest::testPortBlock(1);
+    ASSERT_NE(port, 0);
+    inChild(home_, [&] {
+        const int device = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof(address);
+        ASSERT_EQ(::bind(device, reinterpret_cast<sockaddr*>(&address), length), 0);
+        ASSERT_EQ(::listen(device, 1), 0);
+        ::getsockname(device, reinterpret_cast<sockaddr*>(&address), &length);
+        const std::string echo = registerCamera("ECHO", "127.0.0.1:" + std::to_string(ntohs(address.sin_port)));
+        ASSERT_EQ(putMediaPort({{echo, port, true}}), parse(R"({"code":"0"})"));
+
+        std::string sent(8 << 20, '\0');
+        for (size_t i = 0; i < sent.size(); ++i) {
+            sent[i] = static_cast<char>((i * 7919) >> 8);
+        }
+        const int client = connectTcp(port);
+        ASSERT_GE(client, 0);
+        std::thread sender([&] {
+            ::send(client, sent.data(), sent.size(), MSG_NOSIGNAL);
+            ::shutdown(client, SHUT_WR);
+        });
+        std::string received;
+        std::thread receiver([&] { received = readUntil(client, ""); });
+
+        const int peer = ::accept(device, nullptr, nullptr);  // the device echoes until the client's end
+        std::vector<char> chunk(100000);
+        size_t echoed = 0;
+        for (ssize_t n; (n = ::recv(peer, chunk.data(), chunk.size(), 0)) > 0; echoed += static_cast<size_t>(n)) {
+            ASSERT_EQ(::send(peer, chunk.data(), static_cast<size_t>(n), MSG_NOSIGNAL), n);
+        }
+        ::close(peer);
+        sender.join();
+        receiver.join();
+        EXPECT_EQ(echoed, sent.size());
+        EXPECT_TRUE(received == sent) << "received " << received.size() << " of " << sent.size() << " bytes";
+        ::close(client);
+        ::close(device);
+    });
+}
+
+TEST_F(MediadTest, GarbageOnTheCommandSocketIsRefusedAndServingGoesOn) {
+    const std::vector<std::pair<std::string, std::string>> exchanges = {
+        {"not json", "statusCode"},
+        {"", "statusCode"},
+        {std::string(5000, '[') + std::string(5000, ']'), "statusCode"},
+        {R"({"method":"PutMediaPort","moduleType":"10","params":{}})", "statusCode"},
+        {R"({"method":"PutMediaPort","moduleType":10,"params":{"devices":{}}})", "statusCode"},
+        {R"({"method":"PutMediaPort","moduleType":10,"params":{"devices":[)"
+         R"({"devIndex":5,"rtspPort":"554","rtspPortBind":1}]}})",
+         "code"},
+        {R"({"method":"Reboot","moduleType":10,"params":{}})", "statusCode"},
+        {R"({"method":"GetMediaPortStatus","moduleType":10,"params":{"devindexCodeList":[1]}})", "statusCode"},
+        {R"({"method":"gatewayProtocol","moduleType":10,"params":{"method":"PUT","uri":5}})", "data"},
+    };
+    const int client = connectCommandSocket(home_);
+    ASSERT_GE(client, 0);
+    std::string frames;
+    for (const auto& exchange : exchanges) {
+        frames += ZQGateway::encodeMediaFrame(exchange.first);
+    }
+    ASSERT_EQ(::send(client, frames.data(), frames.size(), MSG_NOSIGNAL), static_cast<ssize_t>(frames.size()));
+    for (const auto& exchange : exchanges) {
+        const Json::Value answer = parse(readFrame(client));
+        EXPECT_TRUE(answer.isMember(exchange.second)) << exchange.first.substr(0, 80) << " -> " << answer;
+        if (exchange.second == "code") {
+            EXPECT_EQ(answer["code"], "1") << "a malformed device entry fails that device";
+        }
+        if (exchange.second == "data") {
+            EXPECT_EQ(answer["data"]["rsp"]["statusCode"], 400);
+        }
+    }
+    ::close(client);
+
+    const int oversized = connectCommandSocket(home_);
+    ASSERT_GE(oversized, 0);
+    ::send(oversized, "\xff\xff\xff\xff{}", 6, MSG_NOSIGNAL);
+    EXPECT_EQ(parse(readFrame(oversized))["statusCode"], 413);
+    EXPECT_EQ(readUntil(oversized, ""), "") << "and the connection is closed";
+    ::close(oversized);
+
+    const int halfFrame = connectCommandSocket(home_);
+    ::send(halfFrame, "\x00\x00\x01\x00{\"meth", 10, MSG_NOSIGNAL);
+    ::close(halfFrame);
+
+    inChild(home_, [] { EXPECT_EQ(portStatus({"dev01"}), parse(R"({"data":{"listenStatus":[]}})")); });
+}
+
+// The library on the reference platform with the real daemon: what bindPort opens, an RTSP
+// client reaches; the port list reports it; unbindPort closes it.
+TEST_F(MediadTest, LibraryBindingsOpenPortsThatRtspClientsReach) {
+    const std::string cameraAddress = startCamera();
+    const unsigned short first = gwtest::testPortBlock(20);
+    ASSERT_NE(first, 0);
+    inChild(home_, [&] {
+        void* library = dlopen(ZQ_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL);
+        ASSERT_NE(library, nullptr) << dlerror();
+#define ZQ_CALL(name) (*reinterpret_cast<decltype(&name)>(dlsym(library, #name)))
+        ZQGateway::tagGatewaySettings settings;
+        ZQ_Gateway_GetSettings(settings);
+        settings.httpPortFirst = first;
+        settings.httpPortLast = static_cast<uint16_t>(first + 9);
+        settings.rtspPortFirst = static_cast<uint16_t>(first + 10);
+        settings.rtspPortLast = static_cast<uint16_t>(first + 19);
+        ASSERT_EQ(ZQ_Gateway_SetSettings(settings), 0);
+        registerCamera("CAM-1", cameraAddress);
+        ZQ_CALL(ZQ_TELMIMgrBus_Start)();
+
+        std::vector<tagBindPortRet> rets;
+        ASSERT_EQ(ZQ_CALL(ZQ_TELMIMgrBus_BindPort)(rets, {"CAM-1"}), 0);
+        ASSERT_EQ(rets.size(), 1u);
+        ASSERT_EQ(rets[0].resultCode, 0);
+        const unsigned short rtspPort = rets[0].port->getRtspPort();
+        EXPECT_EQ(ffprobe(rtspPort), "pcm_mulaw,8000,25\n");
+
+        std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIPort>> ports;
+        tagTelmiQueryRsp rsp {};
+        tagTelmiQueryReq req {};
+        req.maxResults = 10;
+        ASSERT_EQ(ZQ_CALL(ZQ_TELMIMgrBus_QueryTELMIPortList)(ports, rsp, req), 0);
+        ASSERT_EQ(ports.size(), 1u);
+        EXPECT_EQ(dynamic_cast<ZQGateway::CGatewayPort&>(*ports[0]).getRtspPortStatus(), 1);
+
+        std::vector<int> results;
+        ASSERT_EQ(ZQ_CALL(ZQ_TELMIMgrBus_UnbindPort)(results, {rets[0].port->getPortIndex()}), 0);
+        EXPECT_EQ(results, std::vector<int> {0});
+        EXPECT_FALSE(listening(rtspPort));
+        ZQ_CALL(ZQ_TELMIMgrBus_Stop)();
+        ZQBase::CNginxOper::getInstance()->Quit();
+#undef ZQ_CALL
+    });
+}
+
+}  // namespace

@@ -12,6 +12,8 @@ namespace ZQTELMIMgrBus {
 
 // Keys of the device store (users, bindings, devices) are at most this many characters.
 constexpr std::size_t kStoreIndexLength = 36;
+// A device's access ID (its Tarn or Tarn5 device ID) is at most this many characters.
+constexpr std::size_t kMaxDeviceIdLength = 31;
 
 // A host record's text field may fill its whole width without a NUL: read it no further.
 template <std::size_t N>

@@ -3,9 +3,7 @@
 #include "frame/FieldText.h"
 #include "frame/Log.h"
 #include "frame/ResultCode.h"
-#include "frame/FieldText.h"
 #include "listeners/MediaPortOrder.h"
-#include "users/UserInputRules.h"
 
 namespace ZQTELMIMgrBus {
 

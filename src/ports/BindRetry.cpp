@@ -5,7 +5,6 @@
 #include "frame/ResultCode.h"
 #include "kmt.h"
 #include "listeners/PortProbe.h"
-#include "users/UserInputRules.h"
 
 namespace ZQTELMIMgrBus {
 

@@ -4,7 +4,6 @@
 #include "frame/Log.h"
 #include "frame/ResultCode.h"
 #include "listeners/MediaPortOrder.h"
-#include "users/UserInputRules.h"
 
 namespace ZQTELMIMgrBus {
 

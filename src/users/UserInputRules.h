@@ -10,7 +10,6 @@ namespace ZQTELMIMgrBus {
 
 constexpr std::size_t kMaxUserNameLength = 32;
 constexpr std::size_t kMaxPasswordLength = 16;
-constexpr std::size_t kMaxDeviceIdLength = 31;
 
 // The gateway's own user: its digest lives in the configuration, so no TELMI account may take
 // the name. Compared case-sensitively on purpose.

@@ -23,10 +23,13 @@ TempHome::TempHome() {
 }
 
 TempHome::~TempHome() {
-    std::ifstream pidFile(path_ + "/nginx/nginx.pid");
-    int pid = 0;
-    if (pidFile >> pid && pid > 0) {
-        ::kill(pid, SIGTERM);  // a test that failed half-way may leave its nginx running
+    // A test that failed half-way may leave the home's nginx, media daemon or service running.
+    for (const char* pidPath : {"/nginx/nginx.pid", "/run/gatewayd.pid", "/run/mediad.pid"}) {
+        std::ifstream pidFile(path_ + pidPath);
+        int pid = 0;
+        if (pidFile >> pid && pid > 0) {
+            ::kill(pid, SIGTERM);
+        }
     }
     if (!path_.empty()) {
         std::system(("rm -rf '" + path_ + "'").c_str());
@@ -101,9 +104,16 @@ std::string pythonDigestHeader(const std::string& user, const std::string& realm
     return header;
 }
 
+namespace {
+constexpr int kTestPortsFirst = 22000;
+constexpr int kTestPortsEnd = 30000;
+}  // namespace
+
 unsigned short testPortBlock(int count) {
-    const int start = 38000 + (::getpid() * 37) % 900;
-    for (int first = start; first + count <= 39000; ++first) {
+    // Below the kernel's ephemeral range (32768 up), so no outgoing connection takes a port
+    // between the check and the test's bind; clear of the gateway's default port ranges.
+    const int start = kTestPortsFirst + (::getpid() * 37) % (kTestPortsEnd - kTestPortsFirst - 1000);
+    for (int first = start; first + count <= kTestPortsEnd; ++first) {
         bool free = true;
         for (int port = first; port < first + count && free; ++port) {
             free = CheckPort(port, 1) == 0;

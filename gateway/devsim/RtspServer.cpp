@@ -24,8 +24,8 @@ constexpr auto kPacketInterval = std::chrono::milliseconds(RtspSession::kPacketM
 // After a stall longer than this (a suspended process), a stream resumes instead of bursting.
 constexpr auto kMaxLag = std::chrono::seconds(1);
 
-mediad::UniqueFd listenOnLoopback(int port, std::string& error) {
-    mediad::UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+gwio::UniqueFd listenOnLoopback(int port, std::string& error) {
+    gwio::UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     sockaddr_in address {};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<uint16_t>(port));
@@ -42,7 +42,7 @@ mediad::UniqueFd listenOnLoopback(int port, std::string& error) {
 
 }  // namespace
 
-RtspServer::Client::Client(const Source& source, mediad::UniqueFd socket, std::mt19937& random)
+RtspServer::Client::Client(const Source& source, gwio::UniqueFd socket, std::mt19937& random)
     : source(source),
       socket(std::move(socket)),
       session(source.stream, random),
@@ -167,7 +167,7 @@ int RtspServer::pace(Clock::time_point now) {
 
 void RtspServer::accept(const Source& source) {
     for (int i = 0; i < kAcceptsPerWakeUp; ++i) {
-        mediad::UniqueFd socket(::accept4(source.listener.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+        gwio::UniqueFd socket(::accept4(source.listener.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
         if (!socket.valid()) {
             if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) {
                 log(LogLevel::warning, "device %s: RTSP accept failed: %s", source.stream.device.deviceID.c_str(),
@@ -188,13 +188,13 @@ void RtspServer::accept(const Source& source) {
 }
 
 void RtspServer::receive(Client& client) {
-    const mediad::IoResult result = client.input.fillFrom(client.socket.get());
-    if (result == mediad::IoResult::closed) {
+    const gwio::IoResult result = client.input.fillFrom(client.socket.get());
+    if (result == gwio::IoResult::closed) {
         log(LogLevel::info, "device %s: RTSP client left", client.source.stream.device.deviceID.c_str());
         client.gone = true;
         return;
     }
-    if (result == mediad::IoResult::failed) {
+    if (result == gwio::IoResult::failed) {
         drop(client, std::strerror(errno));
         return;
     }
@@ -217,7 +217,7 @@ void RtspServer::receive(Client& client) {
 }
 
 void RtspServer::send(Client& client) {
-    if (client.output.drainTo(client.socket.get()) == mediad::IoResult::failed) {
+    if (client.output.drainTo(client.socket.get()) == gwio::IoResult::failed) {
         drop(client, std::strerror(errno));
         return;
     }

@@ -36,15 +36,15 @@ private:
     using Clock = std::chrono::steady_clock;
     struct Source {
         StreamSource stream;
-        mediad::UniqueFd listener;
+        gwio::UniqueFd listener;
     };
     struct Client {
-        Client(const Source& source, mediad::UniqueFd socket, std::mt19937& random);
+        Client(const Source& source, gwio::UniqueFd socket, std::mt19937& random);
         const Source& source;
-        mediad::UniqueFd socket;
+        gwio::UniqueFd socket;
         RtspSession session;
-        mediad::ByteBuffer input;
-        mediad::ByteBuffer output;
+        gwio::ByteBuffer input;
+        gwio::ByteBuffer output;
         Clock::time_point nextPacket;
         bool closing = false;  // ends once output is sent
         bool gone = false;
@@ -63,7 +63,7 @@ private:
     std::vector<std::unique_ptr<Client>> clients_;
     const size_t maxClients_;
     std::mt19937 random_;
-    mediad::UniqueFd wake_;
+    gwio::UniqueFd wake_;
     std::thread thread_;
 };
 

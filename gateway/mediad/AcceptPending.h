@@ -7,6 +7,8 @@
 
 namespace mediad {
 
+using gwio::UniqueFd;
+
 // Connections taken per wake-up of one listener, so that a flood on one port cannot starve the
 // other listeners and the relays.
 constexpr int kAcceptsPerWakeup = 64;

@@ -13,6 +13,10 @@
 
 namespace mediad {
 
+using gwio::ByteBuffer;
+using gwio::IoResult;
+using gwio::UniqueFd;
+
 // Answers held for a client that does not read them before its commands are read no more.
 constexpr size_t kMaxPendingAnswerBytes = 1u << 20;
 

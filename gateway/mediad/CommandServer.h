@@ -14,6 +14,8 @@
 
 namespace mediad {
 
+using gwio::UniqueFd;
+
 class CommandServer {
 public:
     CommandServer(EventLoop& loop, MediaCommands& commands, size_t maxClients)

@@ -10,6 +10,8 @@
 
 namespace mediad {
 
+using gwio::UniqueFd;
+
 class Watch;
 
 class EventLoop {

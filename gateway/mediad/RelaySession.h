@@ -13,6 +13,10 @@
 
 namespace mediad {
 
+using gwio::ByteBuffer;
+using gwio::IoResult;
+using gwio::UniqueFd;
+
 // Bytes held per direction; a side is not read while its bytes wait for the other side.
 constexpr size_t kRelayBufferBytes = 64 * 1024;
 

@@ -12,6 +12,8 @@
 
 namespace mediad {
 
+using gwio::UniqueFd;
+
 class RelaySessions {
 public:
     RelaySessions(EventLoop& loop, size_t maxSessions) : loop_(loop), maxSessions_(maxSessions) {}

@@ -14,6 +14,8 @@
 
 namespace mediad {
 
+using gwio::UniqueFd;
+
 enum class ListenOutcome {
     listening,
     portTaken,  // another program, or another device's listener, holds the port

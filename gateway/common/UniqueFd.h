@@ -5,7 +5,7 @@
 
 #include <utility>
 
-namespace mediad {
+namespace gwio {
 
 class UniqueFd {
 public:
@@ -35,4 +35,4 @@ private:
     int fd_ = -1;
 };
 
-}  // namespace mediad
+}  // namespace gwio

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace mediad {
+namespace gwio {
 
 enum class IoResult {
     progress,    // some bytes moved
@@ -41,4 +41,4 @@ private:
     size_t head_ = 0, tail_ = 0;
 };
 
-}  // namespace mediad
+}  // namespace gwio

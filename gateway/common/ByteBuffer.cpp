@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
-namespace mediad {
+namespace gwio {
 
 namespace {
 
@@ -89,4 +89,4 @@ void ByteBuffer::consume(size_t count) {
     }
 }
 
-}  // namespace mediad
+}  // namespace gwio

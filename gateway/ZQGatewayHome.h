@@ -26,6 +26,8 @@ struct tagGatewaySettings {
     // Where nginx forwards TELMI requests: "unix:/path" or "host:port"; empty: the unix socket
     // run/telmi-front.sock in the home.
     std::string telmiUpstream;
+    uint16_t managementPort = 8600;  // the management service's HTTP API, on loopback
+    uint16_t telmiUserPort = 8700;   // the TELMI front end in user mode; 0: not offered
 };
 
 // Result codes of these functions, in the configuration store's own range.

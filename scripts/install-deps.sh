@@ -8,7 +8,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libjsoncpp-dev libsqlite3-dev libssl-dev
   libcpp-httplib-dev libcli11-dev
-  nginx-light curl python3
+  nginx-light curl python3 python3-requests
   ffmpeg
 )
 

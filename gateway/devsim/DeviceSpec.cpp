@@ -143,7 +143,7 @@ bool loadDevices(const std::string& path, std::vector<DeviceSpec>& devices, std:
     }
     Json::Value root;
     std::string parseErrors;
-    if (!parseJson(text.str(), root, parseErrors)) {
+    if (!gwapi::parseJson(text.str(), root, parseErrors)) {
         error = path + ": not valid JSON: " + parseErrors;
         return false;
     }

@@ -24,7 +24,7 @@ const char* statusText(int status) {
 
 void answer(httplib::Response& response, int status, const Json::Value& body) {
     response.status = status;
-    response.set_content(compactJson(body) + "\n", "application/json");
+    response.set_content(gwapi::compactJson(body) + "\n", "application/json");
 }
 
 void refuse(httplib::Response& response, int status, const std::string& message) {
@@ -102,7 +102,7 @@ void TelmiServer::handle(const httplib::Request& request, httplib::Response& res
     }
     Json::Value change;
     std::string problem;
-    if (!parseJson(request.body, change, problem)) {
+    if (!gwapi::parseJson(request.body, change, problem)) {
         std::replace(problem.begin(), problem.end(), '\n', ' ');
         problem.erase(problem.find_last_not_of(' ') + 1);
         refuse(response, 400, "the body is not valid JSON: " + problem);

@@ -8,16 +8,20 @@
 #include <string>
 #include <vector>
 
-#include "AdminPassword.h"
+#include "DeviceRegistration.h"
 #include "DeviceSpec.h"
 #include "DevsimLog.h"
 #include "ManagementClient.h"
+#include "SecretInput.h"
 #include "RtspServer.h"
 #include "TelmiServer.h"
 
 using namespace devsim;
 
 namespace {
+
+// A registration may wait for the gateway to bring up listeners.
+constexpr time_t kRegistrationReadSeconds = 30;
 
 struct Options {
     DeviceRun run;
@@ -29,13 +33,14 @@ struct Options {
 };
 
 // Registers every device, or none: on a failure the ones already registered are removed again.
-bool registerAll(ManagementClient& gateway, const std::vector<DeviceSpec>& devices, std::vector<std::string>& indexes) {
+bool registerAll(gwapi::ManagementClient& gateway, const std::vector<DeviceSpec>& devices,
+                 std::vector<std::string>& indexes) {
     for (const auto& device : devices) {
         std::string index, error;
-        if (!gateway.registerDevice(device, index, error)) {
+        if (!registerDevice(gateway, device, index, error)) {
             log(LogLevel::error, "%s", error.c_str());
             for (const auto& registered : indexes) {
-                if (!gateway.unregisterDevice(registered, error)) {
+                if (!unregisterDevice(gateway, registered, error)) {
                     log(LogLevel::warning, "%s", error.c_str());
                 }
             }
@@ -48,11 +53,11 @@ bool registerAll(ManagementClient& gateway, const std::vector<DeviceSpec>& devic
     return true;
 }
 
-bool unregisterAll(ManagementClient& gateway, const std::vector<std::string>& indexes) {
+bool unregisterAll(gwapi::ManagementClient& gateway, const std::vector<std::string>& indexes) {
     bool all = true;
     for (const auto& index : indexes) {
         std::string error;
-        if (gateway.unregisterDevice(index, error)) {
+        if (unregisterDevice(gateway, index, error)) {
             log(LogLevel::info, "device index %s removed from the gateway", index.c_str());
         } else {
             log(LogLevel::warning, "%s", error.c_str());
@@ -77,15 +82,15 @@ int simulate(const Options& options) {
         std::fprintf(stderr, "zqdevsim: %s\n", error.c_str());
         return 2;
     }
-    std::unique_ptr<ManagementClient> gateway;
+    std::unique_ptr<gwapi::ManagementClient> gateway;
     if (!options.registerUrl.empty()) {
         std::string password;
-        if (!checkManagementUrl(options.registerUrl, error) ||
-            !readAdminPassword(options.passwordFile, password, error)) {
+        if (!gwapi::checkManagementUrl(options.registerUrl, error) ||
+            !gwapi::readSecret("gateway admin password", options.passwordFile, password, error)) {
             std::fprintf(stderr, "zqdevsim: %s\n", error.c_str());
             return 2;
         }
-        gateway = std::make_unique<ManagementClient>(options.registerUrl, password);
+        gateway = std::make_unique<gwapi::ManagementClient>(options.registerUrl, password, kRegistrationReadSeconds);
     }
 
     // Every thread started from here on inherits the blocked stop signals; main takes them.

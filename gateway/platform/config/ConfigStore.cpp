@@ -98,7 +98,8 @@ int ZQ_Gateway_SetSettings(const ZQGateway::tagGatewaySettings& settings) {
     const auto& s = settings;
     if (s.realm.empty() || s.realm.find('"') != std::string::npos || s.realm.size() > 64 ||
         s.httpPortFirst == 0 || s.httpPortFirst > s.httpPortLast || s.rtspPortFirst == 0 ||
-        s.rtspPortFirst > s.rtspPortLast || s.nonceLifetimeSec <= 0 || s.lockPeriodSec <= 0) {
+        s.rtspPortFirst > s.rtspPortLast || s.nonceLifetimeSec <= 0 || s.lockPeriodSec <= 0 ||
+        s.managementPort == 0) {
         return ZQGateway::configBadArgument;
     }
     return GatewayConfig::instance().modify([&](ConfigContent& c) {

@@ -45,6 +45,8 @@ ConfigContent fromJson(const Json::Value& root) {
     s.logLevel = intMember(root, "logLevel", s.logLevel, INT32_MIN, INT32_MAX);
     s.logFile = textMember(root, "logFile", s.logFile);
     s.telmiUpstream = textMember(root, "telmiUpstream", s.telmiUpstream);
+    s.managementPort = static_cast<uint16_t>(intMember(root, "managementPort", s.managementPort, 1, 65535));
+    s.telmiUserPort = static_cast<uint16_t>(intMember(root, "telmiUserPort", s.telmiUserPort, 0, 65535));
     const Json::Value& users = root["users"];
     if (users.isObject()) {
         for (const std::string& name : users.getMemberNames()) {
@@ -72,6 +74,8 @@ Json::Value toJson(const ConfigContent& c) {
     root["logLevel"] = s.logLevel;
     root["logFile"] = s.logFile;
     root["telmiUpstream"] = s.telmiUpstream;
+    root["managementPort"] = s.managementPort;
+    root["telmiUserPort"] = s.telmiUserPort;
     root["users"] = Json::Value(Json::objectValue);
     for (const auto& [name, ha1] : c.userHA1) {
         root["users"][name] = ha1;

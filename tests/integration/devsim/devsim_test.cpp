@@ -150,7 +150,7 @@ TEST(DevsimTest, RegistersItsDevicesThroughTheManagementApiAndRemovesThemAgain) 
 
     std::string errors;
     EXPECT_EQ(runToEnd("--count 1" + ports + " --register " + url, errors), 2);
-    EXPECT_NE(errors.find("no admin password on standard input"), std::string::npos) << errors;
+    EXPECT_NE(errors.find("no gateway admin password on standard input"), std::string::npos) << errors;
     EXPECT_EQ(runToEnd("--count 1" + ports + " --register " + url, errors, "wrong-password"), 1);
     EXPECT_NE(errors.find("device SIM001 not registered: HTTP 401: the admin password was not accepted"),
               std::string::npos)

@@ -1,14 +1,15 @@
-// JSON text in and out, the same way everywhere in the simulator: strict parsing, compact output.
+// JSON text in and out, the same way in every program of the reference gateway: strict parsing,
+// compact output.
 #pragma once
 
 #include <json/json.h>
 
 #include <string>
 
-namespace devsim {
+namespace gwapi {
 
 // False with JsonCpp's message when text is not one strict JSON value.
 bool parseJson(const std::string& text, Json::Value& value, std::string& error);
 std::string compactJson(const Json::Value& value);
 
-}  // namespace devsim
+}  // namespace gwapi

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-namespace devsim {
+namespace gwapi {
 
 bool parseJson(const std::string& text, Json::Value& value, std::string& error) {
     Json::CharReaderBuilder builder;
@@ -17,4 +17,4 @@ std::string compactJson(const Json::Value& value) {
     return Json::writeString(writer, value);
 }
 
-}  // namespace devsim
+}  // namespace gwapi

@@ -1,4 +1,4 @@
-#include "AdminPassword.h"
+#include "SecretInput.h"
 
 #include <termios.h>
 #include <unistd.h>
@@ -7,7 +7,7 @@
 #include <fstream>
 #include <iostream>
 
-namespace devsim {
+namespace gwapi {
 
 namespace {
 
@@ -21,8 +21,8 @@ bool readLine(std::istream& in, std::string& line) {
     return true;
 }
 
-bool readFromTerminal(std::string& password) {
-    std::fputs("gateway admin password: ", stderr);
+bool readFromTerminal(const std::string& what, std::string& secret) {
+    std::fprintf(stderr, "%s: ", what.c_str());
     std::fflush(stderr);
     termios saved {};
     const bool terminal = ::tcgetattr(STDIN_FILENO, &saved) == 0;
@@ -31,7 +31,7 @@ bool readFromTerminal(std::string& password) {
         quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
         ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &quiet);
     }
-    const bool got = readLine(std::cin, password);
+    const bool got = readLine(std::cin, secret);
     if (terminal) {
         ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &saved);
     }
@@ -41,22 +41,24 @@ bool readFromTerminal(std::string& password) {
 
 }  // namespace
 
-bool readAdminPassword(const std::string& path, std::string& password, std::string& error) {
+bool secretsAreTyped() { return ::isatty(STDIN_FILENO) != 0; }
+
+bool readSecret(const std::string& what, const std::string& path, std::string& secret, std::string& error) {
     bool got = false;
     if (!path.empty()) {
         std::ifstream file(path);
-        got = file && readLine(file, password);
-    } else if (::isatty(STDIN_FILENO)) {
-        got = readFromTerminal(password);
+        got = file && readLine(file, secret);
+    } else if (secretsAreTyped()) {
+        got = readFromTerminal(what, secret);
     } else {
-        got = readLine(std::cin, password);
+        got = readLine(std::cin, secret);
     }
-    if (!got || password.empty()) {
-        error = path.empty() ? "no admin password on standard input"
-                             : "no admin password in " + path + " (it must be the file's first line)";
+    if (!got || secret.empty()) {
+        error = path.empty() ? "no " + what + " on standard input"
+                             : "no " + what + " in " + path + " (it must be the file's first line)";
         return false;
     }
     return true;
 }
 
-}  // namespace devsim
+}  // namespace gwapi

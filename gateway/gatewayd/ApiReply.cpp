@@ -1,0 +1,28 @@
+#include "ApiReply.h"
+
+#include "ResultMeaning.h"
+
+namespace gatewayd {
+
+void replyJson(httplib::Response& res, int httpStatus, const Json::Value& body) {
+    Json::StreamWriterBuilder writer;
+    writer["indentation"] = "";
+    res.status = httpStatus;
+    res.set_content(Json::writeString(writer, body) + "\n", "application/json");
+}
+
+void replyError(httplib::Response& res, int httpStatus, int code, const std::string& message) {
+    Json::Value body;
+    body["error"]["code"] = code;
+    body["error"]["message"] = message;
+    replyJson(res, httpStatus, body);
+}
+
+Json::Value resultEntry(int code) {
+    Json::Value entry;
+    entry["code"] = code;
+    entry["message"] = gwapi::meaningOf(code).message;
+    return entry;
+}
+
+}  // namespace gatewayd

@@ -1,0 +1,51 @@
+#include "DetachedStart.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace gatewayd {
+
+DetachedStart DetachedStart::fork() {
+    int verdict[2];
+    if (::pipe2(verdict, O_CLOEXEC) != 0) {
+        std::perror("zqgatewayd: pipe");
+        std::exit(1);
+    }
+    std::fflush(nullptr);
+    const pid_t child = ::fork();
+    if (child < 0) {
+        std::perror("zqgatewayd: fork");
+        std::exit(1);
+    }
+    if (child > 0) {
+        ::close(verdict[1]);
+        char ok = 0;
+        const bool told = ::read(verdict[0], &ok, 1) == 1;
+        std::_Exit(told && ok == 1 ? 0 : 1);
+    }
+    ::close(verdict[0]);
+    ::setsid();
+    return DetachedStart(verdict[1]);
+}
+
+void DetachedStart::started(bool ok) {
+    if (ok) {
+        const int devNull = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+        if (devNull >= 0) {
+            ::dup2(devNull, STDIN_FILENO);
+            ::dup2(devNull, STDOUT_FILENO);
+            ::dup2(devNull, STDERR_FILENO);
+            ::close(devNull);
+        }
+    }
+    const char verdict = ok ? 1 : 0;
+    if (::write(fd_, &verdict, 1) != 1) {
+        // The parent is gone; nobody is left to tell.
+    }
+    ::close(fd_);
+}
+
+}  // namespace gatewayd

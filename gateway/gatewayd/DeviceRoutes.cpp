@@ -1,0 +1,87 @@
+// Devices attached to the gateway, through the device store directly: registering one, and
+// removing one, which the store reports to the library so that it releases the device's
+// account and bindings.
+#include "ApiError.h"
+#include "ApiReply.h"
+#include "ApiRoutes.h"
+#include "JsonInput.h"
+#include "RecordJson.h"
+#include "ZQGatewayDevices.h"
+
+namespace gatewayd {
+namespace {
+
+constexpr size_t kMaxDeviceID = 31;
+constexpr size_t kMaxName = 128;
+constexpr size_t kMaxAddress = 256;
+constexpr size_t kMaxIndex = 36;
+constexpr int kTarn = 2, kTarn5 = 4;
+
+// "scheme://host[:port]", nothing after the authority: the gateway addresses the device itself.
+std::string addressMember(const Json::Value& body, const char* name, const std::string& scheme) {
+    const std::string address = optionalTextMember(body, name, kMaxAddress, "");
+    const std::string prefix = scheme + "://";
+    if (!address.empty() && (address.compare(0, prefix.size(), prefix) != 0 || address.size() == prefix.size() ||
+                             address.find_first_of("/?# ", prefix.size()) != std::string::npos)) {
+        throw ApiError::badInput(std::string("\"") + name + "\" must look like " + prefix + "host:port");
+    }
+    return address;
+}
+
+}  // namespace
+
+void addDeviceRoutes(httplib::Server& server) {
+    server.Get("/api/devices", [](const httplib::Request&, httplib::Response& res) {
+        std::vector<std::shared_ptr<ZQGateway::CGatewayDevice>> devices;
+        if (const int code = ZQ_DeviceMgr_GetAllDevices(devices); code != 0) {
+            throw ApiError::fromCode(code, "the device list cannot be read");
+        }
+        Json::Value body;
+        body["devices"] = Json::Value(Json::arrayValue);
+        for (const auto& device : devices) {
+            body["devices"].append(deviceJson(*device));
+        }
+        replyJson(res, 200, body);
+    });
+
+    server.Post("/api/devices", [](const httplib::Request& req, httplib::Response& res) {
+        const Json::Value body = parseObject(req.body);
+        ZQGateway::tagDeviceInfo info;
+        const int protocol = intMember(body, "protocol", kTarn, kTarn5);
+        if (protocol != kTarn && protocol != kTarn5) {
+            throw ApiError::badInput("\"protocol\" must be 2 (Tarn) or 4 (Tarn5)");
+        }
+        info.protocol = static_cast<uint8_t>(protocol);
+        const std::string deviceID = textMember(body, "deviceID", kMaxDeviceID);
+        if (deviceID.empty()) {
+            throw ApiError::badInput("\"deviceID\" must not be empty");
+        }
+        (protocol == kTarn5 ? info.tarn5DeviceID : info.tarnDeviceID) = deviceID;
+        info.name = optionalTextMember(body, "name", kMaxName, "");
+        info.category = static_cast<uint8_t>(body.isMember("category") ? intMember(body, "category", 1, 2) : 1);
+        info.telmiAddress = addressMember(body, "telmiAddress", "http");
+        info.rtspAddress = addressMember(body, "rtspAddress", "rtsp");
+        std::string deviceIndex;
+        if (const int code = ZQ_DeviceMgr_RegisterDevice(deviceIndex, info); code != 0) {
+            throw ApiError::fromCode(code, "the device was not registered");
+        }
+        Json::Value answer;
+        answer["deviceIndex"] = deviceIndex;
+        replyJson(res, 201, answer);
+    });
+
+    server.Delete(R"(/api/devices/([^/]+))", [](const httplib::Request& req, httplib::Response& res) {
+        const std::string deviceIndex = req.matches[1];
+        if (deviceIndex.size() > kMaxIndex) {
+            throw ApiError::badInput("a device index is at most 36 characters");
+        }
+        if (const int code = ZQ_DeviceMgr_RemoveDevice(deviceIndex); code != 0) {
+            throw ApiError::fromCode(code, "the device was not removed");
+        }
+        Json::Value answer;
+        answer["deviceIndex"] = deviceIndex;
+        replyJson(res, 200, answer);
+    });
+}
+
+}  // namespace gatewayd

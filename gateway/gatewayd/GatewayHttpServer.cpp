@@ -1,0 +1,95 @@
+#include "GatewayHttpServer.h"
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace gatewayd {
+namespace {
+
+constexpr time_t kKeepAliveSec = 10;
+constexpr size_t kKeepAliveRequests = 1000;
+constexpr time_t kReadTimeoutSec = 15;
+constexpr time_t kWriteTimeoutSec = 30;
+
+bool unixAddress(const std::string& path, sockaddr_un& address) {
+    address = {};
+    address.sun_family = AF_UNIX;
+    if (path.empty() || path.size() >= sizeof(address.sun_path)) {
+        return false;
+    }
+    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+    return true;
+}
+
+bool someoneAccepts(const sockaddr_un& address) {
+    const int probe = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const bool accepted =
+        probe >= 0 && ::connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
+    if (probe >= 0) {
+        ::close(probe);
+    }
+    return accepted;
+}
+
+}  // namespace
+
+GatewayHttpServer::GatewayHttpServer(const ServerLimits& limits) {
+    const size_t threads = limits.threads;
+    new_task_queue = [threads] { return new httplib::ThreadPool(threads); };
+    set_keep_alive_max_count(kKeepAliveRequests);
+    set_keep_alive_timeout(kKeepAliveSec);
+    set_read_timeout(kReadTimeoutSec, 0);
+    set_write_timeout(kWriteTimeoutSec, 0);
+    set_payload_max_length(limits.maxBody);
+}
+
+GatewayHttpServer::~GatewayHttpServer() {
+    if (!unixPath_.empty()) {
+        ::unlink(unixPath_.c_str());
+    }
+}
+
+bool GatewayHttpServer::bindTcp(const std::string& host, int port, std::string& error) {
+    if (bind_to_port(host, port) || (host == "::" && bind_to_port("0.0.0.0", port))) {
+        // The library listens with a backlog of 5; many clients connecting at once need more.
+        ::listen(svr_sock_, SOMAXCONN);
+        return true;
+    }
+    error = "cannot listen on " + host + " port " + std::to_string(port) + ": " + std::strerror(errno);
+    return false;
+}
+
+bool GatewayHttpServer::bindUnix(const std::string& path, std::string& error) {
+    sockaddr_un address {};
+    if (!unixAddress(path, address)) {
+        error = "the socket path " + path + " is empty or too long";
+        return false;
+    }
+    if (someoneAccepts(address)) {
+        error = "another process already serves " + path;
+        return false;
+    }
+    ::unlink(path.c_str());
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    // The umask makes the file private from its creation on; this runs before any thread does.
+    const mode_t previous = ::umask(0177);
+    const bool bound = fd >= 0 && ::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
+    ::umask(previous);
+    if (!bound || ::listen(fd, SOMAXCONN) != 0) {
+        error = "cannot listen on " + path + ": " + std::strerror(errno);
+        if (fd >= 0) {
+            ::close(fd);
+        }
+        return false;
+    }
+    svr_sock_ = fd;
+    unixPath_ = path;
+    return true;
+}
+
+}  // namespace gatewayd

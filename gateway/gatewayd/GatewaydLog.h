@@ -1,0 +1,6 @@
+// The service's log lines go through the gateway's tvlog under one module tag.
+#pragma once
+
+#include "tvlog.h"
+
+#define GATEWAYD_LOG(level, ...) tvlog_format((level), "GATEWAYD", __VA_ARGS__)

@@ -1,0 +1,67 @@
+#include "HomeInit.h"
+
+#include <openssl/rand.h>
+
+#include <cctype>
+
+#include "ZQConfigMgr.h"
+#include "ZQGatewayHome.h"
+
+namespace gatewayd {
+namespace {
+
+constexpr size_t kPasswordLength = 16;
+
+bool hasEveryClass(const std::string& text) {
+    bool lower = false, upper = false, digit = false;
+    for (unsigned char c : text) {
+        lower = lower || std::islower(c);
+        upper = upper || std::isupper(c);
+        digit = digit || std::isdigit(c);
+    }
+    return lower && upper && digit;
+}
+
+// Rejection sampling keeps every character equally likely.
+bool generatePassword(std::string& password) {
+    static const std::string kAlphabet = "ABCDEFGHJKLMNPQRSTUVWXYZabcdefghijkmnopqrstuvwxyz23456789";
+    const unsigned limit = 256 - 256 % kAlphabet.size();
+    do {
+        password.clear();
+        while (password.size() < kPasswordLength) {
+            unsigned char byte = 0;
+            if (RAND_bytes(&byte, 1) != 1) {
+                return false;
+            }
+            if (byte < limit) {
+                password += kAlphabet[byte % kAlphabet.size()];
+            }
+        }
+    } while (!hasEveryClass(password));
+    return true;
+}
+
+}  // namespace
+
+InitOutcome initialiseHome(std::string& password, std::string& error) {
+    const auto userCfg = ZQ_ConfigMgr_GetUserCfg();
+    if (userCfg == nullptr) {
+        error = "the gateway home cannot be created";
+        return InitOutcome::failed;
+    }
+    std::string ha1;
+    if (userCfg->getDigestHA1(ha1, "admin") == 0) {
+        return InitOutcome::alreadyInitialised;
+    }
+    if (password.empty() && !generatePassword(password)) {
+        error = "no random bytes for a password";
+        return InitOutcome::failed;
+    }
+    if (const int code = ZQ_Gateway_Init(password.c_str()); code != 0) {
+        error = "the admin password cannot be stored (code " + std::to_string(code) + ")";
+        return InitOutcome::failed;
+    }
+    return InitOutcome::initialised;
+}
+
+}  // namespace gatewayd

@@ -1,0 +1,84 @@
+// Port bindings: list with live listening states, batch bind, batch unbind, retry.
+#include "ApiError.h"
+#include "ApiPaging.h"
+#include "ApiReply.h"
+#include "ApiRoutes.h"
+#include "JsonInput.h"
+#include "RecordJson.h"
+
+namespace gatewayd {
+namespace {
+
+constexpr size_t kMaxDeviceID = 31;
+constexpr size_t kMaxIndex = 36;
+
+}  // namespace
+
+void addPortRoutes(httplib::Server& server, const TelmiLibrary& library) {
+    server.Get("/api/ports", [&library](const httplib::Request& req, httplib::Response& res) {
+        const ZQTELMIMgrBus::tagTelmiQueryReq page = pageRequest(req);
+        std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIPort>> ports;
+        ZQTELMIMgrBus::tagTelmiQueryRsp rsp {};
+        if (const int code = library.queryPortList(ports, rsp, page); code != 0) {
+            throw ApiError::fromCode(code, "the port list cannot be read");
+        }
+        Json::Value items(Json::arrayValue);
+        for (const auto& port : ports) {
+            items.append(portJson(*port));
+        }
+        replyJson(res, 200, pageJson(rsp, "ports", items));
+    });
+
+    server.Post("/api/ports", [&library](const httplib::Request& req, httplib::Response& res) {
+        const std::vector<std::string> deviceIDs = textArrayMember(parseObject(req.body), "deviceIDs", kMaxDeviceID);
+        std::vector<ZQTELMIMgrBus::tagBindPortRet> rets;
+        library.bindPort(rets, deviceIDs);
+        Json::Value body;
+        body["results"] = Json::Value(Json::arrayValue);
+        for (size_t i = 0; i < rets.size() && i < deviceIDs.size(); ++i) {
+            Json::Value entry = resultEntry(rets[i].resultCode);
+            entry["deviceID"] = deviceIDs[i];
+            // A failed bind may still name the binding it removed again: only a kept one is shown.
+            if (rets[i].resultCode == 0 && rets[i].port != nullptr) {
+                entry["portIndex"] = rets[i].port->getPortIndex();
+                entry["httpPort"] = rets[i].port->getHttpPort();
+                entry["rtspPort"] = rets[i].port->getRtspPort();
+            }
+            body["results"].append(entry);
+        }
+        replyJson(res, 200, body);
+    });
+
+    server.Post("/api/ports/unbind", [&library](const httplib::Request& req, httplib::Response& res) {
+        const std::vector<std::string> indexes = textArrayMember(parseObject(req.body), "portIndexes", kMaxIndex);
+        std::vector<int> codes;
+        library.unbindPort(codes, indexes);
+        Json::Value body;
+        body["results"] = Json::Value(Json::arrayValue);
+        for (size_t i = 0; i < codes.size() && i < indexes.size(); ++i) {
+            Json::Value entry = resultEntry(codes[i]);
+            entry["portIndex"] = indexes[i];
+            body["results"].append(entry);
+        }
+        replyJson(res, 200, body);
+    });
+
+    // May take about 50 s when nginx is slow to listen; the answer tells the outcome.
+    server.Post(R"(/api/ports/([^/]+)/retry)", [&library](const httplib::Request& req, httplib::Response& res) {
+        const std::string portIndex = req.matches[1];
+        if (portIndex.size() > kMaxIndex) {
+            throw ApiError::badInput("a port index is at most 36 characters");
+        }
+        ZQTELMIMgrBus::tagBindPortRet ret;
+        if (const int code = library.bindRetry(ret, portIndex); code != 0) {
+            throw ApiError::fromCode(code, "the binding was not retried");
+        }
+        Json::Value body = resultEntry(ret.resultCode);
+        const Json::Value port = ret.port != nullptr ? portJson(*ret.port) : Json::Value();
+        body["httpListening"] = port.get("httpListening", 0);
+        body["rtspListening"] = port.get("rtspListening", 0);
+        replyJson(res, 200, body);
+    });
+}
+
+}  // namespace gatewayd

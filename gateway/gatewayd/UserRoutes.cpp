@@ -1,0 +1,110 @@
+// TELMI user accounts: list, batch add, quick add, modify, batch delete.
+#include "ApiError.h"
+#include "ApiPaging.h"
+#include "ApiReply.h"
+#include "ApiRoutes.h"
+#include "JsonInput.h"
+#include "RecordJson.h"
+
+namespace gatewayd {
+namespace {
+
+using ZQTELMIMgrBus::tagTELMIUserInput;
+
+constexpr size_t kMaxUserName = 32;
+constexpr size_t kMaxPassword = 16;
+constexpr size_t kMaxDeviceID = 31;
+constexpr size_t kMaxIndex = 36;
+
+tagTELMIUserInput userInput(const Json::Value& item) {
+    tagTELMIUserInput input {};
+    copyToField(input.userName, textMember(item, "userName", kMaxUserName));
+    copyToField(input.password, textMember(item, "password", kMaxPassword));
+    copyToField(input.deviceID, textMember(item, "deviceID", kMaxDeviceID));
+    return input;
+}
+
+// One entry per account the library reports, with the new account's index when it was made.
+Json::Value addResults(const std::vector<ZQDeviceMgr::tagAddUserRet>& results) {
+    Json::Value entries(Json::arrayValue);
+    for (const auto& result : results) {
+        Json::Value entry = resultEntry(result.result);
+        if (result.user != nullptr) {
+            entry["userIndex"] = result.user->getUserIndex();
+            entry["userName"] = result.user->getUserName();
+            entry["deviceIndex"] = result.user->getDeviceIndex();
+        }
+        entries.append(entry);
+    }
+    return entries;
+}
+
+}  // namespace
+
+void addUserRoutes(httplib::Server& server, const TelmiLibrary& library) {
+    server.Get("/api/users", [&library](const httplib::Request& req, httplib::Response& res) {
+        const ZQTELMIMgrBus::tagTelmiQueryReq page = pageRequest(req);
+        std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIUser>> users;
+        ZQTELMIMgrBus::tagTelmiQueryRsp rsp {};
+        if (const int code = library.queryUserList(users, rsp, page); code != 0) {
+            throw ApiError::fromCode(code, "the user list cannot be read");
+        }
+        Json::Value items(Json::arrayValue);
+        for (const auto& user : users) {
+            items.append(userJson(*user));
+        }
+        replyJson(res, 200, pageJson(rsp, "users", items));
+    });
+
+    server.Post("/api/users", [&library](const httplib::Request& req, httplib::Response& res) {
+        const Json::Value body = parseObject(req.body);
+        std::vector<tagTELMIUserInput> inputs;
+        for (const Json::Value& item : objectArrayMember(body, "users")) {
+            inputs.push_back(userInput(item));
+        }
+        std::vector<ZQDeviceMgr::tagAddUserRet> results;
+        library.addUser(results, inputs);
+        Json::Value answer;
+        answer["results"] = addResults(results);
+        replyJson(res, 200, answer);
+    });
+
+    server.Post("/api/users/quick", [&library](const httplib::Request& req, httplib::Response& res) {
+        const std::string password = textMember(parseObject(req.body), "password", kMaxPassword);
+        std::vector<ZQDeviceMgr::tagAddUserRet> results;
+        if (const int code = library.quickAddUser(results, password); code != 0) {
+            throw ApiError::fromCode(code, "no quick users were added");
+        }
+        Json::Value body = resultEntry(0);
+        body["results"] = addResults(results);
+        replyJson(res, 200, body);
+    });
+
+    server.Put(R"(/api/users/([^/]+))", [&library](const httplib::Request& req, httplib::Response& res) {
+        const std::string userIndex = req.matches[1];
+        if (userIndex.size() > kMaxIndex) {
+            throw ApiError::badInput("a user index is at most 36 characters");
+        }
+        const tagTELMIUserInput input = userInput(parseObject(req.body));
+        if (const int code = library.modUser(userIndex, input); code != 0) {
+            throw ApiError::fromCode(code, "the user was not modified");
+        }
+        replyJson(res, 200, resultEntry(0));
+    });
+
+    server.Post("/api/users/delete", [&library](const httplib::Request& req, httplib::Response& res) {
+        const std::vector<std::string> indexes = textArrayMember(parseObject(req.body), "userIndexes", kMaxIndex);
+        std::vector<int> codes;
+        library.delUser(codes, indexes);
+        Json::Value body;
+        body["results"] = Json::Value(Json::arrayValue);
+        for (size_t i = 0; i < codes.size() && i < indexes.size(); ++i) {
+            Json::Value entry = resultEntry(codes[i]);
+            entry["userIndex"] = indexes[i];
+            body["results"].append(entry);
+        }
+        replyJson(res, 200, body);
+    });
+}
+
+}  // namespace gatewayd

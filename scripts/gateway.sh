@@ -1,0 +1,114 @@
+#!/usr/bin/env bash
+# Starts, stops and reports the reference gateway of one gateway home: the media daemon
+# (zqmediad), the management service (zqgatewayd, which starts nginx through the library and
+# the platform) and nginx.
+#
+#   gateway.sh [--home DIR] [--build DIR] [--library PATH] start|stop|status
+#
+# The home is --home, else $ZQ_GATEWAY_HOME, else $HOME/.zqgateway. A new home is initialised at
+# the first start and its generated admin password printed. The programs are taken from the
+# build directory: --build, else $ZQ_BUILD_DIR, else build/ in the source tree.
+# Exit status: 0 done (status: everything runs), 1 a start or stop failed, 2 usage, 3 (status)
+# something does not run.
+set -euo pipefail
+
+here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
+home="${ZQ_GATEWAY_HOME:-${HOME:+$HOME/.zqgateway}}"
+build="${ZQ_BUILD_DIR:-$here/../build}"
+library=""
+action=""
+
+usage() {
+  echo "usage: $0 [--home DIR] [--build DIR] [--library PATH] start|stop|status" >&2
+  exit 2
+}
+
+while [ $# -gt 0 ]; do
+  case "$1" in
+    --home) [ $# -ge 2 ] || usage; home="$2"; shift 2 ;;
+    --build) [ $# -ge 2 ] || usage; build="$2"; shift 2 ;;
+    --library) [ $# -ge 2 ] || usage; library="$2"; shift 2 ;;
+    start|stop|status) [ -z "$action" ] || usage; action="$1"; shift ;;
+    *) usage ;;
+  esac
+done
+[ -n "$action" ] && [ -n "$home" ] || usage
+home="$(mkdir -p "$home" && cd "$home" && pwd)"
+export ZQ_GATEWAY_HOME="$home"
+gatewayd="$build/gateway/gatewayd/zqgatewayd"
+mediad="$build/gateway/mediad/zqmediad"
+
+# The pid in a pid file, when that process still runs the named program.
+running_pid() {
+  local file="$1" name="$2" pid
+  [ -r "$file" ] || return 1
+  pid="$(tr -dc 0-9 < "$file")"
+  [ -n "$pid" ] && [ -r "/proc/$pid/cmdline" ] || return 1
+  tr '\0' ' ' < "/proc/$pid/cmdline" | grep -q "$name" || return 1
+  echo "$pid"
+}
+
+# True while the process runs; a zombie waiting for its reaper has ended.
+alive() {
+  local state
+  state="$(sed 's/.*) //' "/proc/$1/stat" 2>/dev/null | cut -d' ' -f1)" || return 1
+  [ -n "$state" ] && [ "$state" != Z ]
+}
+
+# Sends a signal to the program of a pid file and waits up to 30 s for it to end.
+stop_one() {
+  local label="$1" file="$2" name="$3" signal="$4" pid
+  if ! pid="$(running_pid "$file" "$name")"; then
+    echo "$label: not running"
+    return 0
+  fi
+  kill "-$signal" "$pid"
+  for _ in $(seq 300); do
+    alive "$pid" || { echo "$label: stopped"; return 0; }
+    sleep 0.1
+  done
+  echo "$label: still running (pid $pid) after 30 s" >&2
+  return 1
+}
+
+report() {
+  local label="$1" file="$2" name="$3" pid
+  if pid="$(running_pid "$file" "$name")"; then
+    echo "$label: running (pid $pid)"
+  else
+    echo "$label: not running"
+    return 1
+  fi
+}
+
+status() {
+  local all=0
+  report "zqmediad" "$home/run/mediad.pid" zqmediad || all=3
+  report "zqgatewayd" "$home/run/gatewayd.pid" zqgatewayd || all=3
+  report "nginx" "$home/nginx/nginx.pid" nginx || all=3
+  return $all
+}
+
+case "$action" in
+  start)
+    for program in "$gatewayd" "$mediad"; do
+      [ -x "$program" ] || { echo "$program is not built (use --build DIR)" >&2; exit 1; }
+    done
+    "$gatewayd" init --home "$home"
+    running_pid "$home/run/mediad.pid" zqmediad > /dev/null || "$mediad" --home "$home"
+    if ! running_pid "$home/run/gatewayd.pid" zqgatewayd > /dev/null; then
+      "$gatewayd" --home "$home" ${library:+--library "$library"}
+    fi
+    status || exit 1
+    ;;
+  stop)
+    failed=0
+    stop_one "zqgatewayd" "$home/run/gatewayd.pid" zqgatewayd TERM || failed=1
+    stop_one "zqmediad" "$home/run/mediad.pid" zqmediad TERM || failed=1
+    stop_one "nginx" "$home/nginx/nginx.pid" nginx QUIT || failed=1
+    exit $failed
+    ;;
+  status)
+    status
+    ;;
+esac

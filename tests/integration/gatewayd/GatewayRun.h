@@ -1,0 +1,69 @@
+// One reference gateway for a test: a temporary home with test ports, started and stopped with
+// scripts/gateway.sh, plus the clients the tests speak through (curl, Python requests) and a
+// stand-in device.
+#pragma once
+
+#include <httplib.h>
+#include <json/json.h>
+
+#include <string>
+#include <thread>
+
+#include "GatewayTestHome.h"
+
+namespace gwtest {
+
+struct Reply {
+    int status = 0;    // 0 when the client failed
+    std::string text;  // the body, after the headers when they were asked for
+    Json::Value json() const;
+};
+
+// curl with the given arguments; the status of the last answer and what curl printed.
+Reply curl(const std::string& arguments);
+
+// An HTTP device on 127.0.0.1:port answering every request with
+// "device=<name> method=<method> target=<target> credentials=<yes|no>".
+class StandInDevice {
+public:
+    StandInDevice(const std::string& name, unsigned short port);
+    ~StandInDevice();
+
+private:
+    httplib::Server server_;
+    std::thread thread_;
+};
+
+class GatewayRun {
+public:
+    // Ports: apiPort, userPort, device HTTP ports [firstHttpPort, +9], RTSP ports after them,
+    // then freePort() for the test's own listeners.
+    GatewayRun();
+    ~GatewayRun();
+
+    // scripts/gateway.sh start|stop|status; its output.
+    std::string script(const std::string& action);
+    void start();
+
+    const std::string& adminPassword() const { return adminPassword_; }
+    const TempHome& home() const { return home_; }
+    unsigned short userPort() const { return static_cast<unsigned short>(base_ + 1); }
+    unsigned short firstHttpPort() const { return static_cast<unsigned short>(base_ + 10); }
+    unsigned short freePort(int n) const { return static_cast<unsigned short>(base_ + 30 + n); }
+
+    // A management API call as admin, through curl --digest.
+    Reply api(const std::string& method, const std::string& path, const std::string& body = "") const;
+    std::string apiUrl(const std::string& path) const;
+    // Registers a stand-in device (protocol 2 Tarn, 4 Tarn5) at 127.0.0.1:port; its index.
+    std::string registerDevice(int protocol, const std::string& deviceID, unsigned short port) const;
+
+private:
+    TempHome home_;
+    unsigned short base_;
+    std::string adminPassword_;
+};
+
+// A GET with Python requests' HTTPDigestAuth.
+Reply pythonDigestGet(const std::string& url, const std::string& user, const std::string& password);
+
+}  // namespace gwtest

@@ -1,0 +1,64 @@
+// telmictl's commands, one per management API route. Each reports through the session: a
+// table or sentences, or the API's JSON with --json; refusals and failed items set its exit
+// status.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "Session.h"
+
+namespace telmictl {
+
+struct Paging {
+    int start = 0;
+    int max = 50;
+    std::string keyword;  // empty: every record
+};
+
+struct UserInput {
+    std::string userName;
+    std::string deviceID;
+};
+
+struct DeviceInput {
+    int protocol = 2;  // 2 Tarn, 4 Tarn5
+    std::string deviceID;
+    std::string name;          // empty: not sent
+    int category = 1;
+    std::string telmiAddress;  // empty: not sent
+    std::string rtspAddress;   // empty: not sent
+};
+
+void telmiStatus(Session& session);
+void telmiSwitch(Session& session, int enabled);
+
+void userList(Session& session, const Paging& paging);
+// One password for every account of the batch.
+void userAdd(Session& session, const std::vector<UserInput>& users, const std::string& password);
+void userQuickAdd(Session& session, const std::string& password);
+void userModify(Session& session, const std::string& userIndex, const UserInput& user, const std::string& password);
+void userDelete(Session& session, const std::vector<std::string>& userIndexes);
+
+void portList(Session& session, const Paging& paging);
+void portBind(Session& session, const std::vector<std::string>& deviceIDs);
+void portUnbind(Session& session, const std::vector<std::string>& portIndexes);
+void portRetry(Session& session, const std::string& portIndex);
+
+void deviceList(Session& session);
+void deviceAdd(Session& session, const DeviceInput& device);
+void deviceRemove(Session& session, const std::string& deviceIndex);
+
+// Device index -> device ID, for tables that name devices; empty when the list is not available
+// (the tables then show device indexes).
+std::map<std::string, std::string> deviceIdsByIndex(Session& session);
+
+// The query of a list page: start, max and, when given, keyword.
+httplib::Params pagingQuery(const Paging& paging);
+// How many records matched, and where the next page starts when this one holds less than all.
+void sayPage(Session& session, const Json::Value& page, const Paging& paging, const std::string& record);
+// "1 device", "2 devices".
+std::string counted(unsigned count, const std::string& record);
+
+}  // namespace telmictl

@@ -1,0 +1,85 @@
+#include "Commands.h"
+
+#include "Table.h"
+
+namespace telmictl {
+
+namespace {
+
+Json::Value userJson(const UserInput& user, const std::string& password) {
+    Json::Value json;
+    json["userName"] = user.userName;
+    json["password"] = password;
+    json["deviceID"] = user.deviceID;
+    return json;
+}
+
+// Entries of an added account carry its name and index; a failed quick-add entry names nothing.
+void reportAdded(Session& session, const Json::Value& results, const std::vector<UserInput>& asked) {
+    for (Json::ArrayIndex i = 0; i < results.size(); ++i) {
+        const Json::Value& entry = results[i];
+        const std::string subject = i < asked.size()         ? asked[i].userName
+                                    : entry["userName"].isString() ? entry["userName"].asString()
+                                                                   : "account " + std::to_string(i + 1);
+        session.reportItem(subject, entry, "added, user index " + entry["userIndex"].asString());
+    }
+    session.finishBatch(results);
+}
+
+}  // namespace
+
+void userList(Session& session, const Paging& paging) {
+    const auto page = session.accept(session.api().get("/api/users", pagingQuery(paging)));
+    if (!page || session.json()) {
+        return;
+    }
+    const auto deviceIds = deviceIdsByIndex(session);
+    Table table({"USER INDEX", "NAME", "DEVICE", "ADDED"});
+    for (const auto& user : (*page)["users"]) {
+        const std::string deviceIndex = user["deviceIndex"].asString();
+        const auto device = deviceIds.find(deviceIndex);
+        table.add({user["userIndex"].asString(), user["userName"].asString(),
+                   device != deviceIds.end() ? device->second : deviceIndex, user["addTime"].asString()});
+    }
+    table.print(stdout);
+    sayPage(session, *page, paging, "user");
+}
+
+void userAdd(Session& session, const std::vector<UserInput>& users, const std::string& password) {
+    Json::Value request;
+    for (const auto& user : users) {
+        request["users"].append(userJson(user, password));
+    }
+    if (const auto body = session.accept(session.api().post("/api/users", request))) {
+        reportAdded(session, (*body)["results"], users);
+    }
+}
+
+void userQuickAdd(Session& session, const std::string& password) {
+    Json::Value request;
+    request["password"] = password;
+    if (const auto body = session.accept(session.api().post("/api/users/quick", request))) {
+        reportAdded(session, (*body)["results"], {});
+    }
+}
+
+void userModify(Session& session, const std::string& userIndex, const UserInput& user, const std::string& password) {
+    if (session.accept(session.api().put("/api/users/" + gwapi::pathSegment(userIndex), userJson(user, password)))) {
+        session.say("user " + userIndex + " modified: " + user.userName + " on device " + user.deviceID);
+    }
+}
+
+void userDelete(Session& session, const std::vector<std::string>& userIndexes) {
+    Json::Value request;
+    for (const auto& index : userIndexes) {
+        request["userIndexes"].append(index);
+    }
+    if (const auto body = session.accept(session.api().post("/api/users/delete", request))) {
+        for (const auto& entry : (*body)["results"]) {
+            session.reportItem(entry["userIndex"].asString(), entry, "deleted");
+        }
+        session.finishBatch((*body)["results"]);
+    }
+}
+
+}  // namespace telmictl

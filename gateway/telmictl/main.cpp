@@ -1,0 +1,207 @@
+// telmictl: the gateway administrator's command-line client of the management API.
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "Commands.h"
+#include "ExitStatus.h"
+#include "ManagementClient.h"
+#include "SecretInput.h"
+
+using namespace telmictl;
+
+namespace {
+
+// A port retry may wait most of a minute for nginx; a batch restarts nginx once.
+constexpr time_t kReadSeconds = 120;
+
+struct Invocation {
+    std::string gateway = "http://127.0.0.1:8600";
+    std::string adminPasswordFile;
+    bool json = false;
+    Paging paging;
+    std::vector<std::string> items;   // the indexes or device IDs of a batch
+    std::vector<std::string> users;   // NAME=DEVICEID
+    std::string index;                // the one record a command is about
+    UserInput user;
+    DeviceInput device;
+    bool needsUserPassword = false;
+    std::function<void(Session&, const std::string& userPassword)> run;
+};
+
+const CLI::Validator kUserOnDevice(
+    [](std::string& item) {
+        const size_t equals = item.find('=');
+        return equals == 0 || equals == std::string::npos || equals + 1 == item.size()
+                   ? "expected NAME=DEVICEID, got \"" + item + "\""
+                   : std::string();
+    },
+    "NAME=DEVICEID");
+
+std::vector<UserInput> splitUsers(const std::vector<std::string>& items) {
+    std::vector<UserInput> users;
+    for (const auto& item : items) {
+        const size_t equals = item.find('=');
+        users.push_back({item.substr(0, equals), item.substr(equals + 1)});
+    }
+    return users;
+}
+
+void addPaging(CLI::App* list, Paging& paging) {
+    list->add_option("--start", paging.start, "Skip this many records (0 to 500)")->capture_default_str();
+    list->add_option("--max", paging.max, "Show at most this many records (0 to 500)")->capture_default_str();
+    list->add_option("--keyword", paging.keyword, "Only records whose names or IDs contain this text");
+}
+
+void defineTelmi(CLI::App& app, Invocation& inv) {
+    CLI::App* telmi = app.add_subcommand("telmi", "TELMI access through the gateway: switch it on or off")
+                          ->require_subcommand(1);
+    telmi->add_subcommand("status", "Show whether TELMI access is on")->callback([&inv] {
+        inv.run = [](Session& s, const std::string&) { telmiStatus(s); };
+    });
+    telmi->add_subcommand("on", "Switch TELMI access on")->callback([&inv] {
+        inv.run = [](Session& s, const std::string&) { telmiSwitch(s, 1); };
+    });
+    telmi->add_subcommand("off", "Switch TELMI access off (both front ends answer 403)")->callback([&inv] {
+        inv.run = [](Session& s, const std::string&) { telmiSwitch(s, 0); };
+    });
+}
+
+void defineUser(CLI::App& app, Invocation& inv) {
+    CLI::App* user = app.add_subcommand("user", "TELMI users: one account per device")->require_subcommand(1);
+    CLI::App* list = user->add_subcommand("list", "List TELMI users");
+    addPaging(list, inv.paging);
+    list->callback([&inv] { inv.run = [&inv](Session& s, const std::string&) { userList(s, inv.paging); }; });
+
+    CLI::App* add = user->add_subcommand("add", "Add TELMI users, all with one password read from standard input");
+    add->add_option("users", inv.users, "Accounts to add")->required()->check(kUserOnDevice);
+    add->callback([&inv] {
+        inv.needsUserPassword = true;
+        inv.run = [&inv](Session& s, const std::string& password) { userAdd(s, splitUsers(inv.users), password); };
+    });
+
+    user->add_subcommand("quick-add",
+                         "Add a user named after its access ID for every device without one; one password for all")
+        ->callback([&inv] {
+            inv.needsUserPassword = true;
+            inv.run = [](Session& s, const std::string& password) { userQuickAdd(s, password); };
+        });
+
+    CLI::App* mod = user->add_subcommand("mod", "Change a user's name, device and password");
+    mod->add_option("userIndex", inv.index, "The user's index")->required();
+    mod->add_option("--name", inv.user.userName, "The user's name, new or unchanged")->required();
+    mod->add_option("--device", inv.user.deviceID, "The device's ID, new or unchanged")->required();
+    mod->callback([&inv] {
+        inv.needsUserPassword = true;
+        inv.run = [&inv](Session& s, const std::string& password) { userModify(s, inv.index, inv.user, password); };
+    });
+
+    CLI::App* del = user->add_subcommand("del", "Delete TELMI users");
+    del->add_option("userIndexes", inv.items, "Indexes of the users")->required();
+    del->callback([&inv] { inv.run = [&inv](Session& s, const std::string&) { userDelete(s, inv.items); }; });
+}
+
+void definePort(CLI::App& app, Invocation& inv) {
+    CLI::App* port = app.add_subcommand("port", "Port bindings: a gateway port pair per Tarn5 device")
+                         ->require_subcommand(1);
+    CLI::App* list = port->add_subcommand("list", "List port bindings with their listening states");
+    addPaging(list, inv.paging);
+    list->callback([&inv] { inv.run = [&inv](Session& s, const std::string&) { portList(s, inv.paging); }; });
+
+    CLI::App* bind = port->add_subcommand("bind", "Bind an HTTP and an RTSP port to each device");
+    bind->add_option("deviceIDs", inv.items, "IDs of the devices")->required();
+    bind->callback([&inv] { inv.run = [&inv](Session& s, const std::string&) { portBind(s, inv.items); }; });
+
+    CLI::App* unbind = port->add_subcommand("unbind", "Release port bindings");
+    unbind->add_option("portIndexes", inv.items, "Indexes of the bindings")->required();
+    unbind->callback([&inv] { inv.run = [&inv](Session& s, const std::string&) { portUnbind(s, inv.items); }; });
+
+    CLI::App* retry = port->add_subcommand("retry", "Bring a binding's listeners up again (may take about 50 s)");
+    retry->add_option("portIndex", inv.index, "Index of the binding")->required();
+    retry->callback([&inv] { inv.run = [&inv](Session& s, const std::string&) { portRetry(s, inv.index); }; });
+}
+
+void defineDevice(CLI::App& app, Invocation& inv) {
+    CLI::App* device = app.add_subcommand("device", "Devices attached to the gateway")->require_subcommand(1);
+    device->add_subcommand("list", "List devices")->callback([&inv] {
+        inv.run = [](Session& s, const std::string&) { deviceList(s); };
+    });
+
+    CLI::App* add = device->add_subcommand("add", "Attach a device");
+    add->add_option("--protocol", inv.device.protocol, "Access protocol")
+        ->required()
+        ->transform(CLI::CheckedTransformer(std::map<std::string, int> {{"tarn", 2}, {"tarn5", 4}}));
+    add->add_option("--id", inv.device.deviceID, "The device's ID (access ID)")->required();
+    add->add_option("--name", inv.device.name, "A name for people");
+    add->add_option("--category", inv.device.category, "Device category")
+        ->capture_default_str()
+        ->check(CLI::IsMember({1, 2}));
+    add->add_option("--telmi-address", inv.device.telmiAddress, "The device's TELMI address, http://HOST:PORT");
+    add->add_option("--rtsp-address", inv.device.rtspAddress, "The device's RTSP address, rtsp://HOST:PORT");
+    add->callback([&inv] { inv.run = [&inv](Session& s, const std::string&) { deviceAdd(s, inv.device); }; });
+
+    CLI::App* remove = device->add_subcommand("remove", "Detach a device; its TELMI user and binding go with it");
+    remove->add_option("deviceIndex", inv.index, "Index of the device")->required();
+    remove->callback([&inv] { inv.run = [&inv](Session& s, const std::string&) { deviceRemove(s, inv.index); }; });
+}
+
+// A user password, typed twice on a terminal so that a typing error does not lock a user out.
+bool readUserPassword(std::string& password, std::string& error) {
+    if (!gwapi::readSecret("TELMI user password", "", password, error)) {
+        return false;
+    }
+    std::string again;
+    if (gwapi::secretsAreTyped() &&
+        (!gwapi::readSecret("TELMI user password again", "", again, error) || again != password)) {
+        error = "the two passwords differ";
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Invocation inv;
+    CLI::App app {"Command-line client of the gateway's management API. Passwords are read from a prompt or "
+                  "standard input (the admin password first, then a TELMI user's), never from the command line."};
+    app.add_option("--gateway", inv.gateway, "URL of the management API")
+        ->capture_default_str()
+        ->envname("ZQ_GATEWAY_URL");
+    app.add_option("--admin-password-file", inv.adminPasswordFile,
+                   "File whose first line is the gateway admin's password (default: prompt or standard input)");
+    app.add_flag("--json", inv.json, "Print the API's JSON answers instead of tables and sentences");
+    app.require_subcommand(1);
+    defineTelmi(app, inv);
+    defineUser(app, inv);
+    definePort(app, inv);
+    defineDevice(app, inv);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        return app.exit(e) == 0 ? kExitDone : kExitUsage;
+    }
+
+    std::string adminPassword, userPassword, error;
+    if (!gwapi::checkManagementUrl(inv.gateway, error)) {
+        std::fprintf(stderr, "telmictl: %s\n", error.c_str());
+        return kExitUsage;
+    }
+    if (!gwapi::readSecret("gateway admin password", inv.adminPasswordFile, adminPassword, error)) {
+        std::fprintf(stderr, "telmictl: %s\n", error.c_str());
+        return kExitAdmin;
+    }
+    if (inv.needsUserPassword && !readUserPassword(userPassword, error)) {
+        std::fprintf(stderr, "telmictl: %s\n", error.c_str());
+        return kExitUsage;
+    }
+    gwapi::ManagementClient api(inv.gateway, adminPassword, kReadSeconds);
+    Session session(api, inv.gateway, inv.json);
+    try {
+        inv.run(session, userPassword);
+    } catch (const Json::Exception& e) {
+        session.fail(kExitUnreachable, std::string("the gateway's answer has an unexpected form: ") + e.what());
+    }
+    return session.exitStatus();
+}

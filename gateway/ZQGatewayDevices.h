@@ -27,6 +27,7 @@ enum tagStoreCode : int {
     storePortTaken = 61007,    // another binding holds the HTTP or RTSP port
     storeNoFreePort = 61008,
     storeDatabase = 61009,     // SQLite failed; the in-memory index is unchanged
+    storeDeviceIdTaken = 61010,  // another device has that access ID
 };
 
 // Lock-out: the 7th failure of a requester key on a user or binding locks the key for the

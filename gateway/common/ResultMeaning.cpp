@@ -34,6 +34,7 @@ ResultMeaning meaningOf(int code) {
         case storePortTaken: return {409, "another binding holds that port"};
         case storeNoFreePort: return {503, "no free port is left in the gateway's ranges"};
         case storeDatabase: return {500, "the device store's database failed"};
+        case storeDeviceIdTaken: return {409, "another device has that access ID"};
         case configBadArgument: return {400, "the configuration store refused the value"};
         case configUnreadable: return {500, "the gateway settings file is not valid JSON"};
         case configWriteFailed: return {500, "the gateway settings cannot be written"};

@@ -216,6 +216,12 @@ TEST(DeviceStoreTest, OneAccountAndBindingPerDeviceRecordsOutliveDeletion) {
     inChild(home, [] {
         const std::string tarn = registerDevice(2, "T1"), tarn5 = registerDevice(4, "T5"), third = registerDevice(2, "T3");
         EXPECT_EQ(tarn.size(), 36u);
+        ZQGateway::tagDeviceInfo twin;
+        twin.protocol = 4;
+        twin.tarn5DeviceID = "T1";
+        std::string twinIndex;
+        EXPECT_EQ(ZQ_DeviceMgr_RegisterDevice(twinIndex, twin), ZQGateway::storeDeviceIdTaken)
+            << "an access ID names one device, whatever its protocol";
         std::shared_ptr<ZQDeviceMgr::CTELMIUser> user;
         ASSERT_EQ(ZQ_DeviceMgr_AddTELMIUser(user, userRecord("alice", tarn)), 0);
         std::shared_ptr<ZQDeviceMgr::CTELMIUser> other;

@@ -307,6 +307,15 @@ int DeviceStore::registerDevice(std::string& deviceIndex, const tagDeviceInfo& i
     if (!open_) {
         return storeDatabase;
     }
+    // The access ID is how users and bindings name a device: two devices sharing one would make
+    // every later lookup by it ambiguous.
+    const std::string& accessId = info.protocol == 4 ? info.tarn5DeviceID : info.tarnDeviceID;
+    for (const auto& device : devices_) {
+        const std::string existing = device->getProtocol() == 4 ? device->getTarn5DeviceID() : device->getTarnDeviceID();
+        if (!accessId.empty() && existing == accessId) {
+            return storeDeviceIdTaken;
+        }
+    }
     auto record = std::make_shared<DeviceRecord>(*this, newRecordIndex(), info, deviceClock_.next());
     int result = db_.transaction([&](sqlite3* db) {
         return Statement(db,

@@ -2,19 +2,20 @@
 #include "FakePlatform.h"
 
 using fake::fakePlatform;
+using fake::lockPlatform;
 
 namespace {
 
 class FakeTELMICfg : public ZQConfigMgr::CTELMICfg {
 public:
     int getTELMIParam() override {
-        std::lock_guard<std::recursive_mutex> lock(fakePlatform().mutex);
+        auto lock = lockPlatform();
         return fakePlatform().telmiParam;
     }
     int setTELMIParam(int value) override {
-        std::lock_guard<std::recursive_mutex> lock(fakePlatform().mutex);
+        auto lock = lockPlatform();
         auto& platform = fakePlatform();
-        platform.record("config.setTELMIParam " + std::to_string(value));
+        platform.call("config.setTELMIParam", std::to_string(value));
         if (platform.setTELMIParamResult == 0) {
             platform.telmiParam = value;
         }
@@ -25,17 +26,12 @@ public:
 class FakeUserCfg : public ZQConfigMgr::CUserCfg {
 public:
     std::string getRealm() override {
-        std::lock_guard<std::recursive_mutex> lock(fakePlatform().mutex);
+        auto lock = lockPlatform();
         return fakePlatform().realm;
     }
     int getDigestHA1(std::string& ha1, const char* user) override {
-        std::lock_guard<std::recursive_mutex> lock(fakePlatform().mutex);
-        auto& known = fakePlatform().gatewayHA1;
-        auto it = known.find(user);
-        if (it == known.end()) {
-            return -1;
-        }
-        ha1 = it->second;
+        auto lock = lockPlatform();
+        ha1 = fakePlatform().gatewayHA1[user];  // empty for an unknown user
         return 0;
     }
 };
@@ -43,7 +39,7 @@ public:
 class FakePrivateCfg : public ZQConfigMgr::CPrivateCfg {
 public:
     int getInternalCommParams(ZQConfigMgr::tagInternalCommunicationInfo& info) override {
-        std::lock_guard<std::recursive_mutex> lock(fakePlatform().mutex);
+        auto lock = lockPlatform();
         info.timeout = fakePlatform().mediaTimeoutMs;
         return 0;
     }
@@ -54,11 +50,11 @@ public:
 std::shared_ptr<ZQConfigMgr::CTELMICfg> ZQ_ConfigMgr_GetTELMICfg() { return std::make_shared<FakeTELMICfg>(); }
 
 std::shared_ptr<ZQConfigMgr::CUserCfg> ZQ_ConfigMgr_GetUserCfg() {
-    std::lock_guard<std::recursive_mutex> lock(fakePlatform().mutex);
+    auto lock = lockPlatform();
     return fakePlatform().userCfgPresent ? std::make_shared<FakeUserCfg>() : nullptr;
 }
 
 std::shared_ptr<ZQConfigMgr::CPrivateCfg> ZQ_ConfigMgr_GetPrivateCfg() {
-    std::lock_guard<std::recursive_mutex> lock(fakePlatform().mutex);
+    auto lock = lockPlatform();
     return fakePlatform().privateCfgPresent ? std::make_shared<FakePrivateCfg>() : nullptr;
 }

@@ -1,19 +1,18 @@
 // The device store and device bus functions, over the fake's in-memory contents.
+#include <strings.h>
+
 #include <algorithm>
 #include <cstring>
 
 #include "FakePlatform.h"
 
 using fake::fakePlatform;
+using fake::lockPlatform;
 using ZQDeviceMgr::CKelDevice;
 using ZQDeviceMgr::CTELMIPort;
 using ZQDeviceMgr::CTELMIUser;
 
 namespace {
-
-std::unique_lock<std::recursive_mutex> lockPlatform() {
-    return std::unique_lock<std::recursive_mutex>(fakePlatform().mutex);
-}
 
 // Reads a record's text field up to its NUL or its width, whichever comes first.
 template <size_t N>
@@ -34,11 +33,10 @@ int eraseByIndex(Records& records, const std::string& index) {
 }  // namespace
 
 int ZQ_DeviceMgr_AddTELMIUser(std::shared_ptr<CTELMIUser>& user, const ZQDeviceMgr::tagTELMIUser& rec) {
-    auto lock = lockPlatform();
     auto& platform = fakePlatform();
-    platform.record("store.AddTELMIUser " + field(rec.userName) + " dev=" + field(rec.deviceIndex) +
-                    " ha1=" + field(rec.digestHA1));
-    if (auto injected = platform.takeInjected("ZQ_DeviceMgr_AddTELMIUser")) {
+    auto lock = lockPlatform();
+    if (auto injected = platform.call("store.AddTELMIUser", field(rec.userName) + " dev=" + field(rec.deviceIndex) +
+                                                                " ha1=" + field(rec.digestHA1))) {
         return *injected;
     }
     user = platform.addUser(field(rec.userName), field(rec.deviceIndex), field(rec.digestHA1));
@@ -47,10 +45,9 @@ int ZQ_DeviceMgr_AddTELMIUser(std::shared_ptr<CTELMIUser>& user, const ZQDeviceM
 
 int ZQ_DeviceMgr_QuickAddTELMIUser(std::vector<ZQDeviceMgr::tagAddUserRet>& rets,
                                    const std::vector<ZQDeviceMgr::tagTELMIUser>& recs) {
-    auto lock = lockPlatform();
     auto& platform = fakePlatform();
-    platform.record("store.QuickAddTELMIUser count=" + std::to_string(recs.size()));
-    if (auto injected = platform.takeInjected("ZQ_DeviceMgr_QuickAddTELMIUser")) {
+    auto lock = lockPlatform();
+    if (auto injected = platform.call("store.QuickAddTELMIUser", "count=" + std::to_string(recs.size()))) {
         return *injected;
     }
     for (const auto& rec : recs) {
@@ -62,11 +59,10 @@ int ZQ_DeviceMgr_QuickAddTELMIUser(std::vector<ZQDeviceMgr::tagAddUserRet>& rets
 }
 
 int ZQ_DeviceMgr_ModifyTELMIUser(const std::string& userIndex, const ZQDeviceMgr::tagTELMIUser& rec) {
-    auto lock = lockPlatform();
     auto& platform = fakePlatform();
-    platform.record("store.ModifyTELMIUser " + userIndex + " " + field(rec.userName) + " dev=" +
-                    field(rec.deviceIndex) + " ha1=" + field(rec.digestHA1));
-    if (auto injected = platform.takeInjected("ZQ_DeviceMgr_ModifyTELMIUser")) {
+    auto lock = lockPlatform();
+    if (auto injected = platform.call("store.ModifyTELMIUser", userIndex + " " + field(rec.userName) + " dev=" +
+                                                                   field(rec.deviceIndex) + " ha1=" + field(rec.digestHA1))) {
         return *injected;
     }
     auto user = platform.findUser(userIndex);
@@ -80,10 +76,9 @@ int ZQ_DeviceMgr_ModifyTELMIUser(const std::string& userIndex, const ZQDeviceMgr
 }
 
 int ZQ_DeviceMgr_DelTELMIUser(const std::string& userIndex) {
-    auto lock = lockPlatform();
     auto& platform = fakePlatform();
-    platform.record("store.DelTELMIUser " + userIndex);
-    if (auto injected = platform.takeInjected("ZQ_DeviceMgr_DelTELMIUser")) {
+    auto lock = lockPlatform();
+    if (auto injected = platform.call("store.DelTELMIUser", userIndex)) {
         return *injected;
     }
     return eraseByIndex(platform.users, userIndex);
@@ -95,18 +90,17 @@ std::shared_ptr<CTELMIUser> ZQ_DeviceMgr_GetTELMIUser(std::string userIndex) {
 
 int ZQ_DeviceMgr_GetAllTELMIUser(std::vector<std::shared_ptr<CTELMIUser>>& users) {
     auto lock = lockPlatform();
-    for (const auto& user : fakePlatform().users) {
-        users.push_back(user);
-    }
+    users.insert(users.end(), fakePlatform().users.begin(), fakePlatform().users.end());
     return 0;
 }
 
 int ZQ_DeviceMgr_BindTELMIPort(std::shared_ptr<CTELMIPort>& port, const ZQDeviceMgr::tagTELMIPort& rec) {
-    auto lock = lockPlatform();
     auto& platform = fakePlatform();
-    platform.record("store.BindTELMIPort dev=" + field(rec.deviceIndex) + " http=" + std::to_string(rec.httpPort) +
-                    " rtsp=" + std::to_string(rec.rtspPort) + " spare=" + std::to_string(rec.spare));
-    if (auto injected = platform.takeInjected("ZQ_DeviceMgr_BindTELMIPort")) {
+    auto lock = lockPlatform();
+    if (auto injected = platform.call("store.BindTELMIPort", "dev=" + field(rec.deviceIndex) + " http=" +
+                                                                 std::to_string(rec.httpPort) + " rtsp=" +
+                                                                 std::to_string(rec.rtspPort) + " spare=" +
+                                                                 std::to_string(rec.spare))) {
         return *injected;
     }
     port = platform.addPort(field(rec.deviceIndex), rec.httpPort, rec.rtspPort);
@@ -114,10 +108,9 @@ int ZQ_DeviceMgr_BindTELMIPort(std::shared_ptr<CTELMIPort>& port, const ZQDevice
 }
 
 int ZQ_DeviceMgr_UnbindTELMIPort(const std::string& portIndex) {
-    auto lock = lockPlatform();
     auto& platform = fakePlatform();
-    platform.record("store.UnbindTELMIPort " + portIndex);
-    if (auto injected = platform.takeInjected("ZQ_DeviceMgr_UnbindTELMIPort")) {
+    auto lock = lockPlatform();
+    if (auto injected = platform.call("store.UnbindTELMIPort", portIndex)) {
         return *injected;
     }
     return eraseByIndex(platform.ports, portIndex);
@@ -133,9 +126,7 @@ int ZQ_DeviceMgr_GetTELMIPort(std::shared_ptr<CTELMIPort>& port, const std::stri
 
 int ZQ_DeviceMgr_GetAllTELMIPort(std::vector<std::shared_ptr<CTELMIPort>>& ports) {
     auto lock = lockPlatform();
-    for (const auto& port : fakePlatform().ports) {
-        ports.push_back(port);
-    }
+    ports.insert(ports.end(), fakePlatform().ports.begin(), fakePlatform().ports.end());
     return 0;
 }
 
@@ -144,18 +135,18 @@ std::shared_ptr<CKelDevice> ZQ_DeviceMgr_GetDevice(std::string deviceIndex) {
 }
 
 int ZQ_DeviceMgr_NotifyAttach(ZQDeviceMgr::DevChangeCallback callback, void* context) {
-    auto lock = lockPlatform();
     auto& platform = fakePlatform();
-    platform.record("store.NotifyAttach");
+    auto lock = lockPlatform();
+    platform.call("store.NotifyAttach");
     platform.callback = callback;
     platform.callbackContext = context;
     return 0;
 }
 
 int ZQ_DeviceMgr_NotifyDetach(ZQDeviceMgr::DevChangeCallback callback) {
-    auto lock = lockPlatform();
     auto& platform = fakePlatform();
-    platform.record("store.NotifyDetach");
+    auto lock = lockPlatform();
+    platform.call("store.NotifyDetach");
     if (platform.callback == callback) {
         platform.callback = nullptr;
         platform.callbackContext = nullptr;
@@ -163,15 +154,15 @@ int ZQ_DeviceMgr_NotifyDetach(ZQDeviceMgr::DevChangeCallback callback) {
     return 0;
 }
 
-// The fake bus returns, in store order, the devices whose Tarn or Tarn5 ID equals the key word
-// (every device for an empty one), whatever their protocol, at most maxNum of them.
+// The fake bus returns, in store order, the devices whose Tarn or Tarn5 ID equals the key word in
+// any letter case (every device for an empty one), whatever their protocol, at most maxNum of them:
+// the library itself must tell which of them are a match.
 int ZQ_DeviceMgrBus_QueryDeviceList(std::vector<std::shared_ptr<CKelDevice>>& devices, int& total, int& count,
                                     const ZQDeviceMgrBus::tagDevQueryCond& cond) {
-    auto lock = lockPlatform();
     auto& platform = fakePlatform();
+    auto lock = lockPlatform();
     platform.deviceQueries.push_back(cond);
-    platform.record("bus.QueryDeviceList");
-    if (auto injected = platform.takeInjected("ZQ_DeviceMgrBus_QueryDeviceList")) {
+    if (auto injected = platform.call("bus.QueryDeviceList")) {
         return *injected;
     }
     const std::string keyWord = field(cond.keyWord);
@@ -179,7 +170,8 @@ int ZQ_DeviceMgrBus_QueryDeviceList(std::vector<std::shared_ptr<CKelDevice>>& de
         if (static_cast<int>(devices.size()) >= cond.maxNum) {
             break;
         }
-        if (keyWord.empty() || device->tarnId == keyWord || device->tarn5Id == keyWord) {
+        if (keyWord.empty() || strcasecmp(device->tarnId.c_str(), keyWord.c_str()) == 0 ||
+            strcasecmp(device->tarn5Id.c_str(), keyWord.c_str()) == 0) {
             devices.push_back(device);
         }
     }

@@ -7,6 +7,7 @@
 #include "FakePlatform.h"
 
 using fake::fakePlatform;
+using fake::lockPlatform;
 
 namespace fake {
 
@@ -26,17 +27,9 @@ Json::Value listenStatus(const std::string& devIndex, unsigned short port, bool 
     return status;
 }
 
-}  // namespace
-
 // Opens and closes RTSP listeners in the fake's listener table and reports them as it holds them.
-MediaReply wellBehavedMedia(const std::string& command) {
+std::string wellBehavedAnswer(const Json::Value& request) {
     auto& platform = fakePlatform();
-    std::lock_guard<std::recursive_mutex> lock(platform.mutex);
-    Json::Value request;
-    Json::Reader reader;
-    if (!reader.parse(command, request)) {
-        return {0, "{\"statusCode\":4,\"statusString\":\"Invalid JSON\"}", ""};
-    }
     const std::string method = request["method"].asString();
     const Json::Value& params = request["params"];
     Json::Value answer(Json::objectValue);
@@ -56,15 +49,11 @@ MediaReply wellBehavedMedia(const std::string& command) {
     } else if (method == "gatewayProtocol") {
         std::smatch match;
         const std::string uri = params["uri"].asString();
-        if (!std::regex_search(uri, match, std::regex("devIndex=([^&]*)&.*portNo=([0-9]+)"))) {
-            answer["data"]["rsp"]["statusCode"] = 4;
-            answer["data"]["rsp"]["statusString"] = "Invalid uri";
-        } else {
-            const std::string devIndex = match[1];
+        if (std::regex_search(uri, match, std::regex("devIndex=([^&]*)&.*portNo=([0-9]+)"))) {
             const auto port = static_cast<unsigned short>(std::stoi(match[2]));
-            platform.mediaListening[devIndex] = port;
+            platform.mediaListening[match[1]] = port;
             platform.listeners[port] = FakePlatform::kMediaPid;
-            answer["data"]["rsp"]["listenStatus"] = listenStatus(devIndex, port, true);
+            answer["data"]["rsp"]["listenStatus"] = listenStatus(match[1], port, true);
         }
     } else if (method == "GetMediaPortStatus") {
         answer["data"]["listenStatus"] = Json::Value(Json::arrayValue);
@@ -76,40 +65,38 @@ MediaReply wellBehavedMedia(const std::string& command) {
                 answer["data"]["listenStatus"].append(listenStatus(it->first, it->second, listening));
             }
         }
-    } else {
-        answer["statusCode"] = 4;
-        answer["statusString"] = "Unknown method";
     }
-    return {0, compact(answer), ""};
+    return compact(answer);
 }
+
+}  // namespace
 
 }  // namespace fake
 
 int DriverCif_InputCmdToMediaSyn(const char* cmd, int cmdLen, char** rsp, int* rspLen, std::string* errMsg,
                                  int reserved, int timeoutSec) {
     auto& platform = fakePlatform();
-    std::lock_guard<std::recursive_mutex> lock(platform.mutex);
+    auto lock = lockPlatform();
     std::string command(cmd, static_cast<size_t>(cmdLen));
-    platform.mediaCommands.push_back({command, cmdLen, reserved, timeoutSec});
-    Json::Value parsed;
-    Json::Reader().parse(command, parsed);
-    platform.record("media " + parsed["method"].asString());
+    platform.mediaCommands.push_back({command, reserved, timeoutSec});
+    Json::Value request;
+    Json::Reader().parse(command, request);
+    platform.call("media " + request["method"].asString());
 
-    fake::MediaReply reply;
+    fake::MediaReply reply{0, "", ""};
     if (!platform.mediaReplies.empty()) {
         reply = platform.mediaReplies.front();
         platform.mediaReplies.pop_front();
-    } else if (platform.mediaHandler) {
-        reply = platform.mediaHandler(command);
     } else {
-        reply = fake::wellBehavedMedia(command);
+        reply.body = fake::wellBehavedAnswer(request);
     }
     if (reply.rc != 0) {
         *errMsg = reply.errMsg;
         return reply.rc;
     }
-    char* buffer = new char[reply.body.size() + 1];
-    std::memcpy(buffer, reply.body.c_str(), reply.body.size() + 1);
+    // Exactly the answer's bytes, no NUL after them: the library must go by the length.
+    char* buffer = new char[reply.body.size()];
+    std::memcpy(buffer, reply.body.data(), reply.body.size());
     platform.liveBuffers.insert(buffer);
     ++platform.buffersAllocated;
     *rsp = buffer;
@@ -119,9 +106,9 @@ int DriverCif_InputCmdToMediaSyn(const char* cmd, int cmdLen, char** rsp, int* r
 
 void DriverCif_FreeBuffer(char* buf) {
     auto& platform = fakePlatform();
-    std::lock_guard<std::recursive_mutex> lock(platform.mutex);
+    auto lock = lockPlatform();
     if (platform.liveBuffers.erase(buf) == 0) {
-        platform.bufferErrors.push_back("free of a buffer that is not live");
+        ++platform.badFrees;
         return;
     }
     ++platform.buffersFreed;

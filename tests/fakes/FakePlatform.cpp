@@ -10,6 +10,10 @@ FakePlatform& fakePlatform() {
     return platform;
 }
 
+std::unique_lock<std::recursive_mutex> lockPlatform() {
+    return std::unique_lock<std::recursive_mutex>(fakePlatform().mutex);
+}
+
 void FakePlatform::reset() {
     std::lock_guard<std::recursive_mutex> lock(mutex);
     for (char* buffer : liveBuffers) {
@@ -76,31 +80,6 @@ void FakePlatform::removeDevice(const std::string& index) {
                   devices.end());
 }
 
-template <class Records>
-static auto findByIndex(const Records& records, const std::string& index) -> typename Records::value_type {
-    for (const auto& record : records) {
-        if (record->index == index) {
-            return record;
-        }
-    }
-    return nullptr;
-}
-
-std::shared_ptr<FakeUser> FakePlatform::findUser(const std::string& index) {
-    std::lock_guard<std::recursive_mutex> lock(mutex);
-    return findByIndex(users, index);
-}
-
-std::shared_ptr<FakePort> FakePlatform::findPort(const std::string& index) {
-    std::lock_guard<std::recursive_mutex> lock(mutex);
-    return findByIndex(ports, index);
-}
-
-std::shared_ptr<FakeDevice> FakePlatform::findDevice(const std::string& index) {
-    std::lock_guard<std::recursive_mutex> lock(mutex);
-    return findByIndex(devices, index);
-}
-
 void FakePlatform::notify(ZQDeviceMgr::tagNotifyType type, const std::string& deviceIndex) {
     ZQDeviceMgr::DevChangeCallback cb;
     void* context;
@@ -110,8 +89,7 @@ void FakePlatform::notify(ZQDeviceMgr::tagNotifyType type, const std::string& de
         context = callbackContext;
     }
     if (cb != nullptr) {
-        std::vector<char> text(deviceIndex.begin(), deviceIndex.end());
-        text.push_back('\0');
+        std::string text = deviceIndex;
         cb(type, text.data(), context);
     }
 }
@@ -138,18 +116,14 @@ std::vector<std::string> FakePlatform::journalWith(const std::string& prefix) co
     return entries;
 }
 
-void FakePlatform::record(const std::string& entry) {
-    std::lock_guard<std::recursive_mutex> lock(mutex);
-    journal.push_back(entry);
-}
-
 void FakePlatform::inject(const std::string& operation, int result) {
     std::lock_guard<std::recursive_mutex> lock(mutex);
     injected[operation].push_back(result);
 }
 
-std::optional<int> FakePlatform::takeInjected(const std::string& operation) {
+std::optional<int> FakePlatform::call(const std::string& operation, const std::string& detail) {
     std::lock_guard<std::recursive_mutex> lock(mutex);
+    journal.push_back(detail.empty() ? operation : operation + " " + detail);
     auto it = injected.find(operation);
     if (it == injected.end() || it->second.empty()) {
         return std::nullopt;

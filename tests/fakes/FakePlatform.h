@@ -4,6 +4,7 @@
 // media commands and the log lines.
 #pragma once
 
+#include <algorithm>
 #include <deque>
 #include <functional>
 #include <map>
@@ -24,6 +25,19 @@ namespace fake {
 // Store codes of the fake; they collide with none of the library's result codes.
 enum StoreCode : int { kStoreNotFound = 50404, kStoreRefused = 50409 };
 
+// The platform's lock, which every record read and write takes, as the store's own would.
+std::unique_lock<std::recursive_mutex> lockPlatform();
+template <class T>
+T locked(const T& field) {
+    auto lock = lockPlatform();
+    return field;
+}
+template <class T>
+void set(T& field, const T& value) {
+    auto lock = lockPlatform();
+    field = value;
+}
+
 class FakeRecordLocks {
 public:
     int getLockNum(int slot, const char* key, int add);
@@ -37,38 +51,41 @@ private:
     std::map<std::string, int> unlockTimes_;
 };
 
-class FakeUser : public ZQDeviceMgr::CTELMIUser {
+// The lock-out calls of a user or port record, answered by its own locks.
+template <class Record>
+class FakeLockedRecord : public Record {
 public:
-    std::string index, name, deviceIndex, digest, addTime;
     FakeRecordLocks locks;
 
-    std::string getUserIndex() const override;
-    std::string getUserName() const override;
-    std::string getDeviceIndex() const override;
-    std::string getDigestPassword() const override;
-    std::string getAddTime() const override;
-    int getLockNum(int& slot, const char* key, int add) override;
-    int getUnlockTime(int& slot, const char* key) override;
-    int destroyLock(int& slot, const char* key) override;
+    int getLockNum(int& slot, const char* key, int add) override { return locks.getLockNum(slot, key, add); }
+    int getUnlockTime(int& slot, const char* key) override { return locks.getUnlockTime(slot, key); }
+    int destroyLock(int& slot, const char* key) override { return locks.destroyLock(slot, key); }
 };
 
-class FakePort : public ZQDeviceMgr::CTELMIPort {
+class FakeUser : public FakeLockedRecord<ZQDeviceMgr::CTELMIUser> {
+public:
+    std::string index, name, deviceIndex, digest, addTime;
+
+    std::string getUserIndex() const override { return locked(index); }
+    std::string getUserName() const override { return locked(name); }
+    std::string getDeviceIndex() const override { return locked(deviceIndex); }
+    std::string getDigestPassword() const override { return locked(digest); }
+    std::string getAddTime() const override { return locked(addTime); }
+};
+
+class FakePort : public FakeLockedRecord<ZQDeviceMgr::CTELMIPort> {
 public:
     std::string index, deviceIndex, addTime;
     unsigned short httpPort = 0, rtspPort = 0;
     int httpStatus = -1, rtspStatus = -1;  // -1: never written
-    FakeRecordLocks locks;
 
-    std::string getPortIndex() const override;
-    std::string getDeviceIndex() const override;
-    unsigned short getHttpPort() const override;
-    unsigned short getRtspPort() const override;
-    std::string getAddTime() const override;
-    void setHttpPortStatus(int status) override;
-    void setRtspPortStatus(int status) override;
-    int getLockNum(int& slot, const char* key, int add) override;
-    int getUnlockTime(int& slot, const char* key) override;
-    int destroyLock(int& slot, const char* key) override;
+    std::string getPortIndex() const override { return locked(index); }
+    std::string getDeviceIndex() const override { return locked(deviceIndex); }
+    unsigned short getHttpPort() const override { return locked(httpPort); }
+    unsigned short getRtspPort() const override { return locked(rtspPort); }
+    std::string getAddTime() const override { return locked(addTime); }
+    void setHttpPortStatus(int status) override { set(httpStatus, status); }
+    void setRtspPortStatus(int status) override { set(rtspStatus, status); }
 };
 
 class FakeDevice : public ZQDeviceMgr::CKelDevice {
@@ -77,12 +94,12 @@ public:
     uint8_t protocol = 2, category = 1;
     int accountBound = -1, portBound = -1;  // -1: derived from the stored users and bindings
 
-    std::string getDeviceIndex() const override;
-    uint8_t getProtocol() const override;
-    std::string getTarnDeviceID() const override;
-    std::string getTarn5DeviceID() const override;
-    std::string getDeviceName() const override;
-    uint8_t getCategory() const override;
+    std::string getDeviceIndex() const override { return locked(index); }
+    uint8_t getProtocol() const override { return locked(protocol); }
+    std::string getTarnDeviceID() const override { return locked(tarnId); }
+    std::string getTarn5DeviceID() const override { return locked(tarn5Id); }
+    std::string getDeviceName() const override { return locked(name); }
+    uint8_t getCategory() const override { return locked(category); }
     int getTELMIBoundStatus() const override;
     int getTELMIPortBoundStatus() const override;
 };
@@ -94,17 +111,13 @@ struct LogLine {
 
 struct MediaCommand {
     std::string text;
-    int length, reserved, timeoutSec;
+    int reserved, timeoutSec;
 };
 
 struct MediaReply {
     int rc = 0;           // transport result; non-zero is a failure
     std::string body;     // answer text handed back in a fresh buffer
     std::string errMsg;   // error text on failure
-};
-
-struct DigestCall {
-    std::string method, header, ha1;
 };
 
 // Everything a test can set up or read back; reset() restores these defaults.
@@ -130,9 +143,7 @@ struct FakeState {
 
     // Base library.
     std::function<int(const std::string& password, const std::string& user)> passwordLevel;  // default: 3
-    std::deque<int> digestResults;  // scripted outcomes; when empty the header is really verified
-    std::set<std::string> staleNonces;
-    std::vector<DigestCall> digestCalls;
+    std::set<std::string> staleNonces;  // headers are really verified; these nonces are stale
     int noncesIssued = 0;
     unsigned short nextHttpPort = 20000, nextRtspPort = 30000;
     std::map<int, int> listeners;  // port -> pid of the process listening on it
@@ -141,13 +152,12 @@ struct FakeState {
     std::vector<int> nginxPids;
     std::set<int> nginxPorts;  // configured listening ports
 
-    // Media module: scripted replies are used first, then the handler, then wellBehavedMedia.
+    // Media module: scripted replies first, then a well-behaved module over mediaListening.
     std::deque<MediaReply> mediaReplies;
-    std::function<MediaReply(const std::string& command)> mediaHandler;
     std::vector<MediaCommand> mediaCommands;
     std::map<std::string, unsigned short> mediaListening;  // device index -> RTSP port
     int buffersAllocated = 0, buffersFreed = 0;
-    std::vector<std::string> bufferErrors;  // frees of unknown or already freed buffers
+    int badFrees = 0;  // frees of unknown or already freed buffers
     std::set<char*> liveBuffers;
 
     // Runtime.
@@ -175,9 +185,9 @@ public:
     std::shared_ptr<FakePort> addPort(const std::string& deviceIndex, unsigned short httpPort,
                                       unsigned short rtspPort);
     void removeDevice(const std::string& index);
-    std::shared_ptr<FakeUser> findUser(const std::string& index);
-    std::shared_ptr<FakePort> findPort(const std::string& index);
-    std::shared_ptr<FakeDevice> findDevice(const std::string& index);
+    std::shared_ptr<FakeUser> findUser(const std::string& index) { return find(users, index); }
+    std::shared_ptr<FakePort> findPort(const std::string& index) { return find(ports, index); }
+    std::shared_ptr<FakeDevice> findDevice(const std::string& index) { return find(devices, index); }
 
     // Calls the registered callback on the caller's thread, as the store's own thread would.
     void notify(ZQDeviceMgr::tagNotifyType type, const std::string& deviceIndex);
@@ -185,23 +195,27 @@ public:
     bool logged(int level, const std::string& format) const;
     std::vector<LogLine> logsAt(int level) const;
     std::vector<std::string> journalWith(const std::string& prefix) const;
-    void record(const std::string& entry);
 
-    // The next call of the named operation returns this result without doing its work.
+    // The next call of the operation (its journal name, "store.BindTELMIPort") returns this
+    // result without doing its work.
     void inject(const std::string& operation, int result);
-    std::optional<int> takeInjected(const std::string& operation);
+    // Journals a call of the operation and hands back the result injected for it, if any.
+    std::optional<int> call(const std::string& operation, const std::string& detail = "");
 
     static constexpr int kMediaPid = 777;
     mutable std::recursive_mutex mutex;
 
 private:
+    template <class Record>
+    std::shared_ptr<Record> find(const std::vector<std::shared_ptr<Record>>& records, const std::string& index) {
+        std::lock_guard<std::recursive_mutex> lock(mutex);
+        auto it = std::find_if(records.begin(), records.end(), [&](const auto& r) { return r->index == index; });
+        return it == records.end() ? nullptr : *it;
+    }
     std::string nextIndex(char kind);
     std::string nextAddTime();
 };
 
 FakePlatform& fakePlatform();
-
-// A well-behaved media module over mediaListening and listeners.
-MediaReply wellBehavedMedia(const std::string& command);
 
 }  // namespace fake

@@ -1,23 +1,19 @@
 // Instant sleeps and captured log lines; the rest of the runtime is the real one.
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 
 #include "FakePlatform.h"
 #include "kmt.h"
 #include "tvlog.h"
 
 using fake::fakePlatform;
+using fake::lockPlatform;
 
 void KMT_Sleep(int ms) {
-    std::function<void(int)> hook;
-    {
-        std::lock_guard<std::recursive_mutex> lock(fakePlatform().mutex);
-        fakePlatform().sleptMs += ms;
-        hook = fakePlatform().onSleep;
-    }
-    if (hook) {
-        hook(ms);
+    auto lock = lockPlatform();
+    fakePlatform().sleptMs += ms;
+    if (fakePlatform().onSleep) {
+        fakePlatform().onSleep(ms);
     }
 }
 
@@ -31,9 +27,6 @@ void tvlog_format(int level, const char* module, const char* format, ...) {
     std::string text(needed > 0 ? static_cast<size_t>(needed) : 0, '\0');
     std::vsnprintf(text.data(), text.size() + 1, format, args);
     va_end(args);
-    if (std::getenv("FAKE_LOG_ECHO") != nullptr) {
-        std::fprintf(stderr, "[fake log %d %s] %s\n", level, module, text.c_str());
-    }
-    std::lock_guard<std::recursive_mutex> lock(fakePlatform().mutex);
+    auto lock = lockPlatform();
     fakePlatform().logs.push_back({level, module, format, text});
 }

@@ -5,12 +5,10 @@
 
 #include "LibraryTest.h"
 #include "ZQDeviceMgrBus.h"
-#include "ZQTELMIMgrBus.h"
 
 using namespace ZQTELMIMgrBus;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using ::testing::StartsWith;
 
 // The host and the stores exchange these records by reference: their layouts are part of the interface.
 static_assert(sizeof(tagTELMIUserInput) == 85 && offsetof(tagTELMIUserInput, password) == 34 &&
@@ -66,22 +64,14 @@ TEST(SingletonTest, ConcurrentFirstCallsCreateExactlyOneInstance) {
     }
 }
 
-TEST(RecordTest, DefaultsAndCopies) {
+TEST(RecordTest, Defaults) {
     ZQDeviceMgr::tagAddUserRet addRet;
-    EXPECT_EQ(addRet.result, 0);
-    EXPECT_EQ(addRet.user, nullptr);
+    EXPECT_TRUE(addRet.result == 0 && addRet.user == nullptr);
     tagBindPortRet bindRet;
-    EXPECT_EQ(bindRet.resultCode, 0);
-    EXPECT_EQ(bindRet.port, nullptr);
-    bindRet.port = std::make_shared<fake::FakePort>();
-    tagBindPortRet copy = bindRet;
-    EXPECT_EQ(copy.port, bindRet.port) << "a copy shares the binding";
-
+    EXPECT_TRUE(bindRet.resultCode == 0 && bindRet.port == nullptr);
     MediaPortInfo media;
-    EXPECT_EQ(media.rtspPortBind, 1);
-    EXPECT_EQ(media.rtspPort, 0);
+    EXPECT_TRUE(media.rtspPortBind == 1 && media.rtspPort == 0);
     EXPECT_EQ(std::string(media.devIndex, sizeof(media.devIndex)), std::string(37, '\0'));
-
     ZQDeviceMgr::tagTELMIPort port;
     const auto* bytes = reinterpret_cast<const unsigned char*>(&port);
     EXPECT_TRUE(std::all_of(bytes, bytes + sizeof(port), [](unsigned char b) { return b == 0; }));
@@ -104,13 +94,12 @@ TEST_F(LibraryTest, SwitchWritesOnlyChangedValuesAndReportsRefusal) {
 
     platform().setTELMIParamResult = 5;
     EXPECT_EQ(ZQ_TELMIMgrBus_SetProtocolEnable(0), 3);
-    EXPECT_EQ(platform().telmiParam, 7);
     EXPECT_THAT(platform().journalWith("config."), ElementsAre("config.setTELMIParam 7", "config.setTELMIParam 0"));
+    // Every line names the module, and the member and source line in its prefix.
     ASSERT_EQ(platform().logs.size(), 1u);
     const auto& line = platform().logs.front();
     EXPECT_EQ(line.level, 5);
     EXPECT_EQ(line.module, "ZQN");
     EXPECT_EQ(line.format, "[%s(%d)] setTELMIParam failed");
-    EXPECT_THAT(line.text, StartsWith("[setProtocolEnable("));
-    EXPECT_THAT(line.text, ::testing::EndsWith(")] setTELMIParam failed"));
+    EXPECT_THAT(line.text, ::testing::MatchesRegex("\\[setProtocolEnable\\([0-9]+\\)\\] setTELMIParam failed"));
 }

@@ -1,9 +1,7 @@
-#include <cstring>
 #include <string>
 #include <vector>
 
 #include "LibraryTest.h"
-#include "ZQTELMIMgrBus.h"
 
 using namespace ZQTELMIMgrBus;
 using ::testing::ElementsAre;
@@ -12,123 +10,90 @@ using ::testing::UnorderedElementsAre;
 
 namespace {
 
-using UserList = std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIUser>>;
-
-tagTelmiQueryReq request(int startPos, int maxResults, const std::string& keyWord = "") {
-    tagTelmiQueryReq req;
-    std::memset(&req, 0, sizeof(req));
-    req.startPos = startPos;
-    req.maxResults = maxResults;
-    std::memcpy(req.keyWord, keyWord.data(), std::min(keyWord.size(), sizeof(req.keyWord)));
-    return req;
-}
-
-std::vector<std::string> namesOf(const UserList& users) {
-    std::vector<std::string> names;
-    for (const auto& user : users) {
-        names.push_back(user->getUserName());
-    }
-    return names;
-}
-
-}  // namespace
-
 class UserListTest : public LibraryTest {
 protected:
-    struct Page {
-        int code;
-        tagTelmiQueryRsp rsp;
-        std::vector<std::string> names;
-    };
-
-    Page query(const tagTelmiQueryReq& req) {
-        Page page{0, {-7, -7}, {}};
-        UserList users;
-        page.code = ZQ_TELMIMgrBus_QueryUserList(users, page.rsp, req);
-        page.names = namesOf(users);
-        return page;
+    // The names listed, in order; the response starts out as -7s, so untouched fields show.
+    std::vector<std::string> query(int startPos, int maxResults, const std::string& keyWord = "") {
+        rsp_ = {-7, -7};
+        std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIUser>> users;
+        code_ = ZQ_TELMIMgrBus_QueryUserList(users, rsp_, queryRequest(startPos, maxResults, keyWord));
+        return eachOf(users, &ZQDeviceMgr::CTELMIUser::getUserName);
     }
 
     bool endLogged() const { return platform().logged(3, "[%s(%d)] Query user List end"); }
+
+    int code_ = -1;
+    tagTelmiQueryRsp rsp_{};
 };
 
 TEST_F(UserListTest, RequestsOutOfBoundsAreRefusedBeforeTheStoreIsWalked) {
     platform().addUser("orphan", "gone");
-    for (const auto& req : {request(-1, 10), request(501, 10), request(0, -1), request(0, 501),
-                            request(0, 10, std::string(129, 'k'))}) {
+    for (auto [startPos, maxResults, keyWord] :
+         {std::tuple{-1, 10, 0}, {501, 10, 0}, {0, -1, 0}, {0, 501, 0}, {0, 10, 129}}) {
         platform().logs.clear();
-        const Page page = query(req);
-        EXPECT_EQ(page.code, 1);
-        EXPECT_EQ(page.rsp.numReturned, -7);
-        EXPECT_EQ(page.rsp.totalMatches, -7);
+        query(startPos, maxResults, std::string(keyWord, 'k'));
+        EXPECT_EQ(code_, 1);
+        EXPECT_EQ(rsp_.numReturned, -7);
+        EXPECT_EQ(rsp_.totalMatches, -7);
         ASSERT_EQ(platform().logs.size(), 1u);
-        EXPECT_EQ(platform().logs[0].format, "[%s(%d)] Query user List start");
         EXPECT_EQ(platform().logs[0].level, 3);
+        EXPECT_EQ(platform().logs[0].format, "[%s(%d)] Query user List start");
     }
     EXPECT_EQ(platform().users.size(), 1u);
 
-    EXPECT_EQ(query(request(500, 500)).code, 0);
-    EXPECT_EQ(query(request(0, 500, std::string(128, 'k'))).code, 0);
+    query(500, 500);
+    EXPECT_EQ(code_, 0);
+    query(0, 500, std::string(128, 'k'));
+    EXPECT_EQ(code_, 0);
 }
 
 TEST_F(UserListTest, PagesOldestFirstAfterCounting) {
     platform().addDevice("dev", 2, "CAM");
-    // Store order differs from age order.
-    const std::vector<std::pair<std::string, std::string>> accounts = {
-        {"third", "2026-03"}, {"first", "2026-01"}, {"fifth", "2026-05"}, {"second", "2026-02"}, {"fourth", "2026-04"}};
-    for (const auto& [name, addTime] : accounts) {
-        platform().addUser(name, "dev")->addTime = addTime;
+    for (auto [name, addTime] : {std::pair{"third", "2026-03"}, {"first", "2026-01"}, {"fifth", "2026-05"},
+                                 {"second", "2026-02"}, {"fourth", "2026-04"}}) {
+        platform().addUser(name, "dev")->addTime = addTime;  // store order differs from age order
     }
 
-    Page page = query(request(5, 10));
-    EXPECT_EQ(page.code, 0);
-    EXPECT_EQ(page.rsp.numReturned, 0);
-    EXPECT_EQ(page.rsp.totalMatches, 5);
-    EXPECT_THAT(page.names, IsEmpty());
-    EXPECT_FALSE(endLogged());
+    EXPECT_THAT(query(5, 10), IsEmpty());
+    EXPECT_EQ(code_, 0);
+    EXPECT_EQ(rsp_.numReturned, 0);
+    EXPECT_EQ(rsp_.totalMatches, 5);
+    EXPECT_FALSE(endLogged()) << "paging stopped before the end";
 
-    page = query(request(3, 10));
-    EXPECT_EQ(page.rsp.numReturned, 2);
-    EXPECT_EQ(page.rsp.totalMatches, 5);
-    EXPECT_THAT(page.names, ElementsAre("fourth", "fifth"));
+    EXPECT_THAT(query(3, 10), ElementsAre("fourth", "fifth"));
+    EXPECT_EQ(rsp_.numReturned, 2);
+    EXPECT_EQ(rsp_.totalMatches, 5);
     EXPECT_TRUE(endLogged());
+    EXPECT_THAT(query(1, 2), ElementsAre("second", "third"));
+    EXPECT_EQ(rsp_.numReturned, 2);
 
-    page = query(request(1, 2));
-    EXPECT_THAT(page.names, ElementsAre("second", "third"));
-    EXPECT_EQ(page.rsp.numReturned, 2);
-
-    platform().logs.clear();
-    page = query(request(0, 0));
-    EXPECT_EQ(page.rsp.numReturned, 0);
-    EXPECT_EQ(page.rsp.totalMatches, 5);
-    EXPECT_THAT(page.names, IsEmpty());
-    EXPECT_TRUE(endLogged());
+    EXPECT_THAT(query(0, 0), IsEmpty());
+    EXPECT_EQ(rsp_.numReturned, 0);
+    EXPECT_EQ(rsp_.totalMatches, 5);
 
     platform().users.clear();
-    page = query(request(0, 10));
-    EXPECT_EQ(page.code, 0);
-    EXPECT_EQ(page.rsp.totalMatches, 0);
-    EXPECT_EQ(page.rsp.numReturned, 0);
+    EXPECT_THAT(query(0, 10), IsEmpty());
+    EXPECT_EQ(code_, 0);
+    EXPECT_EQ(rsp_.totalMatches, 0);
+    EXPECT_EQ(rsp_.numReturned, 0);
 }
 
 TEST_F(UserListTest, KeyWordSearchesNameDeviceNameAndAccessIdCaseSensitively) {
     platform().addDevice("dev-t", 2, "TarnCam", "Lobby Camera");
     platform().addDevice("dev-5", 4, "Tarn5Cam", "Garage");
-    auto other = platform().addDevice("dev-o", 3, "", "Roof");
-    other->tarnId = "OtherCam";
+    platform().addDevice("dev-o", 3, "", "Roof")->tarnId = "OtherCam";
     platform().addUser("alice", "dev-t");
     platform().addUser("bob", "dev-5");
     platform().addUser("carol", "dev-o");
 
-    EXPECT_THAT(query(request(0, 10, "Lobby")).names, ElementsAre("alice"));
-    EXPECT_THAT(query(request(0, 10, "lobby")).names, IsEmpty());
-    EXPECT_THAT(query(request(0, 10, "Cam")).names, UnorderedElementsAre("alice", "bob"));
-    EXPECT_THAT(query(request(0, 10, "5Cam")).names, ElementsAre("bob"));
-    EXPECT_THAT(query(request(0, 10, "OtherCam")).names, IsEmpty());  // protocol 3 has no access ID here
-    EXPECT_THAT(query(request(0, 10, "car")).names, ElementsAre("carol"));
-    Page page = query(request(0, 10, "o"));
-    EXPECT_THAT(page.names, UnorderedElementsAre("alice", "bob", "carol"));
-    EXPECT_EQ(page.rsp.totalMatches, 3);
+    EXPECT_THAT(query(0, 10, "Lobby"), ElementsAre("alice"));
+    EXPECT_THAT(query(0, 10, "lobby"), IsEmpty());
+    EXPECT_THAT(query(0, 10, "Cam"), UnorderedElementsAre("alice", "bob"));
+    EXPECT_THAT(query(0, 10, "5Cam"), ElementsAre("bob"));
+    EXPECT_THAT(query(0, 10, "OtherCam"), IsEmpty()) << "protocol 3 has no access ID";
+    EXPECT_THAT(query(0, 10, "car"), ElementsAre("carol"));
+    EXPECT_THAT(query(0, 10, "o"), UnorderedElementsAre("alice", "bob", "carol"));
+    EXPECT_EQ(rsp_.totalMatches, 3);
 }
 
 TEST_F(UserListTest, AccountsOfVanishedDevicesAreDeletedAndNotCounted) {
@@ -138,15 +103,13 @@ TEST_F(UserListTest, AccountsOfVanishedDevicesAreDeletedAndNotCounted) {
     auto lost = platform().addUser("lost", "dev-2");
     platform().removeDevice("dev-2");
 
-    Page page = query(request(0, 10));
-    EXPECT_THAT(page.names, ElementsAre("kept"));
-    EXPECT_EQ(page.rsp.totalMatches, 1);
+    EXPECT_THAT(query(0, 10), ElementsAre("kept"));
+    EXPECT_EQ(rsp_.totalMatches, 1);
     EXPECT_THAT(platform().journalWith("store.DelTELMIUser"), ElementsAre("store.DelTELMIUser " + lost->index));
 
     platform().addUser("lost2", "dev-2");
-    page = query(request(0, 10, "lost"));
-    EXPECT_THAT(page.names, IsEmpty());
-    EXPECT_EQ(page.rsp.totalMatches, 0);
+    EXPECT_THAT(query(0, 10, "lost"), IsEmpty());
+    EXPECT_EQ(rsp_.totalMatches, 0);
     EXPECT_THAT(platform().users, ElementsAre(kept));
 }
 
@@ -154,11 +117,11 @@ TEST_F(UserListTest, MatchKeyWordAnswers) {
     auto user = platform().addUser("alice", "dev-gone");
     EXPECT_EQ(mgr().matchKeyWord(std::shared_ptr<ZQDeviceMgr::CTELMIUser>(), "x"), 1);
     EXPECT_EQ(mgr().matchKeyWord(user, nullptr), 1);
-    EXPECT_EQ(mgr().matchKeyWord(user, "lic"), 0);  // the account's own name needs no device
+    EXPECT_EQ(mgr().matchKeyWord(user, "lic"), 0) << "the account's own name needs no device";
     EXPECT_EQ(mgr().matchKeyWord(user, "bob"), 7);
-    ASSERT_EQ(platform().logsAt(4).size(), 1u);
-    EXPECT_EQ(platform().logsAt(4)[0].format, "[%s(%d)] [devIndex=%s]ZQ_DeviceMgr_GetDevice failed.");
-    EXPECT_THAT(platform().logsAt(4)[0].text, ::testing::EndsWith("[devIndex=dev-gone]ZQ_DeviceMgr_GetDevice failed."));
+    EXPECT_EQ(lastLog(4), "[devIndex=dev-gone]ZQ_DeviceMgr_GetDevice failed.");
     platform().addDevice("dev-gone", 2, "CAM", "Hall");
     EXPECT_EQ(mgr().matchKeyWord(user, "bob"), -1);
 }
+
+}  // namespace

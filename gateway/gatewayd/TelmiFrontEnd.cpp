@@ -45,7 +45,8 @@ std::string refusalMessage(const tagTelmiAuthRsp& rsp) {
                                             std::to_string(rsp.remainLockTime) + " more seconds"
                                       : std::string("too many failed attempts: locked out");
     }
-    return "authentication required; " + std::to_string(rsp.leftTryNum) + " attempts left before lock-out";
+    return "authentication required; " + std::to_string(rsp.leftTryNum) +
+           (rsp.leftTryNum == 1 ? " attempt" : " attempts") + " left before lock-out";
 }
 
 void serveTelmi(const TelmiLibrary& library, const Arrival& arrival, const httplib::Request& req,

@@ -34,7 +34,7 @@ std::string pythonDigestHeader(const std::string& user, const std::string& realm
                                const std::string& method, const std::string& uri, const std::string& nonce,
                                bool withQop);
 
-// The first of count consecutive ports in 22000-29999 on which nothing listens; the search
+// The first of count consecutive ports in 22000-26999 on which nothing listens; the search
 // starts at a place drawn from the process id, so that parallel runs rarely meet.
 unsigned short testPortBlock(int count);
 

@@ -1,10 +1,13 @@
 #include "ChildProgram.h"
 
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <memory>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
 
 namespace gwtest {
 
@@ -51,6 +54,22 @@ int Program::stop() {
     return exited && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+Json::Value parseJson(const std::string& text) {
+    Json::Value value;
+    Json::Reader().parse(text, value);
+    return value;
+}
+
+Json::Value Outcome::json() const { return parseJson(out); }
+
+std::string shellQuoted(const std::string& text) {
+    std::string quoted = "'";
+    for (char c : text) {
+        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    }
+    return quoted + "'";
+}
+
 std::string runShell(const std::string& command) {
     std::unique_ptr<FILE, int (*)(FILE*)> pipe(::popen(command.c_str(), "r"), ::pclose);
     std::string output;
@@ -61,10 +80,57 @@ std::string runShell(const std::string& command) {
     return output;
 }
 
+namespace {
+
+// Splits "<text>\n<status>" as the shell's "echo $?", curl -w and the Python client print it.
+Outcome splitStatusLast(const std::string& output) {
+    Outcome outcome;
+    const size_t newline = output.rfind('\n');
+    outcome.status = std::atoi(output.c_str() + (newline == std::string::npos ? 0 : newline + 1));
+    outcome.out = newline == std::string::npos ? "" : output.substr(0, newline);
+    return outcome;
+}
+
+}  // namespace
+
+Outcome runCommand(const std::string& command, const std::string& input) {
+    const std::string files = ::testing::TempDir() + "command-" + std::to_string(::getpid());
+    std::ofstream(files + ".in") << input;
+    Outcome outcome =
+        splitStatusLast(runShell(command + " <" + files + ".in 2>" + files + ".err; printf '\\n%s' $?"));
+    std::stringstream err;
+    err << std::ifstream(files + ".err").rdbuf();
+    outcome.err = err.str();
+    return outcome;
+}
+
+Outcome curl(const std::string& arguments) {
+    return splitStatusLast(runShell("curl -s -g --max-time 60 -w '\\n%{http_code}' " + arguments + " 2>/dev/null"));
+}
+
+Outcome pythonDigestGet(const std::string& url, const std::string& user, const std::string& password) {
+    static const char* const kScript =
+        "import sys, requests\n"
+        "from requests.auth import HTTPDigestAuth\n"
+        "r = requests.get(sys.argv[1], auth=HTTPDigestAuth(sys.argv[2], sys.argv[3]), timeout=60)\n"
+        "print(r.text + '\\n' + str(r.status_code), end='')\n";
+    // Debian's interpreter, whose requests module the install script provides.
+    return splitStatusLast(runShell("/usr/bin/python3 -c " + shellQuoted(kScript) + " " + shellQuoted(url) + " " +
+                                    shellQuoted(user) + " " + shellQuoted(password)));
+}
+
 std::string ffprobe(unsigned short port) {
     return runShell("timeout 60 ffprobe -v error -rtsp_transport tcp -read_intervals %+#25 -count_packets"
                     " -show_entries stream=codec_name,sample_rate,nb_read_packets -of csv=p=0 rtsp://127.0.0.1:" +
                     std::to_string(port) + "/stream 2>&1");
+}
+
+std::unique_ptr<Program> simulatedCamera(unsigned short firstPort, std::string& rtspAddress) {
+    auto camera = std::make_unique<Program>(std::vector<std::string> {ZQ_DEVSIM_PATH, "--count", "1",
+        "--first-http-port", std::to_string(firstPort), "--first-rtsp-port", std::to_string(firstPort + 1)});
+    EXPECT_FALSE(camera->readLine().empty()) << "the simulator serves once it prints its device";
+    rtspAddress = "rtsp://127.0.0.1:" + std::to_string(firstPort + 1) + "/stream";
+    return camera;
 }
 
 }  // namespace gwtest

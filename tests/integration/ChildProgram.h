@@ -1,10 +1,12 @@
-// Programs the integration tests run as separate processes, and the RTSP client they play
-// streams with.
+// Programs the integration tests run as separate processes: the gateway's own, and clients that
+// are not ours (curl, ffprobe, Python).
 #pragma once
 
+#include <json/json.h>
 #include <sys/types.h>
 
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -29,11 +31,39 @@ private:
     FILE* output_ = nullptr;
 };
 
+// What a program run to its end gave back. An HTTP client's status is the answer's HTTP status
+// (0 when the client failed) and its out the answer's body (after the headers when asked for).
+struct Outcome {
+    int status = -1;
+    std::string out;
+    std::string err;
+    Json::Value json() const;
+};
+
+// text as JSON; null when it is none.
+Json::Value parseJson(const std::string& text);
+
+// text as one word for /bin/sh.
+std::string shellQuoted(const std::string& text);
+
 // Runs command with /bin/sh; what it prints on stdout.
 std::string runShell(const std::string& command);
+
+// Runs command with /bin/sh and input on its standard input.
+Outcome runCommand(const std::string& command, const std::string& input = "");
+
+// curl with the given arguments (shell syntax).
+Outcome curl(const std::string& arguments);
+
+// A GET with Python requests' HTTPDigestAuth.
+Outcome pythonDigestGet(const std::string& url, const std::string& user, const std::string& password);
 
 // What ffprobe finds in the stream at port after reading 25 RTP packets of it (interleaved on
 // the RTSP connection): "codec,rate,packets\n".
 std::string ffprobe(unsigned short port);
+
+// One simulated camera (zqdevsim) serving TELMI on firstPort and RTSP on firstPort + 1, once it
+// serves; its RTSP address goes to rtspAddress.
+std::unique_ptr<Program> simulatedCamera(unsigned short firstPort, std::string& rtspAddress);
 
 }  // namespace gwtest

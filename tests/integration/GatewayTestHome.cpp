@@ -1,6 +1,8 @@
 #include "GatewayTestHome.h"
 
+#include "ChildProgram.h"
 #include "ZQBase.h"
+#include "ZQGatewayDevices.h"
 
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -9,11 +11,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <memory>
 
 namespace gwtest {
 
@@ -59,6 +58,26 @@ bool finished(int child) {
 
 bool inChild(const TempHome& home, const std::function<void()>& body) { return finished(startChild(home, body)); }
 
+void changeSettings(const std::function<void(ZQGateway::tagGatewaySettings&)>& change) {
+    ZQGateway::tagGatewaySettings settings;
+    ZQ_Gateway_GetSettings(settings);
+    change(settings);
+    ASSERT_EQ(ZQ_Gateway_SetSettings(settings), 0);
+}
+
+std::string registerDevice(uint8_t protocol, const std::string& id, const std::string& rtspAddress,
+                           const std::string& telmiAddress) {
+    ZQGateway::tagDeviceInfo info;
+    info.protocol = protocol;
+    (protocol == 4 ? info.tarn5DeviceID : info.tarnDeviceID) = id;
+    info.name = "camera " + id;
+    info.telmiAddress = telmiAddress;
+    info.rtspAddress = rtspAddress;
+    std::string index;
+    EXPECT_EQ(ZQ_DeviceMgr_RegisterDevice(index, info), 0);
+    return index;
+}
+
 bool eventually(const std::function<bool()>& ready) {
     for (int i = 0; i < 300; ++i) {
         if (ready()) {
@@ -84,24 +103,11 @@ std::string pythonDigestHeader(const std::string& user, const std::string& realm
         "else:\n"
         "    resp = h(f'{ha1}:{n}:{ha2}')\n"
         "    print(f'Digest username=\"{u}\", realm=\"{r}\", nonce=\"{n}\", uri=\"{uri}\", response=\"{resp}\"', end='')\n";
-    auto quoted = [](const std::string& text) {
-        std::string q = "'";
-        for (char c : text) {
-            q += c == '\'' ? std::string("'\\''") : std::string(1, c);
-        }
-        return q + "'";
-    };
-    std::string command = "python3 -c " + quoted(kScript);
+    std::string command = "python3 -c " + shellQuoted(kScript);
     for (const std::string& arg : {user, realm, password, method, uri, nonce, std::string(withQop ? "1" : "0")}) {
-        command += " " + quoted(arg);
+        command += " " + shellQuoted(arg);
     }
-    std::unique_ptr<FILE, int (*)(FILE*)> pipe(::popen(command.c_str(), "r"), ::pclose);
-    std::string header;
-    std::array<char, 512> chunk {};
-    while (pipe && std::fgets(chunk.data(), chunk.size(), pipe.get()) != nullptr) {
-        header += chunk.data();
-    }
-    return header;
+    return runShell(command);
 }
 
 namespace {
@@ -124,6 +130,8 @@ unsigned short testPortBlock(int count) {
     }
     return 0;
 }
+
+bool listening(unsigned short port) { return CheckPort(port, 1) == -1; }
 
 Listener::Listener(unsigned short port) : fd_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     sockaddr_in address {};

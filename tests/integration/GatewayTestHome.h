@@ -2,8 +2,11 @@
 // fresh temporary gateway home, since a process resolves its home once.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string>
+
+#include "ZQGatewayHome.h"
 
 namespace gwtest {
 
@@ -25,6 +28,14 @@ bool inChild(const TempHome& home, const std::function<void()>& body);
 int startChild(const TempHome& home, const std::function<void()>& body);
 bool finished(int child);
 
+// Changes the settings of the child's gateway home.
+void changeSettings(const std::function<void(ZQGateway::tagGatewaySettings&)>& change);
+
+// Registers a device in the child's device store (protocol 2 Tarn, 4 Tarn5); its index.
+std::string registerDevice(uint8_t protocol, const std::string& id,
+                           const std::string& rtspAddress = "rtsp://10.0.0.9:554",
+                           const std::string& telmiAddress = "http://10.0.0.9:80");
+
 // Calls ready every 50 ms, for at most 15 s, until it returns true; its last answer.
 bool eventually(const std::function<bool()>& ready);
 
@@ -37,6 +48,9 @@ std::string pythonDigestHeader(const std::string& user, const std::string& realm
 // The first of count consecutive ports in 22000-26999 on which nothing listens; the search
 // starts at a place drawn from the process id, so that parallel runs rarely meet.
 unsigned short testPortBlock(int count);
+
+// Whether a TCP socket listens on port, whoever holds it.
+bool listening(unsigned short port);
 
 // A TCP socket listening on the loopback-wildcard port; closed on destruction.
 class Listener {

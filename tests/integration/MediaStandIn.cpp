@@ -28,7 +28,7 @@ bool readExactly(int fd, char* data, size_t size) {
 
 }  // namespace
 
-MediaStandIn::MediaStandIn(Behaviour behaviour) : behaviour_(behaviour) {
+MediaStandIn::MediaStandIn() {
     const std::string path = ZQ_Gateway_HomePath(ZQGateway::kMediaSocketPath);
     sockaddr_un address {};
     address.sun_family = AF_UNIX;
@@ -53,13 +53,7 @@ MediaStandIn::~MediaStandIn() {
     }
 }
 
-std::vector<std::string> MediaStandIn::methods() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return methods_;
-}
-
 void MediaStandIn::serve() {
-    std::vector<int> silentClients;
     while (!stopping_) {
         pollfd p {fd_, POLLIN, 0};
         if (::poll(&p, 1, 50) <= 0) {
@@ -67,10 +61,6 @@ void MediaStandIn::serve() {
         }
         int client = ::accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC);
         if (client < 0) {
-            continue;
-        }
-        if (behaviour_ == Behaviour::silent) {
-            silentClients.push_back(client);  // held open, never answered
             continue;
         }
         unsigned char header[ZQGateway::kMediaFrameHeader];
@@ -84,19 +74,12 @@ void MediaStandIn::serve() {
         }
         ::close(client);
     }
-    for (int client : silentClients) {
-        ::close(client);
-    }
 }
 
 std::string MediaStandIn::answer(const std::string& command) {
     Json::Value request, reply;
     Json::Reader().parse(command, request);
     const std::string method = request["method"].asString();
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        methods_.push_back(method);
-    }
     const Json::Value& params = request["params"];
     if (method == "PutMediaPort") {
         reply["code"] = "0";

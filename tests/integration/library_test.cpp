@@ -1,25 +1,25 @@
 // The real libZQTELMIMgrBus.so, loaded with dlopen as a gateway host loads it, on the
-// reference platform in a temporary gateway home: no test double anywhere but the media
-// daemon's stand-in.
+// reference platform in a temporary gateway home, with the real media daemon and nginx: no test
+// double anywhere.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <cstring>
 #include <fstream>
 #include <regex>
 #include <set>
-#include <sys/wait.h>
 
+#include "ChildProgram.h"
 #include "GatewayTestHome.h"
-#include "MediaStandIn.h"
 #include "ZQBase.h"
 #include "ZQGatewayDevices.h"
 #include "ZQGatewayHome.h"
 #include "ZQTELMIMgrBus.h"
 
 using gwtest::inChild;
+using gwtest::listening;
+using gwtest::registerDevice;
 using gwtest::TempHome;
 using namespace ZQTELMIMgrBus;
 
@@ -35,34 +35,20 @@ void* library() {
 
 const char* const kUri = "/TELMI/System/deviceInfo";
 
-std::string registerCamera(uint8_t protocol, const std::string& id) {
-    ZQGateway::tagDeviceInfo info;
-    info.protocol = protocol;
-    (protocol == 4 ? info.tarn5DeviceID : info.tarnDeviceID) = id;
-    info.telmiAddress = "http://10.1.0.7:80";
-    info.rtspAddress = "rtsp://10.1.0.7:554";
-    std::string index;
-    EXPECT_EQ(ZQ_DeviceMgr_RegisterDevice(index, info), 0);
-    return index;
-}
-
 void useSettings(unsigned short firstPort) {
-    ZQGateway::tagGatewaySettings s;
-    ZQ_Gateway_GetSettings(s);
-    s.nonceLifetimeSec = 2;
-    s.httpPortFirst = firstPort;
-    s.httpPortLast = static_cast<uint16_t>(firstPort + 9);
-    s.rtspPortFirst = static_cast<uint16_t>(firstPort + 10);
-    s.rtspPortLast = static_cast<uint16_t>(firstPort + 19);
-    s.logFile = "";  // stderr, next to the test's own output
-    s.logLevel = 4;
-    ASSERT_EQ(ZQ_Gateway_SetSettings(s), 0);
-    ASSERT_EQ(ZQ_Gateway_Init("Adm1n!pass"), 0);
+    gwtest::changeSettings([firstPort](ZQGateway::tagGatewaySettings& s) {
+        s.nonceLifetimeSec = 2;
+        s.httpPortFirst = firstPort;
+        s.httpPortLast = static_cast<uint16_t>(firstPort + 9);
+        s.rtspPortFirst = static_cast<uint16_t>(firstPort + 10);
+        s.rtspPortLast = static_cast<uint16_t>(firstPort + 19);
+        s.logFile = "";  // stderr, next to the test's own output
+        s.logLevel = 4;
+    });
 }
 
-tagTELMIAuthReq authRequest(const std::string& header, const char* lockKey, uint16_t httpPort = 0) {
+tagTELMIAuthReq authRequest(const std::string& header, const char* lockKey) {
     tagTELMIAuthReq req {};
-    req.httpPort = httpPort;
     std::strncpy(req.lockKey, lockKey, sizeof(req.lockKey) - 1);
     std::strncpy(req.authHeader, header.c_str(), sizeof(req.authHeader) - 1);
     return req;
@@ -79,10 +65,10 @@ std::string challengeNonce() {
 }
 
 int checkAs(tagTelmiAuthRsp& rsp, const std::string& user, const std::string& password, const std::string& nonce,
-            const char* lockKey, ZQConfigMgr::TELMIMode mode = ZQConfigMgr::userMode, uint16_t httpPort = 0) {
+            const char* lockKey) {
     rsp = tagTelmiAuthRsp {};
     const std::string header = gwtest::pythonDigestHeader(user, "TELMI", password, "GET", kUri, nonce, true);
-    return ZQ_CALL(ZQ_TELMIMgrBus_CheckDigest)(rsp, "GET", authRequest(header, lockKey, httpPort), mode);
+    return ZQ_CALL(ZQ_TELMIMgrBus_CheckDigest)(rsp, "GET", authRequest(header, lockKey), ZQConfigMgr::userMode);
 }
 
 std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIPort>> portList() {
@@ -94,12 +80,6 @@ std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIPort>> portList() {
     return ports;
 }
 
-int httpStatus(const std::shared_ptr<ZQDeviceMgr::CTELMIPort>& port) {
-    return dynamic_cast<ZQGateway::CGatewayPort&>(*port).getHttpPortStatus();
-}
-
-bool listening(unsigned short port) { return CheckPort(port, 1) == -1; }
-
 }  // namespace
 
 TEST(LibraryOnGatewayTest, UsersDigestAndLockOutSurviveRestarts) {
@@ -108,7 +88,7 @@ TEST(LibraryOnGatewayTest, UsersDigestAndLockOutSurviveRestarts) {
     std::string deviceIndex;
     inChild(home, [&] {
         useSettings(first);
-        deviceIndex = registerCamera(2, "T100");
+        deviceIndex = registerDevice(2, "T100");
         std::ofstream(home.path() + "/device.txt") << deviceIndex;
         std::vector<ZQDeviceMgr::tagAddUserRet> results;
         std::vector<tagTELMIUserInput> users(1);
@@ -163,29 +143,42 @@ TEST(LibraryOnGatewayTest, UsersDigestAndLockOutSurviveRestarts) {
     });
 }
 
-TEST(LibraryOnGatewayTest, BindingsDriveTheGatewaysNginx) {
+// Two processes bind at once; what they bind, nginx and the media daemon serve.
+TEST(LibraryOnGatewayTest, BindingsFromTwoProcessesDriveNginxAndTheMediaRelay) {
     TempHome home;
-    const unsigned short first = gwtest::testPortBlock(20);
+    const unsigned short first = gwtest::testPortBlock(22);
     ASSERT_NE(first, 0);
+    std::string cameraAddress;
+    const auto camera = gwtest::simulatedCamera(first + 20, cameraAddress);
     inChild(home, [&] {
         useSettings(first);
-        registerCamera(4, "CAM-1");
-        registerCamera(4, "CAM-2");
-        gwtest::MediaStandIn media;
-        ASSERT_TRUE(media.ok());
-        ZQ_CALL(ZQ_TELMIMgrBus_Start)();
-        std::vector<tagBindPortRet> rets;
-        ASSERT_EQ(ZQ_CALL(ZQ_TELMIMgrBus_BindPort)(rets, {"CAM-1", "CAM-2"}), 0);
-        ASSERT_EQ(rets.size(), 2u);
-        ASSERT_EQ(rets[0].resultCode, 0);
-        ASSERT_EQ(rets[1].resultCode, 0);
-        const unsigned short nginxPort = rets[0].port->getHttpPort(), takenPort = rets[1].port->getHttpPort();
-        EXPECT_NE(nginxPort, takenPort);
-        EXPECT_TRUE(gwtest::eventually([&] { return listening(nginxPort) && listening(takenPort); }));
-
-        // Port mode accepts the gateway's admin on a bound port.
-        tagTelmiAuthRsp rsp;
-        EXPECT_EQ(checkAs(rsp, "admin", "Adm1n!pass", challengeNonce(), "10.0.0.5", ZQConfigMgr::portMode, nginxPort), 0);
+        registerDevice(4, "CAM-1", cameraAddress);
+        registerDevice(4, "CAM-2", cameraAddress);
+    });
+    // The daemon detaches once its command socket listens; the home's end stops it.
+    gwtest::runShell(std::string(ZQ_MEDIAD_PATH) + " --home " + home.path());
+    auto binder = [&home](const char* deviceId) {
+        return gwtest::startChild(home, [deviceId] {
+            std::vector<tagBindPortRet> rets;
+            ASSERT_EQ(ZQ_CALL(ZQ_TELMIMgrBus_BindPort)(rets, {deviceId}), 0);
+            ASSERT_EQ(rets.size(), 1u);
+            EXPECT_EQ(rets[0].resultCode, 0) << deviceId;
+        });
+    };
+    const int a = binder("CAM-1"), b = binder("CAM-2");
+    if (!gwtest::finished(a) || !gwtest::finished(b)) {
+        return;
+    }
+    inChild(home, [] {
+        auto ports = portList();
+        ASSERT_EQ(ports.size(), 2u);
+        const unsigned short nginxPort = ports[0]->getHttpPort(), takenPort = ports[1]->getHttpPort();
+        const unsigned short rtspPort = ports[0]->getRtspPort();
+        const std::string unbound = ports[0]->getPortIndex();
+        EXPECT_EQ((std::set<unsigned short> {nginxPort, rtspPort, takenPort, ports[1]->getRtspPort()}).size(), 4u);
+        EXPECT_TRUE(gwtest::eventually([&] { return listening(nginxPort) && listening(takenPort); }))
+            << "both processes' ports reached the one nginx";
+        EXPECT_EQ(gwtest::ffprobe(rtspPort), "pcm_mulaw,8000,25\n") << "an RTSP session through the relay";
 
         // Another program takes the second port once nginx lets it go.
         int32_t port = takenPort;
@@ -195,63 +188,24 @@ TEST(LibraryOnGatewayTest, BindingsDriveTheGatewaysNginx) {
         ASSERT_TRUE(gwtest::eventually([&] { return !listening(takenPort); }));
         gwtest::Listener other(takenPort);
         ASSERT_TRUE(other.ok());
-
-        auto ports = portList();
+        ports = portList();
         ASSERT_EQ(ports.size(), 2u);
         for (const auto& p : ports) {
-            EXPECT_EQ(httpStatus(p), p->getHttpPort() == nginxPort ? 1 : 0) << p->getHttpPort();
+            const auto& status = dynamic_cast<ZQGateway::CGatewayPort&>(*p);
+            EXPECT_EQ(status.getHttpPortStatus(), p->getHttpPort() == nginxPort ? 1 : 0) << p->getHttpPort();
+            EXPECT_EQ(status.getRtspPortStatus(), 1) << p->getRtspPort();
         }
 
         std::vector<int> results;
-        ASSERT_EQ(ZQ_CALL(ZQ_TELMIMgrBus_UnbindPort)(results, {rets[0].port->getPortIndex()}), 0);
-        EXPECT_EQ(results, std::vector<int>{0});
-        EXPECT_TRUE(gwtest::eventually([&] { return !listening(nginxPort); })) << "unbinding closed the listener";
+        ASSERT_EQ(ZQ_CALL(ZQ_TELMIMgrBus_UnbindPort)(results, {unbound}), 0);
+        EXPECT_EQ(results, std::vector<int> {0});
+        EXPECT_TRUE(gwtest::eventually([&] { return !listening(nginxPort) && !listening(rtspPort); }))
+            << "unbinding closed both listeners";
         EXPECT_EQ(portList().size(), 1u);
 
-        ZQ_CALL(ZQ_TELMIMgrBus_Stop)();
         nginx->Quit();
         std::vector<int> pids;
         nginx->getPid(pids);
         EXPECT_TRUE(pids.empty());
-    });
-}
-
-TEST(LibraryOnGatewayTest, TwoProcessesBindingAtOnceGetDifferentPorts) {
-    TempHome home;
-    const unsigned short first = gwtest::testPortBlock(20);
-    ASSERT_NE(first, 0);
-    inChild(home, [&] {
-        useSettings(first);
-        registerCamera(4, "CAM-A");
-        registerCamera(4, "CAM-B");
-    });
-    const int media = gwtest::startChild(home, [] {
-        gwtest::MediaStandIn standIn;
-        ::pause();  // serves until the test ends it
-    });
-    auto binder = [&home](const char* deviceId) {
-        return gwtest::startChild(home, [deviceId] {
-            std::vector<tagBindPortRet> rets;
-            ZQ_CALL(ZQ_TELMIMgrBus_BindPort)(rets, {deviceId});
-            ASSERT_EQ(rets.size(), 1u);
-            EXPECT_EQ(rets[0].resultCode, 0) << deviceId;
-        });
-    };
-    const int a = binder("CAM-A"), b = binder("CAM-B");
-    gwtest::finished(a);
-    gwtest::finished(b);
-    ::kill(media, SIGKILL);
-    ::waitpid(media, nullptr, 0);
-    inChild(home, [] {
-        std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIPort>> ports;
-        ZQ_DeviceMgr_GetAllTELMIPort(ports);
-        ASSERT_EQ(ports.size(), 2u);
-        std::set<unsigned short> distinct = {ports[0]->getHttpPort(), ports[0]->getRtspPort(),
-                                             ports[1]->getHttpPort(), ports[1]->getRtspPort()};
-        EXPECT_EQ(distinct.size(), 4u);
-        EXPECT_TRUE(gwtest::eventually([&] {
-            return listening(ports[0]->getHttpPort()) && listening(ports[1]->getHttpPort());
-        })) << "both processes' ports reached the one nginx";
-        ZQBase::CNginxOper::getInstance()->Quit();
     });
 }

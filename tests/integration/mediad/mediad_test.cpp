@@ -1,8 +1,7 @@
 // The media daemon zqmediad as the gateway runs it: a separate process over a temporary home,
-// driven through the real libDriverMgr (and, end to end, the real libZQTELMIMgrBus), relaying
-// RTSP clients that are not ours (curl, ffprobe) to a simulated camera (zqdevsim).
+// driven through the real libDriverMgr, relaying an RTSP client that is not ours (ffprobe) to a
+// simulated camera (zqdevsim). The library drives it in the library's own tests.
 #include <arpa/inet.h>
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <json/json.h>
 #include <netinet/in.h>
@@ -19,23 +18,18 @@
 #include "ChildProgram.h"
 #include "DriverCif.h"
 #include "GatewayTestHome.h"
-#include "ZQBase.h"
-#include "ZQGatewayDevices.h"
 #include "ZQGatewayHome.h"
 #include "ZQMediaFrame.h"
-#include "ZQTELMIMgrBus.h"
 
 using gwtest::eventually;
-using gwtest::ffprobe;
 using gwtest::inChild;
+using gwtest::listening;
+using gwtest::parseJson;
 using gwtest::Program;
-using gwtest::runShell;
+using gwtest::registerDevice;
 using gwtest::TempHome;
-using namespace ZQTELMIMgrBus;
 
 namespace {
-
-bool listening(unsigned short port) { return CheckPort(port, 1) == -1; }
 
 int connectTo(const sockaddr* address, socklen_t length) {
     int fd = ::socket(address->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -94,12 +88,6 @@ std::string rtspOptions(int fd, int cseq) {
     return readUntil(fd, "\r\n\r\n");
 }
 
-Json::Value parse(const std::string& text) {
-    Json::Value value;
-    Json::Reader().parse(text, value);
-    return value;
-}
-
 // One command through libDriverMgr, as the library sends it.
 Json::Value media(const std::string& method, const Json::Value& params) {
     Json::Value command;
@@ -115,7 +103,7 @@ Json::Value media(const std::string& method, const Json::Value& params) {
         << error;
     const std::string reply = answer != nullptr ? std::string(answer, static_cast<size_t>(length)) : "";
     DriverCif_FreeBuffer(answer);
-    return parse(reply);
+    return parseJson(reply);
 }
 
 Json::Value putMediaPort(const std::vector<std::tuple<std::string, unsigned short, bool>>& devices) {
@@ -157,25 +145,11 @@ Json::Value listenStatus(const std::string& devIndex, unsigned short port, const
     return entry;
 }
 
-std::string registerCamera(const std::string& tarn5Id, const std::string& rtspAddress) {
-    ZQGateway::tagDeviceInfo info;
-    info.protocol = 4;
-    info.tarn5DeviceID = tarn5Id;
-    info.telmiAddress = "http://127.0.0.1:9";
-    info.rtspAddress = rtspAddress;
-    std::string index;
-    EXPECT_EQ(ZQ_DeviceMgr_RegisterDevice(index, info), 0);
-    return index;
-}
-
 class MediadTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        inChild(home_, [] {
-            ZQGateway::tagGatewaySettings settings;
-            ZQ_Gateway_GetSettings(settings);
-            settings.logFile = "";  // the daemon's lines go to stderr, next to the test's output
-            ASSERT_EQ(ZQ_Gateway_SetSettings(settings), 0);
+        inChild(home_, [] {  // the daemon's lines go to stderr, next to the test's output
+            gwtest::changeSettings([](ZQGateway::tagGatewaySettings& s) { s.logFile = ""; });
         });
         daemon_ = std::make_unique<Program>(
             std::vector<std::string> {ZQ_MEDIAD_PATH, "--home", home_.path(), "--foreground"});
@@ -186,20 +160,8 @@ protected:
     }
     void TearDown() override { EXPECT_EQ(daemon_->stop(), 0) << "the daemon stops cleanly on SIGTERM"; }
 
-    // The simulated camera's RTSP address.
-    std::string startCamera() {
-        const unsigned short first = gwtest::testPortBlock(2);
-        EXPECT_NE(first, 0);
-        camera_ = std::make_unique<Program>(std::vector<std::string> {
-            ZQ_DEVSIM_PATH, "--count", "1", "--first-http-port", std::to_string(first), "--first-rtsp-port",
-            std::to_string(first + 1)});
-        EXPECT_FALSE(camera_->readLine().empty()) << "the simulator serves once it prints its device";
-        return "rtsp://127.0.0.1:" + std::to_string(first + 1) + "/stream";
-    }
-
     TempHome home_;
     std::unique_ptr<Program> daemon_;
-    std::unique_ptr<Program> camera_;
 };
 
 TEST_F(MediadTest, CommandsOpenReportAndCloseListeners) {
@@ -207,12 +169,12 @@ TEST_F(MediadTest, CommandsOpenReportAndCloseListeners) {
     ASSERT_NE(first, 0);
     const unsigned short portA = first, portB = first + 1, portC = first + 2;
     inChild(home_, [&] {
-        const std::string a = registerCamera("CAM-A", "127.0.0.1:9");
+        const std::string a = registerDevice(4, "CAM-A", "127.0.0.1:9");
         auto other = std::make_unique<gwtest::Listener>(portB);  // another program holds B's port
         ASSERT_TRUE(other->ok());
 
-        const std::string b = registerCamera("CAM-B", "127.0.0.1:9");  // added after the daemon read the store
-        EXPECT_EQ(putMediaPort({{a, portA, true}, {b, portB, true}}), parse(R"({"code":"1"})"));
+        const std::string b = registerDevice(4, "CAM-B", "127.0.0.1:9");  // added after the daemon read the store
+        EXPECT_EQ(putMediaPort({{a, portA, true}, {b, portB, true}}), parseJson(R"({"code":"1"})"));
         EXPECT_TRUE(listening(portA));
         Json::Value expected;
         expected["data"]["listenStatus"].append(listenStatus(a, portA, "success"));
@@ -229,31 +191,29 @@ TEST_F(MediadTest, CommandsOpenReportAndCloseListeners) {
         EXPECT_EQ(refresh("no-such-device", std::to_string(portC))["data"]["rsp"]["statusCode"], 404);
         EXPECT_EQ(refresh(a, "0")["data"]["rsp"]["statusCode"], 400);
         EXPECT_EQ(refresh(a, std::to_string(portC), "/TELMI/Other")["data"]["rsp"]["statusCode"], 404);
-        EXPECT_EQ(putMediaPort({{"no-such-device", portC, true}}), parse(R"({"code":"1"})"));
+        EXPECT_EQ(putMediaPort({{"no-such-device", portC, true}}), parseJson(R"({"code":"1"})"));
         EXPECT_FALSE(listening(portC));
-        EXPECT_EQ(putMediaPort({{a, portB, true}}), parse(R"({"code":"1"})")) << "B's listener keeps its port";
+        EXPECT_EQ(putMediaPort({{a, portB, true}}), parseJson(R"({"code":"1"})")) << "B's listener keeps its port";
 
-        EXPECT_EQ(putMediaPort({{a, portA, false}, {b, portB, false}}), parse(R"({"code":"0"})"));
-        EXPECT_EQ(portStatus({a, b}), parse(R"({"data":{"listenStatus":[]}})"));
+        EXPECT_EQ(putMediaPort({{a, portA, false}, {b, portB, false}}), parseJson(R"({"code":"0"})"));
+        EXPECT_EQ(portStatus({a, b}), parseJson(R"({"data":{"listenStatus":[]}})"));
         EXPECT_FALSE(listening(portA));
         EXPECT_FALSE(listening(portB));
     });
 }
 
-TEST_F(MediadTest, RelaysRtspClientsToTheDevice) {
-    const std::string cameraAddress = startCamera();
-    const unsigned short first = gwtest::testPortBlock(2);
+TEST_F(MediadTest, RelaysRtspAndBulkDataToTheDevices) {
+    const unsigned short first = gwtest::testPortBlock(5);
     ASSERT_NE(first, 0);
-    const unsigned short port = first, unusablePort = first + 1;
+    std::string cameraAddress;
+    const auto simulator = gwtest::simulatedCamera(first, cameraAddress);
+    const unsigned short port = first + 2, unusablePort = first + 3, echoPort = first + 4;
     inChild(home_, [&] {
-        const std::string camera = registerCamera("CAM-1", cameraAddress);
-        const std::string named = registerCamera("CAM-2", "rtsp://camera.example:554/stream");
-        ASSERT_EQ(putMediaPort({{camera, port, true}, {named, unusablePort, true}}), parse(R"({"code":"0"})"));
+        const std::string camera = registerDevice(4, "CAM-1", cameraAddress);
+        const std::string named = registerDevice(4, "CAM-2", "rtsp://camera.example:554/stream");
+        ASSERT_EQ(putMediaPort({{camera, port, true}, {named, unusablePort, true}}), parseJson(R"({"code":"0"})"));
 
-        EXPECT_EQ(ffprobe(port), "pcm_mulaw,8000,25\n") << "a whole RTSP session with interleaved RTP went through";
-        const std::string curl =
-            runShell("curl -sS -i --max-time 20 -X OPTIONS rtsp://127.0.0.1:" + std::to_string(port) + "/stream 2>&1");
-        EXPECT_NE(curl.find("Public: OPTIONS, DESCRIBE, SETUP, PLAY"), std::string::npos) << curl;
+        EXPECT_EQ(gwtest::ffprobe(port), "pcm_mulaw,8000,25\n") << "a whole RTSP session, interleaved RTP included";
 
         const int unusable = connectTcp(unusablePort);
         EXPECT_EQ(readUntil(unusable, "\r\n"), "") << "a device address that is no number: the client is closed";
@@ -262,19 +222,13 @@ TEST_F(MediadTest, RelaysRtspClientsToTheDevice) {
         // A live relay outlives its listener.
         const int live = connectTcp(port);
         EXPECT_NE(rtspOptions(live, 7).find("CSeq: 7"), std::string::npos);
-        EXPECT_EQ(putMediaPort({{camera, port, false}}), parse(R"({"code":"0"})"));
+        EXPECT_EQ(putMediaPort({{camera, port, false}}), parseJson(R"({"code":"0"})"));
         EXPECT_EQ(connectTcp(port), -1);
         EXPECT_NE(rtspOptions(live, 8).find("CSeq: 8"), std::string::npos);
         ::close(live);
-    });
-}
 
-// Far more bytes than the relay holds, both ways at once: each direction arrives whole and in
-// order, and the client's end of stream reaches the device before the device's reaches it.
-TEST_F(MediadTest, RelayCarriesBulkDataBothWaysAndHalfCloses) {
-    const unsigned short port = gwtest::testPortBlock(1);
-    ASSERT_NE(port, 0);
-    inChild(home_, [&] {
+        // Far more bytes than the relay holds, both ways at once: each direction arrives whole and
+        // in order, and the client's end of stream reaches the device before the device's reaches it.
         const int device = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         sockaddr_in address {};
         address.sin_family = AF_INET;
@@ -283,14 +237,14 @@ TEST_F(MediadTest, RelayCarriesBulkDataBothWaysAndHalfCloses) {
         ASSERT_EQ(::bind(device, reinterpret_cast<sockaddr*>(&address), length), 0);
         ASSERT_EQ(::listen(device, 1), 0);
         ::getsockname(device, reinterpret_cast<sockaddr*>(&address), &length);
-        const std::string echo = registerCamera("ECHO", "127.0.0.1:" + std::to_string(ntohs(address.sin_port)));
-        ASSERT_EQ(putMediaPort({{echo, port, true}}), parse(R"({"code":"0"})"));
+        const std::string echo = registerDevice(4, "ECHO", "127.0.0.1:" + std::to_string(ntohs(address.sin_port)));
+        ASSERT_EQ(putMediaPort({{echo, echoPort, true}}), parseJson(R"({"code":"0"})"));
 
         std::string sent(8 << 20, '\0');
         for (size_t i = 0; i < sent.size(); ++i) {
             sent[i] = static_cast<char>((i * 7919) >> 8);
         }
-        const int client = connectTcp(port);
+        const int client = connectTcp(echoPort);
         ASSERT_GE(client, 0);
         std::thread sender([&] {
             ::send(client, sent.data(), sent.size(), MSG_NOSIGNAL);
@@ -337,7 +291,7 @@ TEST_F(MediadTest, GarbageOnTheCommandSocketIsRefusedAndServingGoesOn) {
     }
     ASSERT_EQ(::send(client, frames.data(), frames.size(), MSG_NOSIGNAL), static_cast<ssize_t>(frames.size()));
     for (const auto& exchange : exchanges) {
-        const Json::Value answer = parse(readFrame(client));
+        const Json::Value answer = parseJson(readFrame(client));
         EXPECT_TRUE(answer.isMember(exchange.second)) << exchange.first.substr(0, 80) << " -> " << answer;
         if (exchange.second == "code") {
             EXPECT_EQ(answer["code"], "1") << "a malformed device entry fails that device";
@@ -351,7 +305,7 @@ TEST_F(MediadTest, GarbageOnTheCommandSocketIsRefusedAndServingGoesOn) {
     const int oversized = connectCommandSocket(home_);
     ASSERT_GE(oversized, 0);
     ::send(oversized, "\xff\xff\xff\xff{}", 6, MSG_NOSIGNAL);
-    EXPECT_EQ(parse(readFrame(oversized))["statusCode"], 413);
+    EXPECT_EQ(parseJson(readFrame(oversized))["statusCode"], 413);
     EXPECT_EQ(readUntil(oversized, ""), "") << "and the connection is closed";
     ::close(oversized);
 
@@ -359,52 +313,7 @@ TEST_F(MediadTest, GarbageOnTheCommandSocketIsRefusedAndServingGoesOn) {
     ::send(halfFrame, "\x00\x00\x01\x00{\"meth", 10, MSG_NOSIGNAL);
     ::close(halfFrame);
 
-    inChild(home_, [] { EXPECT_EQ(portStatus({"dev01"}), parse(R"({"data":{"listenStatus":[]}})")); });
-}
-
-// The library on the reference platform with the real daemon: what bindPort opens, an RTSP
-// client reaches; the port list reports it; unbindPort closes it.
-TEST_F(MediadTest, LibraryBindingsOpenPortsThatRtspClientsReach) {
-    const std::string cameraAddress = startCamera();
-    const unsigned short first = gwtest::testPortBlock(20);
-    ASSERT_NE(first, 0);
-    inChild(home_, [&] {
-        void* library = dlopen(ZQ_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL);
-        ASSERT_NE(library, nullptr) << dlerror();
-#define ZQ_CALL(name) (*reinterpret_cast<decltype(&name)>(dlsym(library, #name)))
-        ZQGateway::tagGatewaySettings settings;
-        ZQ_Gateway_GetSettings(settings);
-        settings.httpPortFirst = first;
-        settings.httpPortLast = static_cast<uint16_t>(first + 9);
-        settings.rtspPortFirst = static_cast<uint16_t>(first + 10);
-        settings.rtspPortLast = static_cast<uint16_t>(first + 19);
-        ASSERT_EQ(ZQ_Gateway_SetSettings(settings), 0);
-        registerCamera("CAM-1", cameraAddress);
-        ZQ_CALL(ZQ_TELMIMgrBus_Start)();
-
-        std::vector<tagBindPortRet> rets;
-        ASSERT_EQ(ZQ_CALL(ZQ_TELMIMgrBus_BindPort)(rets, {"CAM-1"}), 0);
-        ASSERT_EQ(rets.size(), 1u);
-        ASSERT_EQ(rets[0].resultCode, 0);
-        const unsigned short rtspPort = rets[0].port->getRtspPort();
-        EXPECT_EQ(ffprobe(rtspPort), "pcm_mulaw,8000,25\n");
-
-        std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIPort>> ports;
-        tagTelmiQueryRsp rsp {};
-        tagTelmiQueryReq req {};
-        req.maxResults = 10;
-        ASSERT_EQ(ZQ_CALL(ZQ_TELMIMgrBus_QueryTELMIPortList)(ports, rsp, req), 0);
-        ASSERT_EQ(ports.size(), 1u);
-        EXPECT_EQ(dynamic_cast<ZQGateway::CGatewayPort&>(*ports[0]).getRtspPortStatus(), 1);
-
-        std::vector<int> results;
-        ASSERT_EQ(ZQ_CALL(ZQ_TELMIMgrBus_UnbindPort)(results, {rets[0].port->getPortIndex()}), 0);
-        EXPECT_EQ(results, std::vector<int> {0});
-        EXPECT_FALSE(listening(rtspPort));
-        ZQ_CALL(ZQ_TELMIMgrBus_Stop)();
-        ZQBase::CNginxOper::getInstance()->Quit();
-#undef ZQ_CALL
-    });
+    inChild(home_, [] { EXPECT_EQ(portStatus({"dev01"}), parseJson(R"({"data":{"listenStatus":[]}})")); });
 }
 
 }  // namespace

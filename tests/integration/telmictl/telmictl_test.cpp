@@ -4,10 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <sstream>
 #include <string>
 
-#include "ChildProgram.h"
 #include "GatewayRun.h"
 
 using namespace gwtest;
@@ -16,40 +14,14 @@ namespace {
 
 const std::string kUserPassword = "Cam3ra!Pass";
 
-struct CliRun {
-    int status = -1;
-    std::string out;
-    std::string err;
-    Json::Value json() const {
-        Json::Value value;
-        Json::Reader().parse(out, value);
-        return value;
-    }
-};
-
-std::string fileText(const std::string& path) {
-    std::ifstream file(path);
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
-// telmictl with the arguments (shell syntax) and input as its standard input, in dir.
-CliRun telmictl(const std::string& dir, const std::string& arguments, const std::string& input) {
-    std::ofstream(dir + "/telmictl.in") << input;
-    const std::string output = runShell(std::string(ZQ_TELMICTL_PATH) + " " + arguments + " <" + dir +
-                                        "/telmictl.in 2>" + dir + "/telmictl.err; echo \"$?\"");
-    CliRun run;
-    const size_t last = output.rfind('\n', output.size() - 2);
-    run.out = last == std::string::npos ? "" : output.substr(0, last + 1);
-    run.status = std::stoi(output.substr(last == std::string::npos ? 0 : last + 1));
-    run.err = fileText(dir + "/telmictl.err");
-    return run;
+// telmictl with the arguments (shell syntax) and input as its standard input.
+Outcome telmictl(const std::string& arguments, const std::string& input) {
+    return runCommand(std::string(ZQ_TELMICTL_PATH) + " " + arguments, input);
 }
 
 // As the gateway's admin, the password on standard input, before any further input lines.
-CliRun admin(const GatewayRun& gateway, const std::string& arguments, const std::string& moreInput = "") {
-    return telmictl(gateway.home().path(), "--gateway " + gateway.apiUrl("") + " " + arguments,
+Outcome admin(const GatewayRun& gateway, const std::string& arguments, const std::string& moreInput = "") {
+    return telmictl("--gateway " + gateway.apiUrl("") + " " + arguments,
                     gateway.adminPassword() + "\n" + moreInput);
 }
 
@@ -68,7 +40,7 @@ void addTwoDevices(GatewayRun& gateway) {
     for (const auto& [protocol, id, port] : {std::tuple("tarn", "CAM001", gateway.freePort(0)),
                                              std::tuple("tarn5", "CAM002", gateway.freePort(1))}) {
         const std::string address = "127.0.0.1:" + std::to_string(port);
-        const CliRun added = admin(gateway, std::string("device add --protocol ") + protocol + " --id " + id +
+        const Outcome added = admin(gateway, std::string("device add --protocol ") + protocol + " --id " + id +
                                                 " --name 'Camera " + id + "' --telmi-address http://" + address +
                                                 " --rtsp-address rtsp://" + address);
         ASSERT_EQ(added.status, 0) << added.err;
@@ -79,16 +51,16 @@ void addTwoDevices(GatewayRun& gateway) {
 TEST(Telmictl, ListsPrintTablesOrTheApisJson) {
     GatewayRun gateway;
     addTwoDevices(gateway);
-    const CliRun user = admin(gateway, "user add alice=CAM001", kUserPassword + "\n");
+    const Outcome user = admin(gateway, "user add alice=CAM001", kUserPassword + "\n");
     ASSERT_EQ(user.status, 0) << user.out << user.err;
     const std::string userIndex = indexAfter(user.out, "alice: added, user index ");
-    const CliRun bound = admin(gateway, "port bind CAM002");
+    const Outcome bound = admin(gateway, "port bind CAM002");
     ASSERT_EQ(bound.status, 0) << bound.out << bound.err;
     const std::string httpPort = std::to_string(gateway.firstHttpPort());
     EXPECT_EQ(bound.out.rfind("CAM002: bound to HTTP port " + httpPort + " and RTSP port ", 0), 0u) << bound.out;
     const std::string portIndex = indexAfter(bound.out, ", port index ");
 
-    CliRun devices = admin(gateway, "device list");
+    Outcome devices = admin(gateway, "device list");
     EXPECT_EQ(devices.status, 0);
     EXPECT_EQ(devices.out.rfind("DEVICE INDEX                          PROTOCOL  DEVICE ID  NAME           CATEGORY",
                                 0),
@@ -99,7 +71,7 @@ TEST(Telmictl, ListsPrintTablesOrTheApisJson) {
     EXPECT_TRUE(hasLine(devices.out, "2 devices")) << devices.out;
 
     // The user and port tables name devices by their IDs, not their 36-character indexes.
-    const CliRun users = admin(gateway, "user list");
+    const Outcome users = admin(gateway, "user list");
     EXPECT_EQ(users.status, 0);
     EXPECT_EQ(users.out.rfind("USER INDEX                            NAME   DEVICE  ADDED\n" + userIndex +
                                   "  alice  CAM001  ",
@@ -107,7 +79,7 @@ TEST(Telmictl, ListsPrintTablesOrTheApisJson) {
               0u)
         << users.out;
     EXPECT_TRUE(hasLine(users.out, "1 user")) << users.out;
-    const CliRun ports = admin(gateway, "port list --max 1");
+    const Outcome ports = admin(gateway, "port list --max 1");
     EXPECT_NE(ports.out.find(portIndex + "  CAM002  " + httpPort + "  "), std::string::npos) << ports.out;
     EXPECT_NE(ports.out.find("  yes             yes             "), std::string::npos) << ports.out;
 
@@ -115,7 +87,7 @@ TEST(Telmictl, ListsPrintTablesOrTheApisJson) {
     for (const auto& [command, route] :
          {std::pair("device list", "/api/devices"), std::pair("user list", "/api/users"),
           std::pair("port list", "/api/ports"), std::pair("telmi status", "/api/telmi")}) {
-        const CliRun json = admin(gateway, std::string("--json ") + command);
+        const Outcome json = admin(gateway, std::string("--json ") + command);
         EXPECT_EQ(json.status, 0) << command;
         EXPECT_EQ(json.json(), gateway.api("GET", route).json()) << command << ": " << json.out;
         EXPECT_EQ(json.err, "") << command;
@@ -124,7 +96,7 @@ TEST(Telmictl, ListsPrintTablesOrTheApisJson) {
     EXPECT_EQ(admin(gateway, "telmi on").out, "TELMI access is on\n");
     EXPECT_EQ(admin(gateway, "telmi status").out, "TELMI access is on\n");
     // stderr is no terminal here, so the retry shows no progress.
-    const CliRun retried = admin(gateway, "port retry " + portIndex);
+    const Outcome retried = admin(gateway, "port retry " + portIndex);
     EXPECT_EQ(retried.status, 0) << retried.err;
     EXPECT_EQ(retried.out, "port index " + portIndex + ": HTTP listening yes, RTSP listening yes\n");
     EXPECT_EQ(retried.err, "");
@@ -134,7 +106,7 @@ TEST(Telmictl, BatchesReportEveryItemAndFailWhenOneFails) {
     GatewayRun gateway;
     addTwoDevices(gateway);
 
-    CliRun run = admin(gateway, "user add alice=CAM001 bob=NOPE", kUserPassword + "\n");
+    Outcome run = admin(gateway, "user add alice=CAM001 bob=NOPE", kUserPassword + "\n");
     EXPECT_EQ(run.status, 1);
     EXPECT_NE(run.out.find("alice: added, user index "), std::string::npos) << run.out;
     EXPECT_TRUE(hasLine(run.out, "bob: failed: the device is not, or no longer, attached to the gateway (code 7)"))
@@ -167,7 +139,7 @@ TEST(Telmictl, BatchesReportEveryItemAndFailWhenOneFails) {
     EXPECT_EQ(run.status, 1);
     EXPECT_NE(run.out.find("dave: failed: the password is too weak (code 257)"), std::string::npos) << run.out;
 
-    run = telmictl(gateway.home().path(), "--gateway " + gateway.apiUrl("") + " device list", "wrong-password\n");
+    run = telmictl("--gateway " + gateway.apiUrl("") + " device list", "wrong-password\n");
     EXPECT_EQ(run.status, 4);
     EXPECT_EQ(run.err, "telmictl: HTTP 401: the admin password was not accepted\n");
 }
@@ -178,22 +150,22 @@ TEST(Telmictl, BadCommandLinesAndMissingInputStopBeforeAnyRequest) {
     for (const char* usage : {"", "user", "user add bob", "port retry", "device add --protocol tarn9 --id X",
                               "device remove a b", "--password secret telmi status",
                               "--gateway ftp://127.0.0.1:8600 telmi status"}) {
-        const CliRun run = telmictl(dir.path(), usage, "admin-password\n");
+        const Outcome run = telmictl(usage, "admin-password\n");
         EXPECT_EQ(run.status, 2) << usage << ": " << run.err;
         EXPECT_NE(run.err, "") << usage;
     }
-    EXPECT_EQ(telmictl(dir.path(), "--help", "").status, 0);
+    EXPECT_EQ(telmictl("--help", "").status, 0);
 
-    CliRun run = telmictl(dir.path(), nowhere + "telmi status", "");
+    Outcome run = telmictl(nowhere + "telmi status", "");
     EXPECT_EQ(run.status, 4);
     EXPECT_EQ(run.err, "telmictl: no gateway admin password on standard input\n");
-    run = telmictl(dir.path(), nowhere + "user add alice=CAM001", "admin-password\n");
+    run = telmictl(nowhere + "user add alice=CAM001", "admin-password\n");
     EXPECT_EQ(run.status, 2);
     EXPECT_EQ(run.err, "telmictl: no TELMI user password on standard input\n");
-    run = telmictl(dir.path(), nowhere + "--admin-password-file " + dir.path() + "/none telmi status", "");
+    run = telmictl(nowhere + "--admin-password-file " + dir.path() + "/none telmi status", "");
     EXPECT_EQ(run.status, 4);
     std::ofstream(dir.path() + "/admin-password") << "admin-password\n";
-    run = telmictl(dir.path(), nowhere + "--admin-password-file " + dir.path() + "/admin-password telmi status", "");
+    run = telmictl(nowhere + "--admin-password-file " + dir.path() + "/admin-password telmi status", "");
     EXPECT_EQ(run.status, 3);
     EXPECT_EQ(run.err.rfind("telmictl: the management API cannot be reached", 0), 0u) << run.err;
 }

@@ -4,23 +4,14 @@
 #pragma once
 
 #include <httplib.h>
-#include <json/json.h>
 
 #include <string>
 #include <thread>
 
+#include "ChildProgram.h"
 #include "GatewayTestHome.h"
 
 namespace gwtest {
-
-struct Reply {
-    int status = 0;    // 0 when the client failed
-    std::string text;  // the body, after the headers when they were asked for
-    Json::Value json() const;
-};
-
-// curl with the given arguments; the status of the last answer and what curl printed.
-Reply curl(const std::string& arguments);
 
 // An HTTP device on 127.0.0.1:port answering every request with
 // "device=<name> method=<method> target=<target> credentials=<yes|no>".
@@ -52,7 +43,7 @@ public:
     unsigned short freePort(int n) const { return static_cast<unsigned short>(base_ + 30 + n); }
 
     // A management API call as admin, through curl --digest.
-    Reply api(const std::string& method, const std::string& path, const std::string& body = "") const;
+    Outcome api(const std::string& method, const std::string& path, const std::string& body = "") const;
     std::string apiUrl(const std::string& path) const;
     // Registers a stand-in device (protocol 2 Tarn, 4 Tarn5) at 127.0.0.1:port; its index.
     std::string registerDevice(int protocol, const std::string& deviceID, unsigned short port) const;
@@ -62,8 +53,5 @@ private:
     unsigned short base_;
     std::string adminPassword_;
 };
-
-// A GET with Python requests' HTTPDigestAuth.
-Reply pythonDigestGet(const std::string& url, const std::string& user, const std::string& password);
 
 }  // namespace gwtest

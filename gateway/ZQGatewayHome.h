@@ -56,5 +56,7 @@ int ZQ_Gateway_GetSettings(ZQGateway::tagGatewaySettings& settings);
 int ZQ_Gateway_SetSettings(const ZQGateway::tagGatewaySettings& settings);
 
 // Replaces the file's content at once (temporary file, fsync, rename): readers see the old or
-// the new text, never a mix. 0 on success, errno otherwise.
-int ZQ_Gateway_WriteFileAtomically(const std::string& path, const std::string& content, unsigned mode = 0644);
+// the new text, never a mix. Files rebuilt from other data after a crash may skip the fsync
+// (durable false): it costs milliseconds on a busy disk. 0 on success, errno otherwise.
+int ZQ_Gateway_WriteFileAtomically(const std::string& path, const std::string& content, unsigned mode = 0644,
+                                   bool durable = true);

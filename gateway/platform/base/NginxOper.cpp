@@ -35,6 +35,7 @@ std::string serverBlock(int port) {
            "    location / {\n"
            "        proxy_pass http://telmi_front_end;\n"
            "        proxy_http_version 1.1;\n"
+           "        proxy_set_header Connection \"\";\n"
            "        proxy_set_header Host $host;\n"
            "        proxy_set_header X-TELMI-Port " + p + ";\n"
            "        proxy_set_header X-Real-IP $remote_addr;\n"
@@ -100,7 +101,8 @@ bool NginxOper::writePorts(const Paths& p, const std::set<int>& ports) {
     for (int port : ports) {
         text += serverBlock(port);
     }
-    return ZQ_Gateway_WriteFileAtomically(p.ports, text) == 0;
+    // Rebuilt from the device store at every start, so a crash cannot lose what it says.
+    return ZQ_Gateway_WriteFileAtomically(p.ports, text, 0644, false) == 0;
 }
 
 bool NginxOper::writeMainConfig(const Paths& p) {
@@ -125,7 +127,8 @@ bool NginxOper::writeMainConfig(const Paths& p) {
         "    fastcgi_temp_path " + d + "/temp/fastcgi;\n"
         "    uwsgi_temp_path " + d + "/temp/uwsgi;\n"
         "    scgi_temp_path " + d + "/temp/scgi;\n"
-        "    upstream telmi_front_end {\n        server " + upstream + ";\n    }\n"
+        // Kept-alive connections to the front end spare every request a connect and an accept.
+        "    upstream telmi_front_end {\n        server " + upstream + ";\n        keepalive 16;\n    }\n"
         "    include " + p.ports + ";\n"
         "}\n";
     struct stat portsFile {};

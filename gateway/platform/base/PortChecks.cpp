@@ -41,12 +41,12 @@ int CheckPort(int port, int mode) {
     if (port <= 0 || port > 65535) {
         return 0;
     }
-    auto listeners = zqbase::tcpListeners(static_cast<uint16_t>(port));
-    if (!listeners) {
+    auto listening = zqbase::tcpListening(static_cast<uint16_t>(port));
+    if (!listening) {
         tvlog_format(5, "ZQBase", "socket diagnostics unavailable; port %d taken as in use", port);
         return -1;
     }
-    return listeners->empty() ? 0 : -1;
+    return *listening ? -1 : 0;
 }
 
 int CheckPortOccupy(std::list<int> pids, std::string ip, int port, int mode) {

@@ -9,7 +9,13 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <cstdio>
 #include <cstring>
+#include <iterator>
+#include <mutex>
+#include <unordered_map>
+#include <unordered_set>
 
 namespace zqbase {
 namespace {
@@ -28,6 +34,9 @@ bool dumpFamily(int fd, uint8_t family, uint16_t port, std::vector<TcpListener>&
     message.request.sdiag_family = family;
     message.request.sdiag_protocol = IPPROTO_TCP;
     message.request.idiag_states = 1u << kListenState;
+    // The kernel skips listeners on other ports itself, so a probe costs no copy of every
+    // listener on the machine (nginx alone may hold a thousand).
+    message.request.id.idiag_sport = htons(port);
     sockaddr_nl kernel {};
     kernel.nl_family = AF_NETLINK;
     if (::sendto(fd, &message, sizeof(message), 0, reinterpret_cast<sockaddr*>(&kernel), sizeof(kernel)) < 0) {
@@ -63,6 +72,43 @@ bool dumpFamily(int fd, uint8_t family, uint16_t port, std::vector<TcpListener>&
     }
 }
 
+// The socket inodes among a process's descriptors when they were last listed. Reading
+// /proc/<pid>/fd costs a readlink per descriptor, and a port list asks about hundreds of ports of
+// the same nginx at once, so a listing serves the probes of the next moment. A socket found in
+// it is still that process's: a live socket keeps its inode, and nginx hands listeners only to
+// its own workers. A socket not found in it is always looked for afresh.
+struct SocketListing {
+    std::chrono::steady_clock::time_point taken;
+    std::unordered_set<uint64_t> inodes;
+};
+
+constexpr auto kListingLifetime = std::chrono::seconds(1);
+std::mutex listingsMutex;
+std::unordered_map<int, SocketListing> listings;
+
+std::unordered_set<uint64_t> socketInodes(int pid) {
+    std::unordered_set<uint64_t> inodes;
+    const std::string dir = "/proc/" + std::to_string(pid) + "/fd";
+    DIR* fds = ::opendir(dir.c_str());
+    if (fds == nullptr) {
+        return inodes;
+    }
+    while (dirent* entry = ::readdir(fds)) {
+        char target[64];
+        const ssize_t n = ::readlinkat(::dirfd(fds), entry->d_name, target, sizeof(target) - 1);
+        if (n <= 0) {
+            continue;
+        }
+        target[n] = '\0';
+        unsigned long long inode = 0;
+        if (std::sscanf(target, "socket:[%llu]", &inode) == 1) {
+            inodes.insert(inode);
+        }
+    }
+    ::closedir(fds);
+    return inodes;
+}
+
 }  // namespace
 
 std::optional<std::vector<TcpListener>> tcpListeners(uint16_t port) {
@@ -79,29 +125,42 @@ std::optional<std::vector<TcpListener>> tcpListeners(uint16_t port) {
     return found;
 }
 
+std::optional<bool> tcpListening(uint16_t port) {
+    int fd = ::socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_SOCK_DIAG);
+    if (fd < 0) {
+        return std::nullopt;
+    }
+    std::vector<TcpListener> found;
+    // IPv6 is asked only when IPv4 has no listener there: each dump walks the kernel's whole
+    // listener table.
+    bool ok = dumpFamily(fd, AF_INET, port, found) && (!found.empty() || dumpFamily(fd, AF_INET6, port, found));
+    ::close(fd);
+    if (!ok) {
+        return std::nullopt;
+    }
+    return !found.empty();
+}
+
 bool heldByAny(const std::list<int>& pids, uint64_t inode) {
-    const std::string wanted = "socket:[" + std::to_string(inode) + "]";
+    const auto now = std::chrono::steady_clock::now();
+    std::lock_guard<std::mutex> lock(listingsMutex);
     for (int pid : pids) {
-        const std::string dir = "/proc/" + std::to_string(pid) + "/fd";
-        DIR* fds = ::opendir(dir.c_str());
-        if (fds == nullptr) {
-            continue;
-        }
-        bool held = false;
-        while (dirent* entry = ::readdir(fds)) {
-            char target[64];
-            ssize_t n = ::readlinkat(::dirfd(fds), entry->d_name, target, sizeof(target) - 1);
-            if (n > 0 && wanted.compare(0, std::string::npos, target, static_cast<size_t>(n)) == 0) {
-                held = true;
-                break;
-            }
-        }
-        ::closedir(fds);
-        if (held) {
+        auto it = listings.find(pid);
+        if (it != listings.end() && now - it->second.taken < kListingLifetime && it->second.inodes.count(inode) != 0) {
             return true;
         }
     }
-    return false;
+    // Not in a recent listing: list the processes again, so a socket opened since is seen.
+    bool held = false;
+    for (int pid : pids) {
+        SocketListing& listing = listings[pid];
+        listing = {now, socketInodes(pid)};
+        held = held || listing.inodes.count(inode) != 0;
+    }
+    for (auto it = listings.begin(); it != listings.end();) {
+        it = now - it->second.taken >= kListingLifetime ? listings.erase(it) : std::next(it);
+    }
+    return held;
 }
 
 }  // namespace zqbase

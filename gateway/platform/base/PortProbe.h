@@ -18,6 +18,9 @@ struct TcpListener {
 // over netlink (what ss uses); empty optional when the kernel cannot be asked.
 std::optional<std::vector<TcpListener>> tcpListeners(uint16_t port);
 
+// Whether anything listens on the port; empty optional when the kernel cannot be asked.
+std::optional<bool> tcpListening(uint16_t port);
+
 // Whether one of the processes holds the socket with that inode among its descriptors.
 bool heldByAny(const std::list<int>& pids, uint64_t inode);
 

@@ -56,7 +56,7 @@ std::string ZQ_Gateway_HomePath(const std::string& relative) {
     return home.empty() ? std::string() : home + "/" + relative;
 }
 
-int ZQ_Gateway_WriteFileAtomically(const std::string& path, const std::string& content, unsigned mode) {
+int ZQ_Gateway_WriteFileAtomically(const std::string& path, const std::string& content, unsigned mode, bool durable) {
     const std::string temp = path + ".tmp." + std::to_string(::getpid());
     int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
     if (fd < 0) {
@@ -76,7 +76,7 @@ int ZQ_Gateway_WriteFileAtomically(const std::string& path, const std::string& c
         }
         done += static_cast<size_t>(n);
     }
-    int err = ::fsync(fd) == 0 ? 0 : errno;
+    int err = !durable || ::fsync(fd) == 0 ? 0 : errno;
     if (::close(fd) != 0 && err == 0) {
         err = errno;
     }

@@ -58,6 +58,7 @@ void DeviceStore::load() {
             info.telmiAddress = devices.text(6);
             info.rtspAddress = devices.text(7);
             devices_.push_back(std::make_shared<DeviceRecord>(*this, devices.text(0), info, devices.text(8)));
+            devicesByIndex_.emplace(devices_.back()->getDeviceIndex(), devices_.back());
             deviceClock_.observe(devices.text(8));
         }
         Statement users(db,
@@ -336,6 +337,7 @@ int DeviceStore::registerDevice(std::string& deviceIndex, const tagDeviceInfo& i
     });
     if (result == storeOk) {
         devices_.push_back(record);
+        devicesByIndex_.emplace(record->getDeviceIndex(), record);
         deviceIndex = record->getDeviceIndex();
     }
     return result;
@@ -353,6 +355,7 @@ int DeviceStore::removeDevice(const std::string& deviceIndex) {
     });
     if (result == storeOk) {
         devices_.erase(it);
+        devicesByIndex_.erase(deviceIndex);
         notifier_.post(ZQDeviceMgr::deviceRemoved, deviceIndex);
     }
     return result;
@@ -360,8 +363,8 @@ int DeviceStore::removeDevice(const std::string& deviceIndex) {
 
 std::shared_ptr<ZQGateway::CGatewayDevice> DeviceStore::device(const std::string& deviceIndex) const {
     std::shared_lock<std::shared_mutex> lock(mutex_);
-    auto it = findIn(devices_, deviceIndex);
-    return it == devices_.end() ? nullptr : *it;
+    auto it = devicesByIndex_.find(deviceIndex);
+    return it == devicesByIndex_.end() ? nullptr : it->second;
 }
 
 int DeviceStore::allDevices(std::vector<std::shared_ptr<ZQGateway::CGatewayDevice>>& devices) const {

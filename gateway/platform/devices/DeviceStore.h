@@ -4,6 +4,7 @@
 #include <memory>
 #include <shared_mutex>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "ZQDeviceMgr.h"
@@ -62,6 +63,8 @@ private:
     std::vector<std::shared_ptr<UserRecord>> users_;
     std::vector<std::shared_ptr<PortRecord>> ports_;
     std::vector<std::shared_ptr<DeviceRecord>> devices_;
+    // devices_ by index: listings look a device up for every user or binding they show.
+    std::unordered_map<std::string, std::shared_ptr<DeviceRecord>> devicesByIndex_;
     AddTimeClock userClock_, portClock_, deviceClock_;
 };
 

@@ -4,9 +4,11 @@
 #include "ZQBase.h"
 #include "ZQGatewayDevices.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -117,16 +119,30 @@ constexpr int kTestPortsEnd = 27000;  // 27000-29999 belong to the end-to-end to
 
 unsigned short testPortBlock(int count) {
     // Below the kernel's ephemeral range (32768 up), so no outgoing connection takes a port
-    // between the check and the test's bind; clear of the gateway's default port ranges.
-    const int start = kTestPortsFirst + (::getpid() * 37) % (kTestPortsEnd - kTestPortsFirst - 1000);
-    for (int first = start; first + count <= kTestPortsEnd; ++first) {
-        bool free = true;
+    // between the check and the test's bind; clear of the gateway's default port ranges. Blocks
+    // of 100 ports are claimed with a lock file held until the process ends, so tests running at
+    // once, even from two build trees, never draw the same block.
+    constexpr int kBlock = 100;
+    constexpr int kBlocks = (kTestPortsEnd - kTestPortsFirst) / kBlock;
+    if (count < 1 || count > kBlock) {
+        return 0;
+    }
+    const int startBlock = (::getpid() * 37) % kBlocks;
+    for (int i = 0; i < kBlocks; ++i) {
+        const int first = kTestPortsFirst + ((startBlock + i) % kBlocks) * kBlock;
+        const std::string lockPath = "/tmp/zqgw-test-ports-" + std::to_string(first) + ".lock";
+        const int fd = ::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+        if (fd < 0) {
+            continue;
+        }
+        bool free = ::flock(fd, LOCK_EX | LOCK_NB) == 0;
         for (int port = first; port < first + count && free; ++port) {
             free = CheckPort(port, 1) == 0;
         }
         if (free) {
-            return static_cast<unsigned short>(first);
+            return static_cast<unsigned short>(first);  // the descriptor stays open: the claim lasts
         }
+        ::close(fd);
     }
     return 0;
 }

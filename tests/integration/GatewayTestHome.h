@@ -45,8 +45,8 @@ std::string pythonDigestHeader(const std::string& user, const std::string& realm
                                const std::string& method, const std::string& uri, const std::string& nonce,
                                bool withQop);
 
-// The first of count consecutive ports in 22000-26999 on which nothing listens; the search
-// starts at a place drawn from the process id, so that parallel runs rarely meet.
+// The first of count (at most 100) consecutive ports in 22000-26999 on which nothing listens,
+// claimed for this process so that parallel tests never share them; 0 when none is left.
 unsigned short testPortBlock(int count);
 
 // Whether a TCP socket listens on port, whoever holds it.

@@ -2,9 +2,6 @@
 
 #include <strings.h>
 
-#include <map>
-#include <memory>
-
 #include "GatewaydLog.h"
 #include "ZQGatewayDevices.h"
 
@@ -13,9 +10,6 @@ namespace {
 
 constexpr time_t kConnectTimeoutSec = 5;
 constexpr time_t kDeviceTimeoutSec = 30;
-// Connections to devices each worker thread keeps open; opening one per request cost more than
-// the rest of a forwarded request. Bounded so many devices cannot pile up idle sockets.
-constexpr size_t kKeptDeviceConnections = 16;
 
 // Headers that belong to one connection, to the gateway, or that the HTTP layer writes itself.
 bool staysHere(const std::string& name) {
@@ -36,29 +30,6 @@ void answerText(httplib::Response& res, int status, const std::string& message) 
     res.set_content(message + "\n", "text/plain");
 }
 
-// This thread's kept-alive client of the device at address; null when the address is unusable.
-httplib::Client* deviceClient(const std::string& address) {
-    thread_local std::map<std::string, std::unique_ptr<httplib::Client>> clients;
-    auto it = clients.find(address);
-    if (it != clients.end()) {
-        return it->second.get();
-    }
-    auto client = std::make_unique<httplib::Client>(address);
-    if (address.empty() || !client->is_valid()) {
-        return nullptr;
-    }
-    client->set_keep_alive(true);
-    client->set_connection_timeout(kConnectTimeoutSec);
-    client->set_read_timeout(kDeviceTimeoutSec);
-    client->set_write_timeout(kDeviceTimeoutSec);
-    client->set_url_encode(false);  // the target is passed on exactly as the client wrote it
-    client->set_decompress(false);
-    if (clients.size() >= kKeptDeviceConnections) {
-        clients.clear();
-    }
-    return clients.emplace(address, std::move(client)).first->second.get();
-}
-
 }  // namespace
 
 void forwardToDevice(const std::string& deviceIndex, const std::string& clientAddress, const httplib::Request& req,
@@ -69,11 +40,16 @@ void forwardToDevice(const std::string& deviceIndex, const std::string& clientAd
         return;
     }
     const std::string address = device->getTelmiAddress();
-    httplib::Client* client = deviceClient(address);
-    if (client == nullptr) {
+    httplib::Client client(address);
+    if (address.empty() || !client.is_valid()) {
         answerText(res, 502, "the device has no usable TELMI address");
         return;
     }
+    client.set_connection_timeout(kConnectTimeoutSec);
+    client.set_read_timeout(kDeviceTimeoutSec);
+    client.set_write_timeout(kDeviceTimeoutSec);
+    client.set_url_encode(false);  // the target is passed on exactly as the client wrote it
+    client.set_decompress(false);
 
     httplib::Request toDevice;
     toDevice.method = req.method;
@@ -86,7 +62,7 @@ void forwardToDevice(const std::string& deviceIndex, const std::string& clientAd
     }
     toDevice.headers.emplace("X-Forwarded-For", clientAddress);
 
-    const httplib::Result answer = client->send(toDevice);
+    const httplib::Result answer = client.send(toDevice);
     if (!answer) {
         GATEWAYD_LOG(4, "device %s at %s did not answer %s %s: %s", deviceIndex.c_str(), address.c_str(),
                      req.method.c_str(), req.target.c_str(), httplib::to_string(answer.error()).c_str());

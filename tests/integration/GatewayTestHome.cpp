@@ -135,12 +135,15 @@ unsigned short testPortBlock(int count) {
         if (fd < 0) {
             continue;
         }
+        // Within the block, start somewhere new each run: ports a test just used may still be in
+        // TIME_WAIT, which some listeners do not bind over.
+        const int start = first + (::getpid() * 13) % (kBlock - count + 1);
         bool free = ::flock(fd, LOCK_EX | LOCK_NB) == 0;
-        for (int port = first; port < first + count && free; ++port) {
+        for (int port = start; port < start + count && free; ++port) {
             free = CheckPort(port, 1) == 0;
         }
         if (free) {
-            return static_cast<unsigned short>(first);  // the descriptor stays open: the claim lasts
+            return static_cast<unsigned short>(start);  // the descriptor stays open: the claim lasts
         }
         ::close(fd);
     }

@@ -1,5 +1,7 @@
 #include "GatewayHttpServer.h"
 
+#include "UnixSocketPath.h"
+
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -16,25 +18,6 @@ constexpr size_t kKeepAliveRequests = 1000;
 constexpr time_t kReadTimeoutSec = 15;
 constexpr time_t kWriteTimeoutSec = 30;
 
-bool unixAddress(const std::string& path, sockaddr_un& address) {
-    address = {};
-    address.sun_family = AF_UNIX;
-    if (path.empty() || path.size() >= sizeof(address.sun_path)) {
-        return false;
-    }
-    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-    return true;
-}
-
-bool someoneAccepts(const sockaddr_un& address) {
-    const int probe = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const bool accepted =
-        probe >= 0 && ::connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
-    if (probe >= 0) {
-        ::close(probe);
-    }
-    return accepted;
-}
 
 }  // namespace
 
@@ -66,11 +49,11 @@ bool GatewayHttpServer::bindTcp(const std::string& host, int port, std::string& 
 
 bool GatewayHttpServer::bindUnix(const std::string& path, std::string& error) {
     sockaddr_un address {};
-    if (!unixAddress(path, address)) {
+    if (!gwio::unixSocketAddress(path, address)) {
         error = "the socket path " + path + " is empty or too long";
         return false;
     }
-    if (someoneAccepts(address)) {
+    if (gwio::someoneServesUnixSocket(address)) {
         error = "another process already serves " + path;
         return false;
     }

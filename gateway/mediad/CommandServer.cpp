@@ -10,29 +10,9 @@
 
 #include "AcceptPending.h"
 #include "MediadLog.h"
+#include "UnixSocketPath.h"
 
 namespace mediad {
-
-namespace {
-
-bool socketAddress(const std::string& path, sockaddr_un& address) {
-    address = {};
-    address.sun_family = AF_UNIX;
-    if (path.empty() || path.size() >= sizeof(address.sun_path)) {
-        return false;
-    }
-    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-    return true;
-}
-
-// True when a process accepts connections on the socket file at path.
-bool someoneServes(const sockaddr_un& address) {
-    UniqueFd probe(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    return probe.valid() &&
-           ::connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
-}
-
-}  // namespace
 
 CommandServer::~CommandServer() {
     if (fd_.valid()) {
@@ -42,11 +22,11 @@ CommandServer::~CommandServer() {
 
 bool CommandServer::listen(const std::string& path, std::string& error) {
     sockaddr_un address;
-    if (!socketAddress(path, address)) {
+    if (!gwio::unixSocketAddress(path, address)) {
         error = "command socket path \"" + path + "\" is empty or too long";
         return false;
     }
-    if (someoneServes(address)) {
+    if (gwio::someoneServesUnixSocket(address)) {
         error = "another media daemon serves " + path;
         return false;
     }

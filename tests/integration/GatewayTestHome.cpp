@@ -152,14 +152,25 @@ unsigned short testPortBlock(int count) {
 
 bool listening(unsigned short port) { return CheckPort(port, 1) == -1; }
 
-Listener::Listener(unsigned short port) : fd_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+Listener::Listener(unsigned short port, Family family)
+    : fd_(::socket(family == Family::ipv4 ? AF_INET : AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     sockaddr_in address {};
     address.sin_family = AF_INET;
     address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_ANY);
+    sockaddr_in6 address6 {};
+    address6.sin6_family = AF_INET6;
+    address6.sin6_port = htons(port);
+    address6.sin6_addr = in6addr_any;
+    const bool v4 = family == Family::ipv4;
     int yes = 1;
     ::setsockopt(fd_, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
-    if (::bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 || ::listen(fd_, 4) != 0) {
+    if (!v4) {
+        ::setsockopt(fd_, IPPROTO_IPV6, IPV6_V6ONLY, &yes, sizeof(yes));
+    }
+    const int bound = v4 ? ::bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof(address))
+                         : ::bind(fd_, reinterpret_cast<sockaddr*>(&address6), sizeof(address6));
+    if (bound != 0 || ::listen(fd_, 4) != 0) {
         ::close(fd_);
         fd_ = -1;
     }

@@ -52,10 +52,12 @@ unsigned short testPortBlock(int count);
 // Whether a TCP socket listens on port, whoever holds it.
 bool listening(unsigned short port);
 
-// A TCP socket listening on the loopback-wildcard port; closed on destruction.
+// A TCP socket listening on the port on every IPv4 address, or on every IPv6 address only;
+// closed on destruction.
 class Listener {
 public:
-    explicit Listener(unsigned short port);
+    enum class Family { ipv4, ipv6Only };
+    explicit Listener(unsigned short port, Family family = Family::ipv4);
     ~Listener();
     bool ok() const { return fd_ >= 0; }
 

@@ -133,6 +133,13 @@ TEST(PortTest, ProbingSeesListenersAndTheirHolders) {
         EXPECT_EQ(CheckPort(port, 2), -2);
     }
     EXPECT_EQ(CheckPort(port, 1), 0);
+    // A listener that connections to 127.0.0.1 never reach is found all the same.
+    gwtest::Listener ipv6Only(port + 1, gwtest::Listener::Family::ipv6Only);
+    if (ipv6Only.ok()) {
+        EXPECT_EQ(CheckPort(port + 1, 1), -1);
+        EXPECT_NE(CheckPortOccupy({1}, "0.0.0.0", port + 1, 1), 0);
+        EXPECT_EQ(CheckPortOccupy({getpid()}, "0.0.0.0", port + 1, 1), 0);
+    }
 }
 
 TEST(PortTest, PickingSkipsListenedBoundAndReservedPorts) {

@@ -9,6 +9,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -22,26 +23,16 @@ namespace {
 
 constexpr uint32_t kListenState = 10;  // TCP_LISTEN in the kernel's numbering
 
-// Dumps the listening TCP sockets of one address family and keeps those on the port.
-bool dumpFamily(int fd, uint8_t family, uint16_t port, std::vector<TcpListener>& found) {
-    struct {
-        nlmsghdr header;
-        inet_diag_req_v2 request;
-    } message {};
-    message.header.nlmsg_len = sizeof(message);
-    message.header.nlmsg_type = SOCK_DIAG_BY_FAMILY;
-    message.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
-    message.request.sdiag_family = family;
-    message.request.sdiag_protocol = IPPROTO_TCP;
-    message.request.idiag_states = 1u << kListenState;
-    // The kernel skips listeners on other ports itself, so a probe costs no copy of every
-    // listener on the machine (nginx alone may hold a thousand).
-    message.request.id.idiag_sport = htons(port);
+bool ask(int fd, const void* message, size_t size) {
     sockaddr_nl kernel {};
     kernel.nl_family = AF_NETLINK;
-    if (::sendto(fd, &message, sizeof(message), 0, reinterpret_cast<sockaddr*>(&kernel), sizeof(kernel)) < 0) {
-        return false;
-    }
+    return ::sendto(fd, message, size, 0, reinterpret_cast<const sockaddr*>(&kernel), sizeof(kernel)) >= 0;
+}
+
+// Reads the kernel's answers to one request and hands each socket to take; false when the
+// request failed. A dump ends with NLMSG_DONE, a single lookup after its one answer.
+template <typename Take>
+bool readAnswers(int fd, bool dump, Take take) {
     alignas(nlmsghdr) char buffer[16384];
     for (;;) {
         ssize_t received = ::recv(fd, buffer, sizeof(buffer), 0);
@@ -59,17 +50,66 @@ bool dumpFamily(int fd, uint8_t family, uint16_t port, std::vector<TcpListener>&
             if (h->nlmsg_type == NLMSG_ERROR || h->nlmsg_len < NLMSG_LENGTH(sizeof(inet_diag_msg))) {
                 return false;
             }
-            const auto* diag = static_cast<const inet_diag_msg*>(NLMSG_DATA(h));
-            if (ntohs(diag->id.idiag_sport) != port) {
-                continue;
+            take(*static_cast<const inet_diag_msg*>(NLMSG_DATA(h)));
+            if (!dump) {
+                return true;
             }
-            char text[INET6_ADDRSTRLEN] = {};
-            ::inet_ntop(family, diag->id.idiag_src, text, sizeof(text));
-            static const uint32_t kAny[4] = {0, 0, 0, 0};
-            const size_t width = family == AF_INET ? 4 : 16;
-            found.push_back({text, std::memcmp(diag->id.idiag_src, kAny, width) == 0, diag->idiag_inode});
         }
     }
+}
+
+// Every TCP listener on the port, IPv4 and IPv6, in one dump. The older request form is used
+// because it covers both families in a single walk of the kernel's listener table, which is
+// what a dump costs; the kernel skips listeners on other ports itself.
+bool dumpListeners(int fd, uint16_t port, std::vector<TcpListener>& found) {
+    struct {
+        nlmsghdr header;
+        inet_diag_req request;
+    } message {};
+    message.header.nlmsg_len = sizeof(message);
+    message.header.nlmsg_type = TCPDIAG_GETSOCK;
+    message.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+    message.request.idiag_family = AF_UNSPEC;
+    message.request.idiag_states = 1u << kListenState;
+    message.request.id.idiag_sport = htons(port);
+    return ask(fd, &message, sizeof(message)) && readAnswers(fd, true, [&](const inet_diag_msg& diag) {
+               if (ntohs(diag.id.idiag_sport) != port || (diag.idiag_family != AF_INET && diag.idiag_family != AF_INET6)) {
+                   return;
+               }
+               char text[INET6_ADDRSTRLEN] = {};
+               ::inet_ntop(diag.idiag_family, diag.id.idiag_src, text, sizeof(text));
+               static const uint32_t kAny[4] = {0, 0, 0, 0};
+               const size_t width = diag.idiag_family == AF_INET ? 4 : 16;
+               found.push_back({text, std::memcmp(diag.id.idiag_src, kAny, width) == 0, diag.idiag_inode});
+           });
+}
+
+// Whether a listener takes connections to 127.0.0.1 on the port: the kernel looks it up as it
+// would for an arriving connection (wildcard and dual-stack listeners included), without walking
+// its listener table. Empty when the kernel cannot be asked; false says nothing about listeners
+// on other addresses.
+std::optional<bool> loopbackListener(int fd, uint16_t port) {
+    struct {
+        nlmsghdr header;
+        inet_diag_req_v2 request;
+    } message {};
+    message.header.nlmsg_len = sizeof(message);
+    message.header.nlmsg_type = SOCK_DIAG_BY_FAMILY;
+    message.header.nlmsg_flags = NLM_F_REQUEST;
+    message.request.sdiag_family = AF_INET;
+    message.request.sdiag_protocol = IPPROTO_TCP;
+    message.request.idiag_states = 1u << kListenState;
+    message.request.id.idiag_sport = htons(port);
+    message.request.id.idiag_src[0] = htonl(INADDR_LOOPBACK);
+    message.request.id.idiag_cookie[0] = INET_DIAG_NOCOOKIE;
+    message.request.id.idiag_cookie[1] = INET_DIAG_NOCOOKIE;
+    if (!ask(fd, &message, sizeof(message))) {
+        return std::nullopt;
+    }
+    bool listening = false;
+    // Not found comes back as an error answer, which is not a failure of the kernel here.
+    readAnswers(fd, false, [&](const inet_diag_msg& diag) { listening = diag.idiag_state == kListenState; });
+    return listening;
 }
 
 // The socket inodes among a process's descriptors when they were last listed. Reading
@@ -117,7 +157,7 @@ std::optional<std::vector<TcpListener>> tcpListeners(uint16_t port) {
         return std::nullopt;
     }
     std::vector<TcpListener> found;
-    bool ok = dumpFamily(fd, AF_INET, port, found) && dumpFamily(fd, AF_INET6, port, found);
+    const bool ok = dumpListeners(fd, port, found);
     ::close(fd);
     if (!ok) {
         return std::nullopt;
@@ -130,15 +170,15 @@ std::optional<bool> tcpListening(uint16_t port) {
     if (fd < 0) {
         return std::nullopt;
     }
+    // The lookup answers the usual case (nginx listening on every address) at the cost of a
+    // hash lookup; only a port found free there is looked for in the whole table.
+    std::optional<bool> listening = loopbackListener(fd, port);
     std::vector<TcpListener> found;
-    // IPv6 is asked only when IPv4 has no listener there: each dump walks the kernel's whole
-    // listener table.
-    bool ok = dumpFamily(fd, AF_INET, port, found) && (!found.empty() || dumpFamily(fd, AF_INET6, port, found));
-    ::close(fd);
-    if (!ok) {
-        return std::nullopt;
+    if (listening && !*listening) {
+        listening = dumpListeners(fd, port, found) ? std::optional<bool>(!found.empty()) : std::nullopt;
     }
-    return !found.empty();
+    ::close(fd);
+    return listening;
 }
 
 bool heldByAny(const std::list<int>& pids, uint64_t inode) {

@@ -90,6 +90,11 @@ bool NonceKeeper::loadSecret() {
     return true;
 }
 
+bool NonceKeeper::ready() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return loadSecret();
+}
+
 std::string NonceKeeper::mac(const std::string& text) {
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned int length = 0;
@@ -99,9 +104,8 @@ std::string NonceKeeper::mac(const std::string& text) {
 }
 
 std::string NonceKeeper::create() {
-    std::lock_guard<std::mutex> lock(mutex_);
     unsigned char random[8];
-    if (!loadSecret() || RAND_bytes(random, sizeof(random)) != 1) {
+    if (!ready() || RAND_bytes(random, sizeof(random)) != 1) {
         return std::string();
     }
     char stamp[16];
@@ -114,14 +118,10 @@ NonceKeeper::Verdict NonceKeeper::verify(const std::string& nonce) {
     if (nonce.size() != kLength || nonce.find_first_not_of("0123456789abcdef") != std::string::npos) {
         return Verdict::forged;
     }
-    std::string expected;
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        if (!loadSecret()) {
-            return Verdict::forged;
-        }
-        expected = mac(nonce.substr(0, 24));
+    if (!ready()) {
+        return Verdict::forged;
     }
+    const std::string expected = mac(nonce.substr(0, 24));
     if (CRYPTO_memcmp(expected.data(), nonce.data() + 24, expected.size()) != 0) {
         return Verdict::forged;
     }

@@ -23,6 +23,9 @@ public:
     Verdict verify(const std::string& nonce);
 
 private:
+    // Loads (or creates) the secret once. It never changes after that, so the MACs of the many
+    // threads checking requests at once are computed without holding the lock.
+    bool ready();
     bool loadSecret();
     std::string mac(const std::string& text);
 

@@ -11,15 +11,11 @@ namespace {
 using zqgw::ConfigContent;
 using zqgw::GatewayConfig;
 
-ConfigContent current() {
-    ConfigContent content;
-    GatewayConfig::instance().read(content);
-    return content;
-}
+std::shared_ptr<const ConfigContent> current() { return GatewayConfig::instance().read().content; }
 
 class TELMICfg : public ZQConfigMgr::CTELMICfg {
 public:
-    int getTELMIParam() override { return current().telmiParam; }
+    int getTELMIParam() override { return current()->telmiParam; }
     int setTELMIParam(int value) override {
         return GatewayConfig::instance().modify([value](ConfigContent& c) {
             c.telmiParam = value;
@@ -30,14 +26,14 @@ public:
 
 class UserCfg : public ZQConfigMgr::CUserCfg {
 public:
-    std::string getRealm() override { return current().settings.realm; }
+    std::string getRealm() override { return current()->settings.realm; }
     int getDigestHA1(std::string& ha1, const char* user) override {
         if (user == nullptr) {
             return ZQGateway::configBadArgument;
         }
-        ConfigContent content = current();
-        auto it = content.userHA1.find(user);
-        if (it == content.userHA1.end()) {
+        const auto content = current();
+        auto it = content->userHA1.find(user);
+        if (it == content->userHA1.end()) {
             return ZQGateway::configBadArgument;
         }
         ha1 = it->second;
@@ -48,11 +44,10 @@ public:
 class PrivateCfg : public ZQConfigMgr::CPrivateCfg {
 public:
     int getInternalCommParams(ZQConfigMgr::tagInternalCommunicationInfo& info) override {
-        ConfigContent content;
-        int status = GatewayConfig::instance().read(content);
-        info.commPort = content.settings.commPort;
-        info.timeout = content.settings.mediaTimeoutMs;
-        return status;
+        const GatewayConfig::Snapshot config = GatewayConfig::instance().read();
+        info.commPort = config.content->settings.commPort;
+        info.timeout = config.content->settings.mediaTimeoutMs;
+        return config.status;
     }
 };
 
@@ -88,10 +83,9 @@ int ZQ_Gateway_SetUserPassword(const char* user, const char* password) {
 int ZQ_Gateway_Init(const char* adminPassword) { return ZQ_Gateway_SetUserPassword("admin", adminPassword); }
 
 int ZQ_Gateway_GetSettings(ZQGateway::tagGatewaySettings& settings) {
-    ConfigContent content;
-    int status = GatewayConfig::instance().read(content);
-    settings = content.settings;
-    return status;
+    const GatewayConfig::Snapshot config = GatewayConfig::instance().read();
+    settings = config.content->settings;
+    return config.status;
 }
 
 int ZQ_Gateway_SetSettings(const ZQGateway::tagGatewaySettings& settings) {

@@ -95,58 +95,68 @@ GatewayConfig& GatewayConfig::instance() {
     return config;
 }
 
-int GatewayConfig::reloadLocked() {
+std::string GatewayConfig::pathLocked() {
     if (path_.empty()) {
         path_ = ZQ_Gateway_HomePath("gateway.json");
-        if (path_.empty()) {
-            return ZQGateway::configNoHome;
-        }
     }
-    struct stat now {};
-    if (::stat(path_.c_str(), &now) != 0) {
-        cached_ = ConfigContent();
+    return path_;
+}
+
+void GatewayConfig::refreshLocked(bool present, const struct stat& now) {
+    if (!present) {
+        cached_ = std::make_shared<const ConfigContent>();
         loaded_ = false;
         status_ = ZQGateway::configOk;
-        return status_;
+        return;
     }
     if (loaded_ && sameFile(now, stamp_)) {
-        return status_;
+        return;
     }
     std::ifstream in(path_);
     Json::Value root;
     Json::CharReaderBuilder builder;
     std::string errors;
     if (in && Json::parseFromStream(builder, in, &root, &errors) && root.isObject()) {
-        cached_ = fromJson(root);
+        cached_ = std::make_shared<const ConfigContent>(fromJson(root));
         status_ = ZQGateway::configOk;
     } else {
-        cached_ = ConfigContent();
+        cached_ = std::make_shared<const ConfigContent>();
         status_ = ZQGateway::configUnreadable;
     }
     stamp_ = now;
     loaded_ = true;
-    return status_;
 }
 
-int GatewayConfig::read(ConfigContent& content) {
+GatewayConfig::Snapshot GatewayConfig::read() {
+    std::string path;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        path = pathLocked();
+    }
+    if (path.empty()) {
+        return {ZQGateway::configNoHome, std::make_shared<const ConfigContent>()};
+    }
+    struct stat now {};
+    const bool present = ::stat(path.c_str(), &now) == 0;
     std::lock_guard<std::mutex> lock(mutex_);
-    int status = reloadLocked();
-    content = cached_;
-    return status;
+    refreshLocked(present, now);
+    return {status_, cached_};
 }
 
 int GatewayConfig::modify(const std::function<int(ConfigContent&)>& change) {
     std::lock_guard<std::mutex> lock(mutex_);
     const std::string lockPath = ZQ_Gateway_HomePath("gateway.json.lock");
-    if (lockPath.empty()) {
+    if (lockPath.empty() || pathLocked().empty()) {
         return ZQGateway::configNoHome;
     }
     FileLock fileLock(lockPath);
     if (!fileLock.held()) {
         return ZQGateway::configWriteFailed;
     }
-    int result = reloadLocked();
-    ConfigContent next = cached_;
+    struct stat now {};
+    refreshLocked(::stat(path_.c_str(), &now) == 0, now);
+    int result = status_;
+    ConfigContent next = *cached_;
     if (result == ZQGateway::configOk) {
         result = change(next);
     }
@@ -157,7 +167,7 @@ int GatewayConfig::modify(const std::function<int(ConfigContent&)>& change) {
             result = ZQGateway::configWriteFailed;
         } else {
             loaded_ = false;  // the next read takes the stamp of the new file
-            reloadLocked();
+            refreshLocked(::stat(path_.c_str(), &now) == 0, now);
         }
     }
     return result;

@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 
@@ -20,26 +21,36 @@ struct ConfigContent {
 
 // gateway.json in the home. Read again whenever the file on disk changed, so a change made by
 // another process is seen by the next call; written under an exclusive lock on a lock file.
+// Every TELMI request reads it several times from many threads at once: a read shares the
+// parsed content instead of copying it, and looks at the file outside the lock.
 class GatewayConfig {
 public:
+    struct Snapshot {
+        int status;
+        std::shared_ptr<const ConfigContent> content;  // never null
+    };
+
     static GatewayConfig& instance();
 
     // The content, or the defaults when the file is absent; configUnreadable with the defaults
-    // when the file is not valid JSON.
-    int read(ConfigContent& content);
+    // when the file is not valid JSON, configNoHome with the defaults when there is no home.
+    Snapshot read();
     // Applies change to the freshest content and persists it; the file is left untouched when
     // it is unreadable or when change returns non-zero (which is then the result).
     int modify(const std::function<int(ConfigContent&)>& change);
 
 private:
-    int reloadLocked();
+    // The path of gateway.json, empty while there is no home.
+    std::string pathLocked();
+    // Brings the cache in step with the file as stat found it (present or not).
+    void refreshLocked(bool present, const struct stat& now);
 
     std::mutex mutex_;
     std::string path_;
     bool loaded_ = false;
     struct stat stamp_ {};
     int status_ = ZQGateway::configOk;
-    ConfigContent cached_;
+    std::shared_ptr<const ConfigContent> cached_ = std::make_shared<const ConfigContent>();
 };
 
 }  // namespace zqgw

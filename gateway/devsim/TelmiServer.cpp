@@ -10,7 +10,10 @@ namespace devsim {
 namespace {
 
 constexpr size_t kMaxBody = 64 * 1024;
-constexpr size_t kThreadsPerDevice = 2;
+// Each connection holds a thread while it is kept alive: a gateway keeping a few to the device
+// must leave room for other clients.
+constexpr size_t kThreadsPerDevice = 4;
+constexpr size_t kKeepAliveRequests = 1000;
 
 const char* statusText(int status) {
     switch (status) {
@@ -40,6 +43,10 @@ void refuse(httplib::Response& response, int status, const std::string& message)
 TelmiServer::TelmiServer(const DeviceSpec& device) : device_(device), resources_(makeDeviceResources(device)) {
     server_.new_task_queue = [] { return new httplib::ThreadPool(kThreadsPerDevice); };
     server_.set_payload_max_length(kMaxBody);
+    server_.set_keep_alive_max_count(kKeepAliveRequests);
+    // An answer is written as head then body: on a kept connection the body would otherwise
+    // wait for the client's delayed acknowledgement.
+    server_.set_tcp_nodelay(true);
     const auto handler = [this](const httplib::Request& request, httplib::Response& response) {
         handle(request, response);
     };

@@ -2,14 +2,14 @@
 
 #include <strings.h>
 
+#include "DeviceConnections.h"
 #include "GatewaydLog.h"
 #include "ZQGatewayDevices.h"
 
 namespace gatewayd {
 namespace {
 
-constexpr time_t kConnectTimeoutSec = 5;
-constexpr time_t kDeviceTimeoutSec = 30;
+DeviceConnections connections;
 
 // Headers that belong to one connection, to the gateway, or that the HTTP layer writes itself.
 bool staysHere(const std::string& name) {
@@ -30,6 +30,12 @@ void answerText(httplib::Response& res, int status, const std::string& message) 
     res.set_content(message + "\n", "text/plain");
 }
 
+// Requests that may be sent a second time when a kept connection turned out closed: the
+// device may have carried out the first one before the connection broke.
+bool idempotent(const std::string& method) {
+    return method == "GET" || method == "HEAD" || method == "PUT" || method == "DELETE" || method == "OPTIONS";
+}
+
 }  // namespace
 
 void forwardToDevice(const std::string& deviceIndex, const std::string& clientAddress, const httplib::Request& req,
@@ -40,16 +46,11 @@ void forwardToDevice(const std::string& deviceIndex, const std::string& clientAd
         return;
     }
     const std::string address = device->getTelmiAddress();
-    httplib::Client client(address);
-    if (address.empty() || !client.is_valid()) {
+    DeviceConnections::Lease lease = connections.take(address);
+    if (lease.client == nullptr) {
         answerText(res, 502, "the device has no usable TELMI address");
         return;
     }
-    client.set_connection_timeout(kConnectTimeoutSec);
-    client.set_read_timeout(kDeviceTimeoutSec);
-    client.set_write_timeout(kDeviceTimeoutSec);
-    client.set_url_encode(false);  // the target is passed on exactly as the client wrote it
-    client.set_decompress(false);
 
     httplib::Request toDevice;
     toDevice.method = req.method;
@@ -62,7 +63,12 @@ void forwardToDevice(const std::string& deviceIndex, const std::string& clientAd
     }
     toDevice.headers.emplace("X-Forwarded-For", clientAddress);
 
-    const httplib::Result answer = client.send(toDevice);
+    httplib::Result answer = lease.client->send(toDevice);
+    if (!answer && lease.reused && idempotent(req.method)) {
+        // The device closed the kept connection while it waited (its keep-alive time ended).
+        lease.client = DeviceConnections::open(address);
+        answer = lease.client->send(toDevice);
+    }
     if (!answer) {
         GATEWAYD_LOG(4, "device %s at %s did not answer %s %s: %s", deviceIndex.c_str(), address.c_str(),
                      req.method.c_str(), req.target.c_str(), httplib::to_string(answer.error()).c_str());
@@ -76,6 +82,7 @@ void forwardToDevice(const std::string& deviceIndex, const std::string& clientAd
         }
     }
     res.body = answer->body;
+    connections.giveBack(address, std::move(lease.client));
 }
 
 }  // namespace gatewayd

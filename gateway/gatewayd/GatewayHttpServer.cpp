@@ -26,6 +26,9 @@ GatewayHttpServer::GatewayHttpServer(const ServerLimits& limits) {
     new_task_queue = [threads] { return new httplib::ThreadPool(threads); };
     set_keep_alive_max_count(kKeepAliveRequests);
     set_keep_alive_timeout(kKeepAliveSec);
+    // Answers go out as head then body; without this a keep-alive client waits for its own
+    // delayed acknowledgement before the body is sent.
+    set_tcp_nodelay(true);
     set_read_timeout(kReadTimeoutSec, 0);
     set_write_timeout(kWriteTimeoutSec, 0);
     set_payload_max_length(limits.maxBody);

@@ -3,6 +3,7 @@
 // the clients; stand-in devices answer the forwarded TELMI requests.
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <string>
 
 #include "GatewayRun.h"
@@ -84,7 +85,8 @@ while True:
 // A Tarn device with a TELMI user and a Tarn5 device with a port binding, switch on.
 struct TwoDevices {
     explicit TwoDevices(GatewayRun& gateway)
-        : tarn("tarn-cam", gateway.freePort(0)), tarn5("tarn5-cam", gateway.freePort(1)) {
+        : tarn("tarn-cam", gateway.freePort(0)) {
+        tarn5.emplace("tarn5-cam", gateway.freePort(1));
         gateway.start();
         gateway.registerDevice(2, "TARN0001", gateway.freePort(0));
         tarn5Index = gateway.registerDevice(4, "TARN50001", gateway.freePort(1));
@@ -92,7 +94,8 @@ struct TwoDevices {
         httpPort = bindPort(gateway, "TARN50001");
         switchTelmi(gateway, 1);
     }
-    StandInDevice tarn, tarn5;
+    StandInDevice tarn;
+    std::optional<StandInDevice> tarn5;
     std::string tarn5Index;
     unsigned short httpPort = 0;
 };
@@ -107,6 +110,12 @@ TEST(GatewayService, TelmiRequestsReachTheirDevicesInBothModesWithStaleNoncesAnd
     EXPECT_EQ(reply.out, deviceAnswer("tarn-cam"));
     reply = pythonDigestGet("http://127.0.0.1:" + std::to_string(devices.httpPort) + kUri, "admin",
                             gateway.adminPassword());
+    EXPECT_EQ(reply.status, 200);
+    EXPECT_EQ(reply.out, deviceAnswer("tarn5-cam"));
+    // The device restarts: the connection the gateway kept open to it is gone.
+    devices.tarn5.reset();
+    devices.tarn5.emplace("tarn5-cam", gateway.freePort(1));
+    reply = digestCurl(devices.httpPort, "admin", gateway.adminPassword());
     EXPECT_EQ(reply.status, 200);
     EXPECT_EQ(reply.out, deviceAnswer("tarn5-cam"));
     // Port mode takes the gateway's admin only, user mode its TELMI users only.

@@ -6,6 +6,7 @@
 // holds the answer and a NUL after it (not counted in rspLen), so it can be logged as text.
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -123,6 +124,11 @@ int DriverCif_InputCmdToMediaSyn(const char* cmd, int cmdLen, char** rsp, int* r
     if (fd < 0) {
         return fail(errMsg, std::string("socket: ") + std::strerror(errno));
     }
+    // A daemon that stopped accepting lets its backlog fill up, and connect then waits for room
+    // as long as the send time limit allows.
+    const auto left = std::chrono::duration_cast<std::chrono::microseconds>(deadline - std::chrono::steady_clock::now());
+    const timeval limit {static_cast<time_t>(left.count() / 1000000), static_cast<suseconds_t>(left.count() % 1000000)};
+    ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));
     if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
         int err = errno;
         ::close(fd);

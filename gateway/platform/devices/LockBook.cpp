@@ -6,6 +6,7 @@
 #include "ZQGatewayDevices.h"
 #include "ZQGatewayHome.h"
 #include "devices/StoreKeys.h"
+#include "tvlog.h"
 
 namespace zqgw {
 namespace {
@@ -104,12 +105,22 @@ void LockBook::forget(const std::string& record, const char* key) {
 void LockBook::forgetRecord(const std::string& record) {
     std::lock_guard<std::mutex> lock(mutex_);
     records_.erase(record);
-    db_.use([&](sqlite3* db) { Statement(db, "DELETE FROM lockouts WHERE record_index = ?").bind(record).run(); });
+    db_.use([&](sqlite3* db) {
+        if (!Statement(db, "DELETE FROM lockouts WHERE record_index = ?").bind(record).run()) {
+            warnUnstored(record, "every requester", db);
+        }
+    });
+}
+
+// The count in memory stays right; only a restart would bring back the stored one.
+void LockBook::warnUnstored(const std::string& record, const std::string& key, sqlite3* db) {
+    tvlog_format(4, "ZQDeviceMgr", "lock-out of %s for %s not written to the device store: %s", key.c_str(),
+                 record.c_str(), sqlite3_errmsg(db));
 }
 
 void LockBook::save(const std::string& record, const std::string& key, const Entry& entry) {
     db_.use([&](sqlite3* db) {
-        Statement(db,
+        const bool written = Statement(db,
                   "INSERT INTO lockouts(record_index, lock_key, failures, unlock_at, touched) VALUES(?,?,?,?,?)"
                   " ON CONFLICT(record_index, lock_key) DO UPDATE SET failures = excluded.failures,"
                   " unlock_at = excluded.unlock_at, touched = excluded.touched")
@@ -119,13 +130,18 @@ void LockBook::save(const std::string& record, const std::string& key, const Ent
             .bind(entry.unlockAt)
             .bind(entry.touched)
             .run();
+        if (!written) {
+            warnUnstored(record, key, db);
+        }
     });
 }
 
 void LockBook::erase(Entries& entries, const std::string& record, std::string key) {
     entries.erase(key);
     db_.use([&](sqlite3* db) {
-        Statement(db, "DELETE FROM lockouts WHERE record_index = ? AND lock_key = ?").bind(record).bind(key).run();
+        if (!Statement(db, "DELETE FROM lockouts WHERE record_index = ? AND lock_key = ?").bind(record).bind(key).run()) {
+            warnUnstored(record, key, db);
+        }
     });
 }
 

@@ -39,6 +39,7 @@ private:
     // The entry, or null when absent or just expired (then it is gone from the table too).
     Entry* liveEntry(Entries& entries, const std::string& record, const std::string& key, int64_t now);
     void save(const std::string& record, const std::string& key, const Entry& entry);
+    static void warnUnstored(const std::string& record, const std::string& key, sqlite3* db);
     void erase(Entries& entries, const std::string& record, std::string key);  // key may live in entries
 
     StoreDatabase& db_;

@@ -23,7 +23,10 @@ bool registerDevice(gwapi::ManagementClient& gateway, const DeviceSpec& device, 
 
 bool unregisterDevice(gwapi::ManagementClient& gateway, const std::string& deviceIndex, std::string& error) {
     const gwapi::ApiAnswer answer = gateway.remove("/api/devices/" + gwapi::pathSegment(deviceIndex));
-    if (answer.status != 200) {
+    // A 404 of the API itself (a code, unlike a missing route) means an administrator removed
+    // the device already, which is what was asked.
+    const bool gone = answer.status == 404 && answer.errorCode() != 0;
+    if (answer.status != 200 && !gone) {
         error = "device index " + deviceIndex + " not removed: " + answer.refusal();
         return false;
     }

@@ -12,6 +12,7 @@ namespace devsim {
 // The device's new device index, or false with a message.
 bool registerDevice(gwapi::ManagementClient& gateway, const DeviceSpec& device, std::string& deviceIndex,
                     std::string& error);
+// Removes the device from the gateway; true too when the gateway no longer has it.
 bool unregisterDevice(gwapi::ManagementClient& gateway, const std::string& deviceIndex, std::string& error);
 
 }  // namespace devsim

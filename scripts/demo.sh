@@ -165,34 +165,10 @@ q() { printf '%q' "$1"; }
 # ---------------------------------------------------------------------------------------------
 # Processes of a home
 
-# The pid in a pid file while that process still runs the named program.
-running_pid() {
-  local file="$1" name="$2" pid
-  [ -r "$file" ] || return 1
-  pid="$(tr -dc 0-9 < "$file")"
-  [ -n "$pid" ] && [ -r "/proc/$pid/cmdline" ] || return 1
-  tr '\0' ' ' < "/proc/$pid/cmdline" | grep -q "$name" || return 1
-  echo "$pid"
-}
+# shellcheck source=processes.sh
+source "$root/scripts/processes.sh"
 
-stop_devsim() {
-  local pid
-  if ! pid="$(running_pid "$home/run/devsim.pid" zqdevsim)"; then
-    echo "zqdevsim: not running"
-    return 0
-  fi
-  kill -TERM "$pid"
-  for _ in $(seq 300); do
-    if ! kill -0 "$pid" 2>/dev/null || [ "$(awk '{ print $3 }' "/proc/$pid/stat" 2>/dev/null)" = Z ]; then
-      rm -f "$home/run/devsim.pid"
-      echo "zqdevsim: stopped"
-      return 0
-    fi
-    sleep 0.1
-  done
-  echo "zqdevsim: still running (pid $pid) after 30 s" >&2
-  return 1
-}
+stop_devsim() { stop_one zqdevsim "$home/run/devsim.pid" zqdevsim TERM; }
 
 stop_all() {
   local failed=0

@@ -1,5 +1,7 @@
 #include "DetachedStart.h"
 
+#include "StandardStreams.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -33,13 +35,7 @@ DetachedStart DetachedStart::fork() {
 
 void DetachedStart::started(bool ok) {
     if (ok) {
-        const int devNull = ::open("/dev/null", O_RDWR | O_CLOEXEC);
-        if (devNull >= 0) {
-            ::dup2(devNull, STDIN_FILENO);
-            ::dup2(devNull, STDOUT_FILENO);
-            ::dup2(devNull, STDERR_FILENO);
-            ::close(devNull);
-        }
+        gwio::detachStandardStreams();
     }
     const char verdict = ok ? 1 : 0;
     if (::write(fd_, &verdict, 1) != 1) {

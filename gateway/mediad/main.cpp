@@ -18,6 +18,7 @@
 #include "MediadLog.h"
 #include "RelaySessions.h"
 #include "RtspListeners.h"
+#include "StandardStreams.h"
 #include "ZQGatewayHome.h"
 #include "ZQMediaFrame.h"
 
@@ -54,13 +55,7 @@ bool detach() {
         std::_Exit(0);
     }
     ::setsid();
-    const int devNull = ::open("/dev/null", O_RDWR | O_CLOEXEC);
-    if (devNull >= 0) {
-        ::dup2(devNull, STDIN_FILENO);
-        ::dup2(devNull, STDOUT_FILENO);
-        ::dup2(devNull, STDERR_FILENO);
-        ::close(devNull);
-    }
+    gwio::detachStandardStreams();
     return true;
 }
 

@@ -8,37 +8,21 @@
 
 #include "ZQGatewayDevices.h"
 #include "ZQGatewayHome.h"
-#include "devices/StoreDatabase.h"
+#include "devices/StoreRecords.h"
 
 namespace {
 
 // A device as one read found it: its binding states are those of that moment, not live ones.
-class DeviceSnapshot : public ZQGateway::CGatewayDevice {
+class DeviceSnapshot : public zqgw::StoredDevice {
 public:
     DeviceSnapshot(std::string index, ZQGateway::tagDeviceInfo info, std::string addTime, bool hasUser,
                    bool hasPort)
-        : index_(std::move(index)),
-          info_(std::move(info)),
-          addTime_(std::move(addTime)),
-          hasUser_(hasUser),
-          hasPort_(hasPort) {}
+        : StoredDevice(std::move(index), std::move(info), std::move(addTime)), hasUser_(hasUser), hasPort_(hasPort) {}
 
-    std::string getDeviceIndex() const override { return index_; }
-    uint8_t getProtocol() const override { return info_.protocol; }
-    std::string getTarnDeviceID() const override { return info_.tarnDeviceID; }
-    std::string getTarn5DeviceID() const override { return info_.tarn5DeviceID; }
-    std::string getDeviceName() const override { return info_.name; }
-    uint8_t getCategory() const override { return info_.category; }
     int getTELMIBoundStatus() const override { return hasUser_ ? 1 : 0; }
     int getTELMIPortBoundStatus() const override { return hasPort_ ? 1 : 0; }
-    std::string getTelmiAddress() const override { return info_.telmiAddress; }
-    std::string getRtspAddress() const override { return info_.rtspAddress; }
-    std::string getAddTime() const override { return addTime_; }
 
 private:
-    const std::string index_;
-    const ZQGateway::tagDeviceInfo info_;
-    const std::string addTime_;
     const bool hasUser_, hasPort_;
 };
 
@@ -63,23 +47,16 @@ int ZQ_DeviceMgr_ReadDeviceFromDatabase(std::shared_ptr<ZQGateway::CGatewayDevic
     sqlite3_busy_timeout(db.get(), 1000);
 
     zqgw::Statement select(db.get(),
-                           "SELECT protocol, tarn_id, tarn5_id, name, category, telmi_address, rtsp_address, add_time,"
-                           " EXISTS(SELECT 1 FROM telmi_users u WHERE u.device_index = d.device_index),"
-                           " EXISTS(SELECT 1 FROM telmi_ports p WHERE p.device_index = d.device_index)"
-                           " FROM devices d WHERE d.device_index = ?");
+                           ("SELECT add_time,"
+                            " EXISTS(SELECT 1 FROM telmi_users u WHERE u.device_index = d.device_index),"
+                            " EXISTS(SELECT 1 FROM telmi_ports p WHERE p.device_index = d.device_index), " +
+                            std::string(zqgw::kDeviceInfoColumns) + " FROM devices d WHERE d.device_index = ?")
+                               .c_str());
     select.bind(deviceIndex);
     if (!select.row()) {
         return select.run() ? ZQGateway::storeNotFound : ZQGateway::storeDatabase;
     }
-    ZQGateway::tagDeviceInfo info;
-    info.protocol = static_cast<uint8_t>(select.number(0));
-    info.tarnDeviceID = select.text(1);
-    info.tarn5DeviceID = select.text(2);
-    info.name = select.text(3);
-    info.category = static_cast<uint8_t>(select.number(4));
-    info.telmiAddress = select.text(5);
-    info.rtspAddress = select.text(6);
-    device = std::make_shared<DeviceSnapshot>(deviceIndex, std::move(info), select.text(7), select.number(8) != 0,
-                                              select.number(9) != 0);
+    device = std::make_shared<DeviceSnapshot>(deviceIndex, zqgw::deviceInfoAt(select, 3), select.text(0),
+                                              select.number(1) != 0, select.number(2) != 0);
     return ZQGateway::storeOk;
 }

@@ -45,21 +45,14 @@ DeviceStore::DeviceStore() {
 
 void DeviceStore::load() {
     db_.use([this](sqlite3* db) {
-        Statement devices(db,
-                          "SELECT device_index, protocol, tarn_id, tarn5_id, name, category, telmi_address,"
-                          " rtsp_address, add_time FROM devices ORDER BY add_time");
+        Statement devices(db, ("SELECT device_index, add_time, " + std::string(kDeviceInfoColumns) +
+                               " FROM devices ORDER BY add_time")
+                                  .c_str());
         while (devices.row()) {
-            tagDeviceInfo info;
-            info.protocol = static_cast<uint8_t>(devices.number(1));
-            info.tarnDeviceID = devices.text(2);
-            info.tarn5DeviceID = devices.text(3);
-            info.name = devices.text(4);
-            info.category = static_cast<uint8_t>(devices.number(5));
-            info.telmiAddress = devices.text(6);
-            info.rtspAddress = devices.text(7);
-            devices_.push_back(std::make_shared<DeviceRecord>(*this, devices.text(0), info, devices.text(8)));
+            devices_.push_back(
+                std::make_shared<DeviceRecord>(*this, devices.text(0), deviceInfoAt(devices, 2), devices.text(1)));
             devicesByIndex_.emplace(devices_.back()->getDeviceIndex(), devices_.back());
-            deviceClock_.observe(devices.text(8));
+            deviceClock_.observe(devices.text(1));
         }
         Statement users(db,
                         "SELECT user_index, user_name, device_index, digest_ha1, add_time FROM telmi_users"

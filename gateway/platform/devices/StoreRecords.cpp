@@ -53,9 +53,17 @@ int PortRecord::destroyLock(int&, const char* key) {
     return 0;
 }
 
-DeviceRecord::DeviceRecord(const DeviceStore& store, std::string index, ZQGateway::tagDeviceInfo info,
-                           std::string addTime)
-    : store_(store), index_(std::move(index)), info_(std::move(info)), addTime_(std::move(addTime)) {}
+ZQGateway::tagDeviceInfo deviceInfoAt(const Statement& row, int first) {
+    ZQGateway::tagDeviceInfo info;
+    info.protocol = static_cast<uint8_t>(row.number(first));
+    info.tarnDeviceID = row.text(first + 1);
+    info.tarn5DeviceID = row.text(first + 2);
+    info.name = row.text(first + 3);
+    info.category = static_cast<uint8_t>(row.number(first + 4));
+    info.telmiAddress = row.text(first + 5);
+    info.rtspAddress = row.text(first + 6);
+    return info;
+}
 
 int DeviceRecord::getTELMIBoundStatus() const { return store_.deviceHasUser(index_) ? 1 : 0; }
 

@@ -3,10 +3,12 @@
 #include <atomic>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "ZQDeviceMgr.h"
 #include "ZQGatewayDevices.h"
 #include "devices/LockBook.h"
+#include "devices/StoreDatabase.h"
 
 namespace zqgw {
 
@@ -68,9 +70,16 @@ private:
     std::atomic<int> httpStatus_ {0}, rtspStatus_ {0};
 };
 
-class DeviceRecord : public ZQGateway::CGatewayDevice {
+// The columns of a device's description in the devices table, in the order deviceInfoAt reads.
+constexpr const char* kDeviceInfoColumns = "protocol, tarn_id, tarn5_id, name, category, telmi_address, rtsp_address";
+// A device's description from a row whose kDeviceInfoColumns start at column first.
+ZQGateway::tagDeviceInfo deviceInfoAt(const Statement& row, int first);
+
+// A stored device's description; whether it has an account or a binding is up to the kind.
+class StoredDevice : public ZQGateway::CGatewayDevice {
 public:
-    DeviceRecord(const DeviceStore& store, std::string index, ZQGateway::tagDeviceInfo info, std::string addTime);
+    StoredDevice(std::string index, ZQGateway::tagDeviceInfo info, std::string addTime)
+        : index_(std::move(index)), info_(std::move(info)), addTime_(std::move(addTime)) {}
 
     std::string getDeviceIndex() const override { return index_; }
     uint8_t getProtocol() const override { return info_.protocol; }
@@ -78,17 +87,27 @@ public:
     std::string getTarn5DeviceID() const override { return info_.tarn5DeviceID; }
     std::string getDeviceName() const override { return info_.name; }
     uint8_t getCategory() const override { return info_.category; }
-    int getTELMIBoundStatus() const override;
-    int getTELMIPortBoundStatus() const override;
     std::string getTelmiAddress() const override { return info_.telmiAddress; }
     std::string getRtspAddress() const override { return info_.rtspAddress; }
     std::string getAddTime() const override { return addTime_; }
 
-private:
-    const DeviceStore& store_;
+protected:
     const std::string index_;
     const ZQGateway::tagDeviceInfo info_;
     const std::string addTime_;
+};
+
+// A device of the store's index: its account and binding are looked up live.
+class DeviceRecord : public StoredDevice {
+public:
+    DeviceRecord(const DeviceStore& store, std::string index, ZQGateway::tagDeviceInfo info, std::string addTime)
+        : StoredDevice(std::move(index), std::move(info), std::move(addTime)), store_(store) {}
+
+    int getTELMIBoundStatus() const override;
+    int getTELMIPortBoundStatus() const override;
+
+private:
+    const DeviceStore& store_;
 };
 
 }  // namespace zqgw

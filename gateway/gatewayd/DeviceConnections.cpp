@@ -41,7 +41,7 @@ std::unique_ptr<httplib::Client> DeviceConnections::open(const std::string& addr
 
 DeviceConnections::Lease DeviceConnections::take(const std::string& address) {
     const auto now = std::chrono::steady_clock::now();
-    std::unique_ptr<httplib::Client> stale;  // closed after the lock is released
+    std::vector<Idle> stale;  // closed after the lock is released
     {
         std::lock_guard<std::mutex> lock(mutex_);
         auto found = idle_.find(address);
@@ -51,7 +51,7 @@ DeviceConnections::Lease DeviceConnections::take(const std::string& address) {
             if (!expired(idle.since, now)) {
                 return {std::move(idle.client), true};
             }
-            stale = std::move(idle.client);
+            stale.push_back(std::move(idle));
         }
     }
     return {open(address), false};

@@ -26,12 +26,10 @@ int verifyDigest(const std::string& method, const std::string& header, const std
 }
 
 int pickPort(const char* operation, unsigned short& next, unsigned short* port) {
-    auto lock = lockPlatform();
-    if (auto injected = fakePlatform().call(operation)) {
-        return *injected;
-    }
-    *port = next++;
-    return 1;
+    return fakePlatform().perform(operation, "", [&] {
+        *port = next++;
+        return 1;
+    });
 }
 
 }  // namespace
@@ -100,30 +98,26 @@ namespace {
 class FakeNginx : public ZQBase::CNginxOper {
 public:
     int ModifyConfig(ZQBase::tagNginxOper op, void* arg, void* arg2) override {
-        auto lock = lockPlatform();
         int port = 0;
         std::memcpy(&port, arg, sizeof(port));  // the caller's record may be only 2-byte aligned
-        if (auto injected = fakePlatform().call("nginx.ModifyConfig", std::to_string(static_cast<int>(op)) + " " +
-                                                                          std::to_string(port) +
-                                                                          (arg2 == nullptr ? "" : " arg2"))) {
-            return *injected;
-        }
-        if (op == ZQBase::addListenPort) {
-            fakePlatform().nginxPorts.insert(port);
-        } else {
-            fakePlatform().nginxPorts.erase(port);
-        }
-        return 1;
+        const std::string detail =
+            std::to_string(static_cast<int>(op)) + " " + std::to_string(port) + (arg2 == nullptr ? "" : " arg2");
+        return fakePlatform().perform("nginx.ModifyConfig", detail, [&] {
+            if (op == ZQBase::addListenPort) {
+                fakePlatform().nginxPorts.insert(port);
+            } else {
+                fakePlatform().nginxPorts.erase(port);
+            }
+            return 1;
+        });
     }
     int Reboot() override { return fakePlatform().call("nginx.Reboot").value_or(1); }
     int Quit() override { return fakePlatform().call("nginx.Quit").value_or(1); }
     int getPid(std::vector<int>& pids) override {
-        auto lock = lockPlatform();
-        if (auto injected = fakePlatform().call("nginx.getPid")) {
-            return *injected;
-        }
-        pids = fakePlatform().nginxPids;
-        return 1;
+        return fakePlatform().perform("nginx.getPid", "", [&] {
+            pids = fakePlatform().nginxPids;
+            return 1;
+        });
     }
 };
 

@@ -8,27 +8,18 @@ namespace {
 
 class FakeTELMICfg : public ZQConfigMgr::CTELMICfg {
 public:
-    int getTELMIParam() override {
-        auto lock = lockPlatform();
-        return fakePlatform().telmiParam;
-    }
+    int getTELMIParam() override { return fake::locked(fakePlatform().telmiParam); }
     int setTELMIParam(int value) override {
-        auto lock = lockPlatform();
-        auto& platform = fakePlatform();
-        platform.call("config.setTELMIParam", std::to_string(value));
-        if (platform.setTELMIParamResult == 0) {
-            platform.telmiParam = value;
-        }
-        return platform.setTELMIParamResult;
+        return fakePlatform().perform("config.setTELMIParam", std::to_string(value), [value] {
+            fakePlatform().telmiParam = value;
+            return 0;
+        });
     }
 };
 
 class FakeUserCfg : public ZQConfigMgr::CUserCfg {
 public:
-    std::string getRealm() override {
-        auto lock = lockPlatform();
-        return fakePlatform().realm;
-    }
+    std::string getRealm() override { return fake::locked(fakePlatform().realm); }
     int getDigestHA1(std::string& ha1, const char* user) override {
         auto lock = lockPlatform();
         ha1 = fakePlatform().gatewayHA1[user];  // empty for an unknown user
@@ -39,8 +30,7 @@ public:
 class FakePrivateCfg : public ZQConfigMgr::CPrivateCfg {
 public:
     int getInternalCommParams(ZQConfigMgr::tagInternalCommunicationInfo& info) override {
-        auto lock = lockPlatform();
-        info.timeout = fakePlatform().mediaTimeoutMs;
+        info.timeout = fake::locked(fakePlatform().mediaTimeoutMs);
         return 0;
     }
 };
@@ -50,11 +40,9 @@ public:
 std::shared_ptr<ZQConfigMgr::CTELMICfg> ZQ_ConfigMgr_GetTELMICfg() { return std::make_shared<FakeTELMICfg>(); }
 
 std::shared_ptr<ZQConfigMgr::CUserCfg> ZQ_ConfigMgr_GetUserCfg() {
-    auto lock = lockPlatform();
-    return fakePlatform().userCfgPresent ? std::make_shared<FakeUserCfg>() : nullptr;
+    return fake::locked(fakePlatform().userCfgPresent) ? std::make_shared<FakeUserCfg>() : nullptr;
 }
 
 std::shared_ptr<ZQConfigMgr::CPrivateCfg> ZQ_ConfigMgr_GetPrivateCfg() {
-    auto lock = lockPlatform();
-    return fakePlatform().privateCfgPresent ? std::make_shared<FakePrivateCfg>() : nullptr;
+    return fake::locked(fakePlatform().privateCfgPresent) ? std::make_shared<FakePrivateCfg>() : nullptr;
 }

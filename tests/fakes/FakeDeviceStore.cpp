@@ -30,58 +30,49 @@ int eraseByIndex(Records& records, const std::string& index) {
     return 0;
 }
 
+std::string userDetail(const ZQDeviceMgr::tagTELMIUser& rec) {
+    return field(rec.userName) + " dev=" + field(rec.deviceIndex) + " ha1=" + field(rec.digestHA1);
+}
+
+std::shared_ptr<fake::FakeUser> addUser(const ZQDeviceMgr::tagTELMIUser& rec) {
+    return fakePlatform().addUser(field(rec.userName), field(rec.deviceIndex), field(rec.digestHA1));
+}
+
 }  // namespace
 
 int ZQ_DeviceMgr_AddTELMIUser(std::shared_ptr<CTELMIUser>& user, const ZQDeviceMgr::tagTELMIUser& rec) {
-    auto& platform = fakePlatform();
-    auto lock = lockPlatform();
-    if (auto injected = platform.call("store.AddTELMIUser", field(rec.userName) + " dev=" + field(rec.deviceIndex) +
-                                                                " ha1=" + field(rec.digestHA1))) {
-        return *injected;
-    }
-    user = platform.addUser(field(rec.userName), field(rec.deviceIndex), field(rec.digestHA1));
-    return 0;
+    return fakePlatform().perform("store.AddTELMIUser", userDetail(rec), [&] {
+        user = addUser(rec);
+        return 0;
+    });
 }
 
 int ZQ_DeviceMgr_QuickAddTELMIUser(std::vector<ZQDeviceMgr::tagAddUserRet>& rets,
                                    const std::vector<ZQDeviceMgr::tagTELMIUser>& recs) {
-    auto& platform = fakePlatform();
-    auto lock = lockPlatform();
-    if (auto injected = platform.call("store.QuickAddTELMIUser", "count=" + std::to_string(recs.size()))) {
-        return *injected;
-    }
-    for (const auto& rec : recs) {
-        ZQDeviceMgr::tagAddUserRet ret;
-        ret.user = platform.addUser(field(rec.userName), field(rec.deviceIndex), field(rec.digestHA1));
-        rets.push_back(ret);
-    }
-    return 0;
+    return fakePlatform().perform("store.QuickAddTELMIUser", "count=" + std::to_string(recs.size()), [&] {
+        for (const auto& rec : recs) {
+            rets.emplace_back().user = addUser(rec);
+        }
+        return 0;
+    });
 }
 
 int ZQ_DeviceMgr_ModifyTELMIUser(const std::string& userIndex, const ZQDeviceMgr::tagTELMIUser& rec) {
-    auto& platform = fakePlatform();
-    auto lock = lockPlatform();
-    if (auto injected = platform.call("store.ModifyTELMIUser", userIndex + " " + field(rec.userName) + " dev=" +
-                                                                   field(rec.deviceIndex) + " ha1=" + field(rec.digestHA1))) {
-        return *injected;
-    }
-    auto user = platform.findUser(userIndex);
-    if (!user) {
-        return fake::kStoreNotFound;
-    }
-    user->name = field(rec.userName);
-    user->digest = field(rec.digestHA1);
-    user->deviceIndex = field(rec.deviceIndex);
-    return 0;
+    return fakePlatform().perform("store.ModifyTELMIUser", userIndex + " " + userDetail(rec), [&] {
+        auto user = fakePlatform().findUser(userIndex);
+        if (!user) {
+            return int(fake::kStoreNotFound);
+        }
+        user->name = field(rec.userName);
+        user->digest = field(rec.digestHA1);
+        user->deviceIndex = field(rec.deviceIndex);
+        return 0;
+    });
 }
 
 int ZQ_DeviceMgr_DelTELMIUser(const std::string& userIndex) {
-    auto& platform = fakePlatform();
-    auto lock = lockPlatform();
-    if (auto injected = platform.call("store.DelTELMIUser", userIndex)) {
-        return *injected;
-    }
-    return eraseByIndex(platform.users, userIndex);
+    return fakePlatform().perform("store.DelTELMIUser", userIndex,
+                                  [&] { return eraseByIndex(fakePlatform().users, userIndex); });
 }
 
 std::shared_ptr<CTELMIUser> ZQ_DeviceMgr_GetTELMIUser(std::string userIndex) {
@@ -95,25 +86,17 @@ int ZQ_DeviceMgr_GetAllTELMIUser(std::vector<std::shared_ptr<CTELMIUser>>& users
 }
 
 int ZQ_DeviceMgr_BindTELMIPort(std::shared_ptr<CTELMIPort>& port, const ZQDeviceMgr::tagTELMIPort& rec) {
-    auto& platform = fakePlatform();
-    auto lock = lockPlatform();
-    if (auto injected = platform.call("store.BindTELMIPort", "dev=" + field(rec.deviceIndex) + " http=" +
-                                                                 std::to_string(rec.httpPort) + " rtsp=" +
-                                                                 std::to_string(rec.rtspPort) + " spare=" +
-                                                                 std::to_string(rec.spare))) {
-        return *injected;
-    }
-    port = platform.addPort(field(rec.deviceIndex), rec.httpPort, rec.rtspPort);
-    return 0;
+    const std::string detail = "dev=" + field(rec.deviceIndex) + " http=" + std::to_string(rec.httpPort) +
+                               " rtsp=" + std::to_string(rec.rtspPort) + " spare=" + std::to_string(rec.spare);
+    return fakePlatform().perform("store.BindTELMIPort", detail, [&] {
+        port = fakePlatform().addPort(field(rec.deviceIndex), rec.httpPort, rec.rtspPort);
+        return 0;
+    });
 }
 
 int ZQ_DeviceMgr_UnbindTELMIPort(const std::string& portIndex) {
-    auto& platform = fakePlatform();
-    auto lock = lockPlatform();
-    if (auto injected = platform.call("store.UnbindTELMIPort", portIndex)) {
-        return *injected;
-    }
-    return eraseByIndex(platform.ports, portIndex);
+    return fakePlatform().perform("store.UnbindTELMIPort", portIndex,
+                                  [&] { return eraseByIndex(fakePlatform().ports, portIndex); });
 }
 
 int ZQ_DeviceMgr_GetTELMIPort(std::shared_ptr<CTELMIPort>& port, const std::string& portIndex) {
@@ -135,23 +118,21 @@ std::shared_ptr<CKelDevice> ZQ_DeviceMgr_GetDevice(std::string deviceIndex) {
 }
 
 int ZQ_DeviceMgr_NotifyAttach(ZQDeviceMgr::DevChangeCallback callback, void* context) {
-    auto& platform = fakePlatform();
-    auto lock = lockPlatform();
-    platform.call("store.NotifyAttach");
-    platform.callback = callback;
-    platform.callbackContext = context;
-    return 0;
+    return fakePlatform().perform("store.NotifyAttach", "", [&] {
+        fakePlatform().callback = callback;
+        fakePlatform().callbackContext = context;
+        return 0;
+    });
 }
 
 int ZQ_DeviceMgr_NotifyDetach(ZQDeviceMgr::DevChangeCallback callback) {
-    auto& platform = fakePlatform();
-    auto lock = lockPlatform();
-    platform.call("store.NotifyDetach");
-    if (platform.callback == callback) {
-        platform.callback = nullptr;
-        platform.callbackContext = nullptr;
-    }
-    return 0;
+    return fakePlatform().perform("store.NotifyDetach", "", [&] {
+        if (fakePlatform().callback == callback) {
+            fakePlatform().callback = nullptr;
+            fakePlatform().callbackContext = nullptr;
+        }
+        return 0;
+    });
 }
 
 // The fake bus returns, in store order, the devices whose Tarn or Tarn5 ID equals the key word in
@@ -162,19 +143,18 @@ int ZQ_DeviceMgrBus_QueryDeviceList(std::vector<std::shared_ptr<CKelDevice>>& de
     auto& platform = fakePlatform();
     auto lock = lockPlatform();
     platform.deviceQueries.push_back(cond);
-    if (auto injected = platform.call("bus.QueryDeviceList")) {
-        return *injected;
-    }
-    const std::string keyWord = field(cond.keyWord);
-    for (const auto& device : platform.devices) {
-        if (static_cast<int>(devices.size()) >= cond.maxNum) {
-            break;
+    return platform.perform("bus.QueryDeviceList", "", [&] {
+        const std::string keyWord = field(cond.keyWord);
+        for (const auto& device : platform.devices) {
+            if (static_cast<int>(devices.size()) >= cond.maxNum) {
+                break;
+            }
+            if (keyWord.empty() || strcasecmp(device->tarnId.c_str(), keyWord.c_str()) == 0 ||
+                strcasecmp(device->tarn5Id.c_str(), keyWord.c_str()) == 0) {
+                devices.push_back(device);
+            }
         }
-        if (keyWord.empty() || strcasecmp(device->tarnId.c_str(), keyWord.c_str()) == 0 ||
-            strcasecmp(device->tarn5Id.c_str(), keyWord.c_str()) == 0) {
-            devices.push_back(device);
-        }
-    }
-    total = count = static_cast<int>(devices.size());
-    return 0;
+        total = count = static_cast<int>(devices.size());
+        return 0;
+    });
 }

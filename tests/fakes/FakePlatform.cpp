@@ -22,16 +22,19 @@ void FakePlatform::reset() {
     static_cast<FakeState&>(*this) = FakeState();
 }
 
-std::string FakePlatform::nextIndex(char kind) {
-    char text[37];
-    std::snprintf(text, sizeof(text), "%c0000000-0000-4000-8000-%012d", kind, ++counter);
-    return text;
-}
-
-std::string FakePlatform::nextAddTime() {
+// Store indexes are 36 characters long; add times sort in the order of adding.
+template <class Record>
+std::shared_ptr<Record> FakePlatform::addRecord(std::vector<std::shared_ptr<Record>>& records, char kind,
+                                                const std::string& deviceIndex) {
+    auto record = std::make_shared<Record>();
     char text[40];
+    std::snprintf(text, sizeof(text), "%c0000000-0000-4000-8000-%012d", kind, ++counter);
+    record->index = text;
     std::snprintf(text, sizeof(text), "2026-01-01T00:00:00.%06dZ", ++counter);
-    return text;
+    record->addTime = text;
+    record->deviceIndex = deviceIndex;
+    records.push_back(record);
+    return record;
 }
 
 std::shared_ptr<FakeDevice> FakePlatform::addDevice(const std::string& index, uint8_t protocol,
@@ -51,26 +54,18 @@ std::shared_ptr<FakeDevice> FakePlatform::addDevice(const std::string& index, ui
 std::shared_ptr<FakeUser> FakePlatform::addUser(const std::string& name, const std::string& deviceIndex,
                                                 const std::string& digest) {
     std::lock_guard<std::recursive_mutex> lock(mutex);
-    auto user = std::make_shared<FakeUser>();
-    user->index = nextIndex('a');
+    auto user = addRecord(users, 'a', deviceIndex);
     user->name = name;
-    user->deviceIndex = deviceIndex;
     user->digest = digest;
-    user->addTime = nextAddTime();
-    users.push_back(user);
     return user;
 }
 
 std::shared_ptr<FakePort> FakePlatform::addPort(const std::string& deviceIndex, unsigned short httpPort,
                                                 unsigned short rtspPort) {
     std::lock_guard<std::recursive_mutex> lock(mutex);
-    auto port = std::make_shared<FakePort>();
-    port->index = nextIndex('b');
-    port->deviceIndex = deviceIndex;
+    auto port = addRecord(ports, 'b', deviceIndex);
     port->httpPort = httpPort;
     port->rtspPort = rtspPort;
-    port->addTime = nextAddTime();
-    ports.push_back(port);
     return port;
 }
 
@@ -98,14 +93,6 @@ bool FakePlatform::logged(int level, const std::string& format) const {
     std::lock_guard<std::recursive_mutex> lock(mutex);
     return std::any_of(logs.begin(), logs.end(),
                        [&](const LogLine& line) { return line.level == level && line.format == format; });
-}
-
-std::vector<LogLine> FakePlatform::logsAt(int level) const {
-    std::lock_guard<std::recursive_mutex> lock(mutex);
-    std::vector<LogLine> lines;
-    std::copy_if(logs.begin(), logs.end(), std::back_inserter(lines),
-                 [level](const LogLine& line) { return line.level == level; });
-    return lines;
 }
 
 std::vector<std::string> FakePlatform::journalWith(const std::string& prefix) const {

@@ -38,17 +38,13 @@ void set(T& field, const T& value) {
     field = value;
 }
 
-class FakeRecordLocks {
-public:
+// A record's failure counts and unlock times per lock key; tests may preset them.
+struct FakeRecordLocks {
     int getLockNum(int slot, const char* key, int add);
     int getUnlockTime(int slot, const char* key);
     int destroyLock(int slot, const char* key);
-    void setUnlockTime(const std::string& key, int seconds);
-    void setLockNum(const std::string& key, int count);
 
-private:
-    std::map<std::string, int> counts_;
-    std::map<std::string, int> unlockTimes_;
+    std::map<std::string, int> counts, unlockTimes;
 };
 
 // The lock-out calls of a user or port record, answered by its own locks.
@@ -92,7 +88,6 @@ class FakeDevice : public ZQDeviceMgr::CKelDevice {
 public:
     std::string index, tarnId, tarn5Id, name;
     uint8_t protocol = 2, category = 1;
-    int accountBound = -1, portBound = -1;  // -1: derived from the stored users and bindings
 
     std::string getDeviceIndex() const override { return locked(index); }
     uint8_t getProtocol() const override { return locked(protocol); }
@@ -100,6 +95,7 @@ public:
     std::string getTarn5DeviceID() const override { return locked(tarn5Id); }
     std::string getDeviceName() const override { return locked(name); }
     uint8_t getCategory() const override { return locked(category); }
+    // Bound while a stored account, or binding, names the device.
     int getTELMIBoundStatus() const override;
     int getTELMIPortBoundStatus() const override;
 };
@@ -134,7 +130,6 @@ struct FakeState {
 
     // Configuration.
     int telmiParam = 0;
-    int setTELMIParamResult = 0;
     bool userCfgPresent = true;
     std::string realm = "TELMI";
     std::map<std::string, std::string> gatewayHA1;  // gateway user -> HA1
@@ -193,7 +188,6 @@ public:
     void notify(ZQDeviceMgr::tagNotifyType type, const std::string& deviceIndex);
 
     bool logged(int level, const std::string& format) const;
-    std::vector<LogLine> logsAt(int level) const;
     std::vector<std::string> journalWith(const std::string& prefix) const;
 
     // The next call of the operation (its journal name, "store.BindTELMIPort") returns this
@@ -201,6 +195,13 @@ public:
     void inject(const std::string& operation, int result);
     // Journals a call of the operation and hands back the result injected for it, if any.
     std::optional<int> call(const std::string& operation, const std::string& detail = "");
+    // A call whose work, under the platform lock, is skipped when a result was injected for it.
+    template <class Work>
+    int perform(const std::string& operation, const std::string& detail, Work work) {
+        std::lock_guard<std::recursive_mutex> lock(mutex);
+        auto injected = call(operation, detail);
+        return injected ? *injected : work();
+    }
 
     static constexpr int kMediaPid = 777;
     mutable std::recursive_mutex mutex;
@@ -212,8 +213,9 @@ private:
         auto it = std::find_if(records.begin(), records.end(), [&](const auto& r) { return r->index == index; });
         return it == records.end() ? nullptr : *it;
     }
-    std::string nextIndex(char kind);
-    std::string nextAddTime();
+    template <class Record>
+    std::shared_ptr<Record> addRecord(std::vector<std::shared_ptr<Record>>& records, char kind,
+                                      const std::string& deviceIndex);
 };
 
 FakePlatform& fakePlatform();

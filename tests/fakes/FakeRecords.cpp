@@ -22,9 +22,9 @@ int boundIn(const Records& records, const std::string& deviceIndex) {
 int FakeRecordLocks::getLockNum(int slot, const char* key, int add) {
     auto lock = lockPlatform();
     fakePlatform().call("lock.getLockNum", lockDetail(slot, key, add));
-    int& count = counts_[key];
+    int& count = counts[key];
     if (add == 1 && ++count >= kLockThreshold) {
-        unlockTimes_[key] = kLockSeconds;
+        unlockTimes[key] = kLockSeconds;
     }
     return count;
 }
@@ -32,36 +32,26 @@ int FakeRecordLocks::getLockNum(int slot, const char* key, int add) {
 int FakeRecordLocks::getUnlockTime(int slot, const char* key) {
     auto lock = lockPlatform();
     fakePlatform().call("lock.getUnlockTime", lockDetail(slot, key));
-    auto it = unlockTimes_.find(key);
-    return it == unlockTimes_.end() ? 0 : it->second;
+    auto it = unlockTimes.find(key);
+    return it == unlockTimes.end() ? 0 : it->second;
 }
 
 int FakeRecordLocks::destroyLock(int slot, const char* key) {
     auto lock = lockPlatform();
     fakePlatform().call("lock.destroyLock", lockDetail(slot, key));
-    counts_.erase(key);
-    unlockTimes_.erase(key);
+    counts.erase(key);
+    unlockTimes.erase(key);
     return 0;
-}
-
-void FakeRecordLocks::setUnlockTime(const std::string& key, int seconds) {
-    auto lock = lockPlatform();
-    unlockTimes_[key] = seconds;
-}
-
-void FakeRecordLocks::setLockNum(const std::string& key, int count) {
-    auto lock = lockPlatform();
-    counts_[key] = count;
 }
 
 int FakeDevice::getTELMIBoundStatus() const {
     auto lock = lockPlatform();
-    return accountBound >= 0 ? accountBound : boundIn(fakePlatform().users, index);
+    return boundIn(fakePlatform().users, index);
 }
 
 int FakeDevice::getTELMIPortBoundStatus() const {
     auto lock = lockPlatform();
-    return portBound >= 0 ? portBound : boundIn(fakePlatform().ports, index);
+    return boundIn(fakePlatform().ports, index);
 }
 
 }  // namespace fake

@@ -18,14 +18,10 @@ void KMT_Sleep(int ms) {
 }
 
 void tvlog_format(int level, const char* module, const char* format, ...) {
+    char text[8192];  // far longer than any line the library writes
     va_list args;
     va_start(args, format);
-    va_list copy;
-    va_copy(copy, args);
-    int needed = std::vsnprintf(nullptr, 0, format, copy);
-    va_end(copy);
-    std::string text(needed > 0 ? static_cast<size_t>(needed) : 0, '\0');
-    std::vsnprintf(text.data(), text.size() + 1, format, args);
+    std::vsnprintf(text, sizeof(text), format, args);
     va_end(args);
     auto lock = lockPlatform();
     fakePlatform().logs.push_back({level, module, format, text});

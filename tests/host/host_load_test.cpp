@@ -32,7 +32,7 @@ TEST(HostLoadTest, ResolvesEveryEntryPointAndDrivesTheSwitch) {
     EXPECT_EQ(setEnable(1), 0);
     EXPECT_EQ(getEnable(), 1);
     EXPECT_EQ(fake::fakePlatform().telmiParam, 1);
-    fake::fakePlatform().setTELMIParamResult = 2;
+    fake::fakePlatform().inject("config.setTELMIParam", 2);
     EXPECT_EQ(setEnable(0), 3);
     EXPECT_TRUE(fake::fakePlatform().logged(5, "[%s(%d)] setTELMIParam failed"));
     EXPECT_EQ(dlclose(library), 0);

@@ -13,6 +13,13 @@
 #include "ZQTELMIMgrBus.h"
 #include "frame/CInstanceMgr.h"
 
+// Every unit test speaks in the library's names and these matchers.
+using namespace ZQTELMIMgrBus;
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
 // Fills a host record's text field; a text as long as the field leaves it without a NUL.
 template <size_t N>
 void setField(char (&field)[N], const std::string& text) {
@@ -49,9 +56,12 @@ protected:
 
     // The texts logged at this level, after their "[member(line)] " prefix.
     static std::vector<std::string> messagesAt(int level) {
+        auto lock = fake::lockPlatform();
         std::vector<std::string> messages;
-        for (const auto& line : platform().logsAt(level)) {
-            messages.push_back(line.text.substr(line.text.find("] ") + 2));
+        for (const auto& line : platform().logs) {
+            if (line.level == level) {
+                messages.push_back(line.text.substr(line.text.find("] ") + 2));
+            }
         }
         return messages;
     }

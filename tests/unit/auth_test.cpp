@@ -6,20 +6,20 @@
 #include "LibraryTest.h"
 #include "base/Md5Hex.h"
 
-using namespace ZQTELMIMgrBus;
-using ::testing::ElementsAre;
-using ::testing::EndsWith;
-using ::testing::IsEmpty;
-
 namespace {
 
 constexpr char kKey[] = "10.0.0.7:5123";
 constexpr int kUser = ZQConfigMgr::userMode;
 constexpr int kPort = ZQConfigMgr::portMode;
 
-// A response as (leftTryNum, remainLockTime, challenge, deviceIndex), "-" for a text left alone.
-using Response = std::tuple<int, int, std::string, std::string>;
-const Response kUntouched{-999, -888, "-", "-"};
+// A check's result code and response (leftTryNum, remainLockTime, challenge, deviceIndex), "-" for a
+// text the check left alone.
+using Outcome = std::tuple<int, int, int, std::string, std::string>;
+Outcome untouched(int code) { return {code, -999, -888, "-", "-"}; }
+Outcome refused(int leftTryNum, int remainLockTime, const std::string& challenge) {
+    return {1028, leftTryNum, remainLockTime, challenge, "-"};
+}
+Outcome passed(const std::string& deviceIndex) { return {0, -999, -888, "-", deviceIndex}; }
 
 std::string ha1Of(const std::string& user, const std::string& password, const std::string& realm = "TELMI") {
     return zqbase::md5Hex(user + ":" + realm + ":" + password);
@@ -50,61 +50,55 @@ std::string challenge(const std::string& nonce, const char* stale, const std::st
 
 class AuthTest : public LibraryTest {
 protected:
-    // Checks with sentinels in every response field, so response() tells what the check wrote.
-    int check(const tagTELMIAuthReq& req, int mode, const std::string& method = "GET") {
+    // Checks with sentinels in every response field, so the outcome tells what the check wrote.
+    Outcome check(const tagTELMIAuthReq& req, int mode, const std::string& method = "GET") {
         rsp_.leftTryNum = -999;
         rsp_.remainLockTime = -888;
         std::memset(rsp_.challenge, 'S', sizeof(rsp_.challenge));
         std::memset(rsp_.deviceIndex, 'D', sizeof(rsp_.deviceIndex));
-        return ZQ_TELMIMgrBus_CheckDigest(rsp_, method, req, static_cast<ZQConfigMgr::TELMIMode>(mode));
-    }
-
-    Response response() const {
+        const int code = ZQ_TELMIMgrBus_CheckDigest(rsp_, method, req, static_cast<ZQConfigMgr::TELMIMode>(mode));
         auto text = [](const auto& field, char sentinel) {
             const std::string value(field, strnlen(field, sizeof(field)));
             return value == std::string(sizeof(field), sentinel) ? "-" : value;
         };
-        return {rsp_.leftTryNum, rsp_.remainLockTime, text(rsp_.challenge, 'S'), text(rsp_.deviceIndex, 'D')};
+        return {code, rsp_.leftTryNum, rsp_.remainLockTime, text(rsp_.challenge, 'S'), text(rsp_.deviceIndex, 'D')};
     }
 
     // Seven wrong answers lock the requester out; once the store lets the lock lapse the
     // credentials are examined again, and a right answer clears the count.
     void runLockOutStory(int mode, fake::FakeRecordLocks& locks, const tagTELMIAuthReq& wrong,
-                         const tagTELMIAuthReq& right, const std::string& deviceIndex);
+                         const tagTELMIAuthReq& right, const std::string& deviceIndex) {
+        const std::string key(kKey);
+        for (int failure = 1; failure <= 7; ++failure) {
+            // The unlock time is the one read before the failure.
+            const std::string nonce = "nonce" + std::to_string(failure);
+            ASSERT_EQ(check(wrong, mode), refused(7 - failure, 0, challenge(nonce, "FALSE")));
+        }
+        EXPECT_EQ(platform().journalWith("lock.getLockNum key=" + key + " slot=0 add=1").size(), 7u);
+
+        const size_t examined = platform().journalWith("base.CheckDigest").size();
+        EXPECT_EQ(check(right, mode), refused(0, 300, challenge("nonce8", "FALSE")));
+        EXPECT_EQ(platform().journalWith("base.CheckDigest").size(), examined) << "locked: credentials not examined";
+        EXPECT_EQ(check(*request(right.authHeader, right.httpPort, "10.0.0.8:1"), mode), passed(deviceIndex))
+            << "another requester";
+
+        locks.unlockTimes[key] = 0;
+        EXPECT_EQ(check(wrong, mode), refused(-1, 0, challenge("nonce9", "FALSE")))
+            << "count 7 with no unlock time: examined again, not clamped";
+
+        locks.unlockTimes[key] = 0;
+        platform().journal.clear();
+        EXPECT_EQ(check(right, mode), passed(deviceIndex));
+        EXPECT_THAT(platform().journal,
+                    ElementsAre("lock.getLockNum key=" + key + " slot=0 add=0",
+                                "lock.getUnlockTime key=" + key + " slot=0", "base.CheckDigest",
+                                "lock.destroyLock key=" + key + " slot=0"));
+        EXPECT_EQ(check(wrong, mode), refused(6, 0, challenge("nonce10", "FALSE")))
+            << "a right answer clears the count";
+    }
 
     tagTelmiAuthRsp rsp_;
 };
-
-void AuthTest::runLockOutStory(int mode, fake::FakeRecordLocks& locks, const tagTELMIAuthReq& wrong,
-                               const tagTELMIAuthReq& right, const std::string& deviceIndex) {
-    const std::string key(kKey);
-    for (int failure = 1; failure <= 7; ++failure) {
-        ASSERT_EQ(check(wrong, mode), 1028);
-        // The unlock time is the one read before the failure.
-        EXPECT_EQ(response(), Response(7 - failure, 0, challenge("nonce" + std::to_string(failure), "FALSE"), "-"));
-    }
-    EXPECT_EQ(platform().journalWith("lock.getLockNum key=" + key + " slot=0 add=1").size(), 7u);
-
-    const size_t examined = platform().journalWith("base.CheckDigest").size();
-    EXPECT_EQ(check(right, mode), 1028);
-    EXPECT_EQ(response(), Response(0, 300, challenge("nonce8", "FALSE"), "-"));
-    EXPECT_EQ(platform().journalWith("base.CheckDigest").size(), examined) << "locked: credentials not examined";
-    EXPECT_EQ(check(*request(right.authHeader, right.httpPort, "10.0.0.8:1"), mode), 0) << "another requester";
-
-    locks.setUnlockTime(key, 0);
-    EXPECT_EQ(check(wrong, mode), 1028);
-    EXPECT_EQ(rsp_.leftTryNum, -1) << "count 7 with no unlock time: examined again, not clamped";
-
-    locks.setUnlockTime(key, 0);
-    platform().journal.clear();
-    EXPECT_EQ(check(right, mode), 0);
-    EXPECT_EQ(response(), Response(-999, -888, "-", deviceIndex));
-    EXPECT_THAT(platform().journal,
-                ElementsAre("lock.getLockNum key=" + key + " slot=0 add=0", "lock.getUnlockTime key=" + key + " slot=0",
-                            "base.CheckDigest", "lock.destroyLock key=" + key + " slot=0"));
-    EXPECT_EQ(check(wrong, mode), 1028);
-    EXPECT_EQ(rsp_.leftTryNum, 6) << "a right answer clears the count";
-}
 
 TEST_F(AuthTest, RfcWorkedExamplePassesWithTheAccountsHA1AndTheRequestsMethod) {
     platform().realm = "testrealm@host.com";
@@ -113,10 +107,9 @@ TEST_F(AuthTest, RfcWorkedExamplePassesWithTheAccountsHA1AndTheRequestsMethod) {
         "Digest username=\"Mufasa\", realm=\"testrealm@host.com\", nonce=\"dcd98b7102dd2f0e8b11d0f600bfb0c093\", "
         "uri=\"/dir/index.html\", qop=auth, nc=00000001, cnonce=\"0a4f113b\", "
         "response=\"6629fae49393a05397450978507c4ef1\", opaque=\"5ccc069c403ebaf9f0171e9517f40e41\"");
-    EXPECT_EQ(check(*req, kUser), 0);
-    EXPECT_EQ(response(), Response(-999, -888, "-", "dev-mufasa"));
-    EXPECT_EQ(check(*req, kUser, "POST"), 1028) << "the same answer to another method is wrong";
-    EXPECT_EQ(response(), Response(6, 0, challenge("nonce1", "FALSE", "testrealm@host.com"), "-"));
+    EXPECT_EQ(check(*req, kUser), passed("dev-mufasa"));
+    EXPECT_EQ(check(*req, kUser, "POST"), refused(6, 0, challenge("nonce1", "FALSE", "testrealm@host.com")))
+        << "the same answer to another method is wrong";
 }
 
 TEST_F(AuthTest, UserModeLocksOutAfterSevenWrongAnswers) {
@@ -136,54 +129,56 @@ TEST_F(AuthTest, PortModeLocksOutAfterSevenWrongAnswersAgainstTheGatewayAdmin) {
                     *request(answer("anyone", adminHA1), 20001), "dev-port");
 }
 
-TEST_F(AuthTest, StaleNonceIsNotCountedAndAsksForARetry) {
+TEST_F(AuthTest, StaleNoncesAndAMissingUserConfigurationAreNotCounted) {
     const std::string ha1 = ha1Of("viewer", "Right#Pass1");
     auto user = platform().addUser("viewer", "dev-1", ha1);
-    user->locks.setLockNum(kKey, 2);
-    user->locks.setUnlockTime(kKey, 42);
+    user->locks.counts[kKey] = 2;
+    user->locks.unlockTimes[kKey] = 42;
     platform().staleNonces.insert("old");
-    EXPECT_EQ(check(*request(answer("viewer", ha1, "old")), kUser), 1028);
-    EXPECT_EQ(response(), Response(5, 42, challenge("nonce1", "TRUE"), "-"));
+    EXPECT_EQ(check(*request(answer("viewer", ha1, "old")), kUser), refused(5, 42, challenge("nonce1", "TRUE")));
 
     platform().gatewayHA1["admin"] = ha1Of("admin", "Gateway#1");
-    platform().addPort("dev-port", 20001, 0);
-    EXPECT_EQ(check(*request(answer("x", platform().gatewayHA1["admin"], "old"), 20001), kPort), 1028);
-    EXPECT_EQ(response(), Response(7, 0, challenge("nonce2", "TRUE"), "-"));
-    EXPECT_EQ(platform().journalWith("lock.getLockNum").size(), 2u) << "read once per check, never counted";
+    auto port = platform().addPort("dev-port", 20001, 0);
+    EXPECT_EQ(check(*request(answer("x", platform().gatewayHA1["admin"], "old"), 20001), kPort),
+              refused(7, 0, challenge("nonce2", "TRUE")));
+
+    port->locks.counts[kKey] = 3;
+    platform().userCfgPresent = false;
+    EXPECT_EQ(check(*request(answer("admin", "x"), 20001), kPort), refused(4, 0, challenge("nonce3", "FALSE", "")));
+    EXPECT_TRUE(platform().logged(5, "[%s(%d)] Get user config failed."));
+    EXPECT_EQ(platform().journalWith("base.CheckDigest").size(), 2u) << "no configuration, nothing examined";
+    EXPECT_THAT(platform().journalWith("lock.getLockNum"), ::testing::Each(EndsWith("add=0")));
+    EXPECT_EQ(platform().journalWith("lock.getLockNum").size(), 3u) << "read once per check, never counted";
     EXPECT_THAT(platform().journalWith("lock.destroyLock"), IsEmpty());
 }
 
 TEST_F(AuthTest, RefusalsBeforeAnyCheckWriteOnlyWhatTheyMust) {
     platform().addUser("viewer", "dev-1", ha1Of("viewer", "Right#Pass1"));
     platform().addPort("dev-port", 20001, 0);
-    EXPECT_EQ(check(*request("Digest realm=\"TELMI\", nonce=\"n0\""), kUser), 1) << "no user name";
-    EXPECT_EQ(response(), Response(-999, -888, challenge("nonce1", "FALSE"), "-"));
+    EXPECT_EQ(check(*request("Digest realm=\"TELMI\", nonce=\"n0\""), kUser),
+              Outcome(1, -999, -888, challenge("nonce1", "FALSE"), "-"))
+        << "no user name";
     EXPECT_THAT(platform().logs, IsEmpty());
 
     // Unknown names, including one longer than any account's and one far too long to hold.
     platform().addUser(std::string(34, 'n'), "dev-long", "");
     for (const std::string& name : {std::string("Viewer"), std::string(34, 'n'), std::string(600, 'x')}) {
-        EXPECT_EQ(check(*request(answer(name, "whatever")), kUser), 274) << name.size();
-        EXPECT_EQ(response(), kUntouched);
+        EXPECT_EQ(check(*request(answer(name, "whatever")), kUser), untouched(274)) << name.size();
     }
-    EXPECT_EQ(platform().logsAt(5).size(), 3u);
+    EXPECT_EQ(messagesAt(5).size(), 3u);
     EXPECT_TRUE(platform().logged(5, "[%s(%d)] TELMI user is not exist."));
     EXPECT_THAT(platform().journalWith("base.CheckDigest"), IsEmpty());
 
     const std::string longest(33, 'm');  // still a name an account can carry
     platform().addUser(longest, "dev-33", ha1Of(longest, "p"));
     auto req33 = request(answer(longest, ha1Of(longest, "p")));
-    EXPECT_EQ(check(*req33, kUser), 0);
+    EXPECT_EQ(check(*req33, kUser), passed("dev-33"));
 
     platform().logs.clear();
-    for (int mode : {0, 3}) {
-        EXPECT_EQ(check(*req33, mode), 274);
-        EXPECT_EQ(response(), kUntouched);
-    }
-    EXPECT_EQ(check(*request(answer("admin", "x"), 0), kPort), 1);
-    EXPECT_EQ(response(), kUntouched);
-    EXPECT_EQ(check(*request(answer("admin", "x"), 20002), kPort), 274);
-    EXPECT_EQ(response(), kUntouched);
+    EXPECT_EQ(check(*req33, 0), untouched(274));
+    EXPECT_EQ(check(*req33, 3), untouched(274));
+    EXPECT_EQ(check(*request(answer("admin", "x"), 0), kPort), untouched(1));
+    EXPECT_EQ(check(*request(answer("admin", "x"), 20002), kPort), untouched(274));
     EXPECT_THAT(messagesAt(5), ElementsAre("The mode is not support.", "The mode is not support.",
                                     "[httpPort=0]TELMI port is error.", "[httpPort=20002]TELMI port is not exist."));
     EXPECT_EQ(platform().noncesIssued, 1) << "only the missing name drew a challenge";
@@ -203,8 +198,8 @@ TEST_F(AuthTest, ChallengeCarriesAFreshNonceAndStaysWithinItsBuffer) {
     platform().userCfgPresent = true;
     platform().realm = std::string(1000, 'r');
     platform().addUser("viewer", "dev-1", "");
-    EXPECT_EQ(check(*request("Digest nonce=\"n0\""), kUser), 1);
-    EXPECT_EQ(std::get<2>(response()), challenge("nonce4", "FALSE", platform().realm).substr(0, 255));
+    EXPECT_EQ(check(*request("Digest nonce=\"n0\""), kUser),
+              Outcome(1, -999, -888, challenge("nonce4", "FALSE", platform().realm).substr(0, 255), "-"));
     EXPECT_EQ(rsp_.challenge[256], 'S') << "nothing written past the terminator";
 }
 
@@ -218,25 +213,13 @@ TEST_F(AuthTest, FirstMatchWinsAndHostFieldsAreReadWithinTheirWidths) {
     std::memset(req->lockKey, 'K', sizeof(req->lockKey));
     const size_t used = std::strlen(req->authHeader);
     std::memset(req->authHeader + used, ' ', sizeof(req->authHeader) - used);
-    EXPECT_EQ(check(*req, kUser), 0);
-    EXPECT_EQ(std::get<3>(response()), "dev-" + std::string(32, '1')) << "36 characters and a terminator";
+    EXPECT_EQ(check(*req, kUser), passed("dev-" + std::string(32, '1'))) << "36 characters and a terminator";
     EXPECT_EQ(platform().journal.front(), "lock.getLockNum key=" + std::string(18, 'K') + " slot=0 add=0");
 
     platform().gatewayHA1["admin"] = ha1Of("admin", "Gateway#1");
     platform().addPort("dev-a", 20001, 0);
     platform().addPort("dev-b", 20001, 0);
-    EXPECT_EQ(check(*request(answer("admin", platform().gatewayHA1["admin"]), 20001), kPort), 0);
-    EXPECT_EQ(std::get<3>(response()), "dev-a");
-}
-
-TEST_F(AuthTest, PortModeWithoutTheUserConfigurationRefusesWithoutCounting) {
-    platform().addPort("dev-port", 20001, 0)->locks.setLockNum(kKey, 3);
-    platform().userCfgPresent = false;
-    EXPECT_EQ(check(*request(answer("admin", "x"), 20001), kPort), 1028);
-    EXPECT_EQ(response(), Response(4, 0, challenge("nonce1", "FALSE", ""), "-"));
-    EXPECT_THAT(platform().journalWith("base.CheckDigest"), IsEmpty());
-    EXPECT_THAT(platform().journalWith("lock.getLockNum"), ElementsAre(EndsWith("add=0")));
-    EXPECT_TRUE(platform().logged(5, "[%s(%d)] Get user config failed."));
+    EXPECT_EQ(check(*request(answer("admin", platform().gatewayHA1["admin"]), 20001), kPort), passed("dev-a"));
 }
 
 }  // namespace

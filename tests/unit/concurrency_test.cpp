@@ -7,8 +7,6 @@
 
 #include "LibraryTest.h"
 
-using namespace ZQTELMIMgrBus;
-
 namespace {
 
 constexpr int kDevices = 8;
@@ -31,44 +29,39 @@ TEST_F(PortConcurrencyTest, BindsUnbindsListingsAndDeviceRemovalsInterleave) {
 
     std::atomic<bool> go{false};
     std::vector<std::thread> threads;
-    auto spawn = [&](std::function<void()> work) {
-        threads.emplace_back([&go, work] {
+    auto spawn = [&](std::function<void()> work, int rounds = kRounds) {
+        threads.emplace_back([&go, work, rounds] {
             while (!go) {
             }
-            work();
+            for (int i = 0; i < rounds; ++i) {
+                work();
+            }
         });
     };
-    auto repeat = [](std::function<void()> round) {
-        return [round] {
-            for (int i = 0; i < kRounds; ++i) {
-                round();
-            }
-        };
-    };
     for (int t = 0; t < 3; ++t) {
-        spawn(repeat([&] {
+        spawn([&] {
             std::vector<tagBindPortRet> rets;
             ZQ_TELMIMgrBus_BindPort(rets, allIds);
-        }));
+        });
     }
-    spawn(repeat([] {
+    spawn([] {
         std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIPort>> ports;
         ZQ_DeviceMgr_GetAllTELMIPort(ports);
         std::vector<int> results;
         ZQ_TELMIMgrBus_UnbindPort(results, eachOf(ports, &ZQDeviceMgr::CTELMIPort::getPortIndex));
-    }));
-    spawn(repeat([] {
+    });
+    spawn([] {
         std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIPort>> ports;
         tagTelmiQueryRsp rsp{};
         ZQ_TELMIMgrBus_QueryTELMIPortList(ports, rsp, queryRequest(0, 500));
-    }));
-    spawn([&] {
-        for (int i = kDevices / 2; i < kDevices; ++i) {
-            platform().notify(ZQDeviceMgr::deviceRemoved, deviceIndex(i));  // still present: released anyway
-            platform().removeDevice(deviceIndex(i));
-            platform().notify(ZQDeviceMgr::deviceRemoved, deviceIndex(i));
-        }
     });
+    int leaving = kDevices / 2;  // the second half of the devices leave, one a round
+    spawn([&] {
+        const std::string index = deviceIndex(leaving++);
+        platform().notify(ZQDeviceMgr::deviceRemoved, index);  // still present: released anyway
+        platform().removeDevice(index);
+        platform().notify(ZQDeviceMgr::deviceRemoved, index);
+    }, kDevices / 2);
     go = true;
     for (auto& thread : threads) {
         thread.join();

@@ -1,14 +1,9 @@
 #include <cstring>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "LibraryTest.h"
-
-using namespace ZQTELMIMgrBus;
-using ::testing::ElementsAre;
-using ::testing::EndsWith;
-using ::testing::IsEmpty;
-using ::testing::StartsWith;
 
 namespace {
 
@@ -31,12 +26,16 @@ protected:
 
     // The transport's buffer is released once per successful call, and only then.
     void expectBuffersReleased(int count) {
-        EXPECT_EQ(platform().buffersAllocated, count);
-        EXPECT_EQ(platform().buffersFreed, count);
-        EXPECT_EQ(platform().badFrees, 0);
+        EXPECT_EQ(std::tuple(platform().buffersAllocated, platform().buffersFreed, platform().badFrees),
+                  std::tuple(count, count, 0));
     }
 
-    int retry(int& listening) { return mgr().retryMediaTELMIPort(listening, "dev01", 554); }
+    // (result, listening) of a refresh, from a listening flag that starts out set.
+    std::pair<int, int> retry() {
+        int listening = 5;
+        const int result = mgr().retryMediaTELMIPort(listening, "dev01", 554);
+        return {result, listening};
+    }
 
     std::shared_ptr<fake::FakePort> port(const std::string& devIndex, unsigned short rtspPort) {
         return platform().addPort(devIndex, 8000, rtspPort);
@@ -53,9 +52,7 @@ TEST_F(MediaTest, CommandsAreFastWriterTextWithTheTimeLimitInWholeSeconds) {
     EXPECT_EQ(lastCommand().timeoutSec, 2);
 
     platform().mediaTimeoutMs = 999;
-    int listening = 0;
-    EXPECT_EQ(retry(listening), 0);
-    EXPECT_EQ(listening, 1);
+    EXPECT_EQ(retry(), std::pair(0, 1));
     EXPECT_EQ(lastCommand().text,
               "{\"method\":\"gatewayProtocol\",\"moduleType\":10,\"params\":{\"body\":null,\"method\":\"PUT\","
               "\"uri\":\"/TELMI/ContentMgmt/DeviceMgmt/refreshDevicePort?format=json&devIndex=dev01&newPort=false"
@@ -88,7 +85,7 @@ TEST_F(MediaTest, PutMediaPortEncodesEveryOrderAndAcceptsAnyTextCode) {
         answer(refused);
         EXPECT_EQ(mgr().notifyMediaTELMIPort({order("a", 1, 1)}), 0) << refused;
     }
-    EXPECT_EQ(platform().logsAt(5).size(), 4u);
+    EXPECT_EQ(messagesAt(5).size(), 4u);
     EXPECT_TRUE(platform().logged(5, "[%s(%d)] DriverCIf_InputCmdByDevSyn return err rsp."));
     expectBuffersReleased(5);
 }
@@ -96,25 +93,23 @@ TEST_F(MediaTest, PutMediaPortEncodesEveryOrderAndAcceptsAnyTextCode) {
 TEST_F(MediaTest, ExchangeFailuresAreLoggedForTheCallerAndReleaseOnlyBuffersHandedOut) {
     transportFails();
     EXPECT_EQ(mgr().notifyMediaTELMIPort({order("a", 1, 1)}), 0);
-    int listening = 7;
     transportFails();
-    EXPECT_EQ(retry(listening), 9);
-    EXPECT_EQ(listening, 0);
+    EXPECT_EQ(retry(), std::pair(9, 0));
     expectBuffersReleased(0);
     EXPECT_THAT(messagesAt(5), ElementsAre("[errMsg=media down]DriverCif_InputCmdToMediaSyn error.",
                                            "[errMsg=media down]DriverCif_InputCmdToMediaSyn error."));
-    EXPECT_THAT(platform().logsAt(5)[1].text, StartsWith("[retryMediaTELMIPort("));
+    EXPECT_THAT(platform().logs.back().text, ::testing::StartsWith("[retryMediaTELMIPort("));
 
     answer("not json");
     EXPECT_EQ(mgr().notifyMediaTELMIPort({order("a", 1, 1)}), 0);
     answer("{\"data\":");
-    EXPECT_EQ(retry(listening), 9);
+    EXPECT_EQ(retry(), std::pair(9, 0));
     expectBuffersReleased(2);
     EXPECT_EQ(lastLog(5), "DriverCIf_InputCmdByDevSyn return rsp={\"data\": err.");
 
     platform().privateCfgPresent = false;
     EXPECT_EQ(mgr().notifyMediaTELMIPort({order("a", 1, 1)}), 0);
-    EXPECT_EQ(retry(listening), 9);
+    EXPECT_EQ(retry(), std::pair(9, 0));
     EXPECT_EQ(platform().mediaCommands.size(), 4u) << "nothing is sent without the configuration";
     EXPECT_EQ(lastLog(5), "get basicCfg ptr error.");
 }
@@ -142,9 +137,7 @@ TEST_F(MediaTest, RefreshAnswerShapes) {
     };
     for (const auto& c : cases) {
         answer(c.answer);
-        int listening = 5;
-        EXPECT_EQ(retry(listening), c.result) << c.answer;
-        EXPECT_EQ(listening, c.listening) << c.answer;
+        EXPECT_EQ(retry(), std::pair(c.result, c.listening)) << c.answer;
     }
     EXPECT_THAT(platform().logs, ::testing::SizeIs(2)) << "only the not-listening report and the refusal";
     EXPECT_THAT(messagesAt(5), ElementsAre("[rtspport=554,listenstatus=Success] Retry result.",
@@ -153,6 +146,25 @@ TEST_F(MediaTest, RefreshAnswerShapes) {
 }
 
 TEST_F(MediaTest, StatusReadWritesOnlyWhatTheAnswerReports) {
+    Ports none{port("dev00", 0)};
+    EXPECT_EQ(mgr().updateMediaTELMIPortStatus(none), 0);
+    EXPECT_THAT(platform().mediaCommands, IsEmpty());
+
+    Ports one{port("dev01", 554)};
+    for (const char* body : {"{\"statusCode\":4,\"statusString\":\"Busy\"}",
+                             "{\"data\":{\"rsp\":{\"listenStatus\":{\"deviceIndex\":\"dev01\",\"rtspPort\":554,"
+                             "\"status\":\"success\"}}}}",
+                             "{\"data\":{\"listenStatus\":{}}}", "{\"data\":{\"statusCode\":1,\"statusString\":\"in\"}}"}) {
+        answer(body);
+        EXPECT_EQ(mgr().updateMediaTELMIPortStatus(one), 9) << body;
+    }
+    transportFails();
+    EXPECT_EQ(mgr().updateMediaTELMIPortStatus(one), 9);
+    EXPECT_EQ(platform().ports[1]->rtspStatus, -1) << "a failed read touches no record";
+    EXPECT_THAT(messagesAt(5), ElementsAre("DriverCIf_InputCmdByDevSyn return statusString=Busy error", "Error rsp.",
+                                           "Error rsp.", "Error rsp.",
+                                           "[errMsg=media down]DriverCif_InputCmdToMediaSyn error."));
+
     Ports ports{port("dev01", 554), port("none", 0), port("dev01", 555), port("dev02", 556), port("dev03", 557)};
     answer("{\"data\":{\"listenStatus\":["
            "{\"deviceIndex\":\"dev01\",\"rtspPort\":554,\"status\":\"success\"},"
@@ -161,37 +173,15 @@ TEST_F(MediaTest, StatusReadWritesOnlyWhatTheAnswerReports) {
            "{\"deviceIndex\":\"dev03\",\"rtspPort\":\"557\",\"status\":\"success\"},"
            "7]}}");
     EXPECT_EQ(mgr().updateMediaTELMIPortStatus(ports), 0);
-    EXPECT_THAT(lastCommand().text, ::testing::HasSubstr("[\"dev01\",\"dev01\",\"dev02\",\"dev03\"]"))
+    EXPECT_THAT(lastCommand().text, HasSubstr("[\"dev01\",\"dev01\",\"dev02\",\"dev03\"]"))
         << "every port with an RTSP port is asked about, duplicates kept";
     // The first report of a device wins; no RTSP port or a malformed report leaves the record alone.
-    EXPECT_THAT(eachOf(platform().ports, &fake::FakePort::rtspStatus), ElementsAre(1, -1, 1, 0, -1));
+    EXPECT_THAT(eachOf(platform().ports, &fake::FakePort::rtspStatus), ElementsAre(-1, -1, 1, -1, 1, 0, -1));
     EXPECT_THAT(messagesAt(4), ElementsAre("[devIndex=dev01, rtspport=555,listenstatus=fail].",
                                            "[devIndex=dev02, rtspport=556,listenstatus=fail].",
                                            "Req number doest not equal rsp number.",
                                            "[devIndex=dev03]Don't have this device rtsp port status."));
-    expectBuffersReleased(1);
-}
-
-TEST_F(MediaTest, StatusReadFailuresTouchNoRecord) {
-    Ports none{port("dev00", 0)};
-    EXPECT_EQ(mgr().updateMediaTELMIPortStatus(none), 0);
-    EXPECT_THAT(platform().mediaCommands, IsEmpty());
-
-    Ports ports{port("dev01", 554)};
-    for (const char* body : {"{\"statusCode\":4,\"statusString\":\"Busy\"}",
-                             "{\"data\":{\"rsp\":{\"listenStatus\":{\"deviceIndex\":\"dev01\",\"rtspPort\":554,"
-                             "\"status\":\"success\"}}}}",
-                             "{\"data\":{\"listenStatus\":{}}}", "{\"data\":{\"statusCode\":1,\"statusString\":\"in\"}}"}) {
-        answer(body);
-        EXPECT_EQ(mgr().updateMediaTELMIPortStatus(ports), 9) << body;
-    }
-    transportFails();
-    EXPECT_EQ(mgr().updateMediaTELMIPortStatus(ports), 9);
-    EXPECT_EQ(platform().ports[1]->rtspStatus, -1);
-    EXPECT_THAT(messagesAt(5), ElementsAre("DriverCIf_InputCmdByDevSyn return statusString=Busy error", "Error rsp.",
-                                           "Error rsp.", "Error rsp.",
-                                           "[errMsg=media down]DriverCif_InputCmdToMediaSyn error."));
-    expectBuffersReleased(4);
+    expectBuffersReleased(5);
 }
 
 }  // namespace

@@ -3,10 +3,6 @@
 
 #include "LibraryTest.h"
 
-using namespace ZQTELMIMgrBus;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-
 namespace {
 
 using PortList = std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIPort>>;
@@ -19,20 +15,20 @@ protected:
         code_ = ZQ_TELMIMgrBus_QueryTELMIPortList(ports, rsp_, queryRequest(startPos, maxResults, keyWord));
         return eachOf(ports, &ZQDeviceMgr::CTELMIPort::getDeviceIndex);
     }
+    // (numReturned, totalMatches) of the last query.
+    std::pair<int, int> counts() const { return {rsp_.numReturned, rsp_.totalMatches}; }
 
     int code_ = -1;
     tagTelmiQueryRsp rsp_{};
 };
 
-// The request bounds are the user list's, from the same code; one refusal shows they apply here.
-TEST_F(PortListTest, RequestOutOfBoundsIsRefused) {
+TEST_F(PortListTest, PagesOldestFirstIncludingTheCallersEntriesAndRefreshesThePage) {
+    // The request bounds are the user list's, from the same code; one refusal shows they apply here.
     query(0, 501);
     EXPECT_EQ(code_, 1);
     EXPECT_EQ(rsp_.totalMatches, -1) << "nothing written";
     EXPECT_THAT(messagesAt(3), ElementsAre("Query port List start"));
-}
 
-TEST_F(PortListTest, PagesOldestFirstIncludingTheCallersEntriesAndRefreshesThePage) {
     for (const char* device : {"dev1", "dev2", "dev3"}) {
         platform().addDevice(device, 2, std::string("T") + device);
     }
@@ -46,8 +42,7 @@ TEST_F(PortListTest, PagesOldestFirstIncludingTheCallersEntriesAndRefreshesThePa
     platform().nginxPids = {42};
 
     EXPECT_THAT(query(1, 2, "", {early}), ElementsAre("dev1", "dev2"));
-    EXPECT_EQ(rsp_.totalMatches, 4);
-    EXPECT_EQ(rsp_.numReturned, 2);
+    EXPECT_EQ(counts(), std::pair(2, 4));
     EXPECT_THAT(eachOf(platform().ports, &fake::FakePort::rtspStatus), ElementsAre(1, 0, -1));
     EXPECT_THAT(eachOf(platform().ports, &fake::FakePort::httpStatus), ElementsAre(1, 0, -1))
         << "off the page, not refreshed";
@@ -59,14 +54,12 @@ TEST_F(PortListTest, PagesOldestFirstIncludingTheCallersEntriesAndRefreshesThePa
     platform().journal.clear();
     platform().logs.clear();
     EXPECT_THAT(query(3, 0), IsEmpty());
-    EXPECT_EQ(rsp_.totalMatches, 3);
-    EXPECT_EQ(rsp_.numReturned, 0);
+    EXPECT_EQ(counts(), std::pair(0, 3));
     EXPECT_THAT(platform().journal, IsEmpty()) << "past the end: no refresh";
     EXPECT_FALSE(platform().logged(3, "[%s(%d)] Query Port List end"));
 
     EXPECT_THAT(query(0, 0), IsEmpty());
-    EXPECT_EQ(rsp_.totalMatches, 3);
-    EXPECT_EQ(rsp_.numReturned, 0);
+    EXPECT_EQ(counts(), std::pair(0, 3));
     EXPECT_TRUE(platform().logged(2, "[%s(%d)] start updateHttpStatus,portsize=%d")) << "an empty page is refreshed";
     EXPECT_TRUE(platform().logged(3, "[%s(%d)] Query Port List end"));
 }

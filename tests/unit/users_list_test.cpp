@@ -1,11 +1,9 @@
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "LibraryTest.h"
 
-using namespace ZQTELMIMgrBus;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAre;
 
 namespace {
@@ -19,6 +17,8 @@ protected:
         code_ = ZQ_TELMIMgrBus_QueryUserList(users, rsp_, queryRequest(startPos, maxResults, keyWord));
         return eachOf(users, &ZQDeviceMgr::CTELMIUser::getUserName);
     }
+    // (result code, numReturned, totalMatches) of the last query.
+    std::tuple<int, int, int> outcome() const { return {code_, rsp_.numReturned, rsp_.totalMatches}; }
 
     bool endLogged() const { return platform().logged(3, "[%s(%d)] Query user List end"); }
 
@@ -32,12 +32,9 @@ TEST_F(UserListTest, RequestsOutOfBoundsAreRefusedBeforeTheStoreIsWalked) {
          {std::tuple{-1, 10, 0}, {501, 10, 0}, {0, -1, 0}, {0, 501, 0}, {0, 10, 129}}) {
         platform().logs.clear();
         query(startPos, maxResults, std::string(keyWord, 'k'));
-        EXPECT_EQ(code_, 1);
-        EXPECT_EQ(rsp_.numReturned, -7);
-        EXPECT_EQ(rsp_.totalMatches, -7);
+        EXPECT_EQ(outcome(), std::tuple(1, -7, -7));
         ASSERT_EQ(platform().logs.size(), 1u);
-        EXPECT_EQ(platform().logs[0].level, 3);
-        EXPECT_EQ(platform().logs[0].format, "[%s(%d)] Query user List start");
+        EXPECT_TRUE(platform().logged(3, "[%s(%d)] Query user List start"));
     }
     EXPECT_EQ(platform().users.size(), 1u);
 
@@ -55,30 +52,19 @@ TEST_F(UserListTest, PagesOldestFirstAfterCounting) {
     }
 
     EXPECT_THAT(query(5, 10), IsEmpty());
-    EXPECT_EQ(code_, 0);
-    EXPECT_EQ(rsp_.numReturned, 0);
-    EXPECT_EQ(rsp_.totalMatches, 5);
+    EXPECT_EQ(outcome(), std::tuple(0, 0, 5));
     EXPECT_FALSE(endLogged()) << "paging stopped before the end";
 
     EXPECT_THAT(query(3, 10), ElementsAre("fourth", "fifth"));
-    EXPECT_EQ(rsp_.numReturned, 2);
-    EXPECT_EQ(rsp_.totalMatches, 5);
+    EXPECT_EQ(outcome(), std::tuple(0, 2, 5));
     EXPECT_TRUE(endLogged());
     EXPECT_THAT(query(1, 2), ElementsAre("second", "third"));
-    EXPECT_EQ(rsp_.numReturned, 2);
-
+    EXPECT_EQ(outcome(), std::tuple(0, 2, 5));
     EXPECT_THAT(query(0, 0), IsEmpty());
-    EXPECT_EQ(rsp_.numReturned, 0);
-    EXPECT_EQ(rsp_.totalMatches, 5);
-
-    platform().users.clear();
-    EXPECT_THAT(query(0, 10), IsEmpty());
-    EXPECT_EQ(code_, 0);
-    EXPECT_EQ(rsp_.totalMatches, 0);
-    EXPECT_EQ(rsp_.numReturned, 0);
+    EXPECT_EQ(outcome(), std::tuple(0, 0, 5));
 }
 
-TEST_F(UserListTest, KeyWordSearchesNameDeviceNameAndAccessIdCaseSensitively) {
+TEST_F(UserListTest, KeyWordMatchesNameDeviceNameAndAccessIdCaseSensitively) {
     platform().addDevice("dev-t", 2, "TarnCam", "Lobby Camera");
     platform().addDevice("dev-5", 4, "Tarn5Cam", "Garage");
     platform().addDevice("dev-o", 3, "", "Roof")->tarnId = "OtherCam";
@@ -94,6 +80,15 @@ TEST_F(UserListTest, KeyWordSearchesNameDeviceNameAndAccessIdCaseSensitively) {
     EXPECT_THAT(query(0, 10, "car"), ElementsAre("carol"));
     EXPECT_THAT(query(0, 10, "o"), UnorderedElementsAre("alice", "bob", "carol"));
     EXPECT_EQ(rsp_.totalMatches, 3);
+
+    auto alice = platform().users[0];
+    EXPECT_EQ(mgr().matchKeyWord(std::shared_ptr<ZQDeviceMgr::CTELMIUser>(), "x"), 1);
+    EXPECT_EQ(mgr().matchKeyWord(alice, nullptr), 1);
+    EXPECT_EQ(mgr().matchKeyWord(alice, "bob"), -1);
+    platform().removeDevice("dev-t");
+    EXPECT_EQ(mgr().matchKeyWord(alice, "lic"), 0) << "the account's own name needs no device";
+    EXPECT_EQ(mgr().matchKeyWord(alice, "bob"), 7);
+    EXPECT_EQ(lastLog(4), "[devIndex=dev-t]ZQ_DeviceMgr_GetDevice failed.");
 }
 
 TEST_F(UserListTest, AccountsOfVanishedDevicesAreDeletedAndNotCounted) {
@@ -111,17 +106,6 @@ TEST_F(UserListTest, AccountsOfVanishedDevicesAreDeletedAndNotCounted) {
     EXPECT_THAT(query(0, 10, "lost"), IsEmpty());
     EXPECT_EQ(rsp_.totalMatches, 0);
     EXPECT_THAT(platform().users, ElementsAre(kept));
-}
-
-TEST_F(UserListTest, MatchKeyWordAnswers) {
-    auto user = platform().addUser("alice", "dev-gone");
-    EXPECT_EQ(mgr().matchKeyWord(std::shared_ptr<ZQDeviceMgr::CTELMIUser>(), "x"), 1);
-    EXPECT_EQ(mgr().matchKeyWord(user, nullptr), 1);
-    EXPECT_EQ(mgr().matchKeyWord(user, "lic"), 0) << "the account's own name needs no device";
-    EXPECT_EQ(mgr().matchKeyWord(user, "bob"), 7);
-    EXPECT_EQ(lastLog(4), "[devIndex=dev-gone]ZQ_DeviceMgr_GetDevice failed.");
-    platform().addDevice("dev-gone", 2, "CAM", "Hall");
-    EXPECT_EQ(mgr().matchKeyWord(user, "bob"), -1);
 }
 
 }  // namespace

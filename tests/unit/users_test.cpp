@@ -4,10 +4,6 @@
 
 #include "LibraryTest.h"
 
-using namespace ZQTELMIMgrBus;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-
 namespace {
 
 using AddResults = std::vector<ZQDeviceMgr::tagAddUserRet>;
@@ -59,8 +55,8 @@ TEST_F(UsersTest, AddUserAppendsOneOutcomePerInputInOrderAndGoesOnPastFailures) 
     EXPECT_THAT(codesOf(results), ElementsAre(42, kStoreRefused, 1, 0));
     EXPECT_TRUE(!results[1].user && !results[2].user && results[3].user);
     EXPECT_TRUE(platform().logged(5, "[%s(%d)] addUser failed."));
-    EXPECT_TRUE(platform().logged(2, "[%s(%d)] checkBoundDevice start"));
-    EXPECT_TRUE(platform().logged(2, "[%s(%d)] checkBoundDevice stop"));
+    EXPECT_THAT(messagesAt(2), ElementsAre("checkBoundDevice start", "checkBoundDevice stop", "checkBoundDevice start",
+                                           "checkBoundDevice stop"));
 }
 
 TEST_F(UsersTest, NamesOutsideTheRulesAreRefusedWithoutLogOrQuery) {
@@ -162,9 +158,9 @@ TEST_F(UsersTest, CheckBoundDeviceFindsTheDeviceAndTestsItsBoundStatePerProtocol
                  {4, 0, 1, 1, 0, nullptr}, {4, 0, 1, 2, 1026, "4"}, {4, 1, 1, 3, 0, nullptr}};
     for (const auto& c : cases) {
         platform().reset();
-        auto device = platform().addDevice("dev", c.protocol, "ID");
-        device->accountBound = c.accountBound;
-        device->portBound = c.portBound;
+        platform().addDevice("dev", c.protocol, "ID");
+        platform().addUser("u", c.accountBound ? "dev" : "other");
+        platform().addPort(c.portBound ? "dev" : "other", 1, 2);
         std::string index;
         EXPECT_EQ(checkBound(index, "ID", c.mode), c.expected) << int(c.protocol) << " in mode " << c.mode;
         EXPECT_EQ(index, "dev") << "set, bound or not";
@@ -180,8 +176,9 @@ TEST_F(UsersTest, CheckBoundDeviceFindsTheDeviceAndTestsItsBoundStatePerProtocol
     std::string index;
     EXPECT_EQ(checkBound(index, "SHARED", 1), 7);
 
-    platform().addDevice("dev-a", 4, "TWIN")->accountBound = 1;
-    platform().addDevice("dev-b", 4, "TWIN")->accountBound = 0;
+    platform().addDevice("dev-a", 4, "TWIN");
+    platform().addDevice("dev-b", 4, "TWIN");
+    platform().addUser("u", "dev-a");
     EXPECT_EQ(checkBound(index, "TWIN", 1), 1026);
     EXPECT_EQ(index, "dev-a");
     EXPECT_EQ(checkBound(index, "twin", 1), 7) << "the bus ignores case, the library does not";
@@ -199,15 +196,13 @@ TEST_F(UsersTest, QuickAddUserNamesAccountsAfterAccessIdsOrFails) {
 
     EXPECT_EQ(ZQ_TELMIMgrBus_QuickAddUser(results, "secret"), 0);
     EXPECT_EQ(results.size(), 4u) << "the store appends to the caller's list";
-    std::vector<std::string> made;
-    for (const auto& user : platform().users) {
-        made.push_back(user->name + "@" + user->deviceIndex + " HA1 of " + std::to_string(user->digest.size()));
-    }
-    EXPECT_THAT(made, ElementsAre("TARN@dev-t HA1 of 32", "TARN5@dev-5 HA1 of 32",
+    const auto made = [](const auto& u) {
+        return u->name + "@" + u->deviceIndex + " HA1 of " + std::to_string(u->digest.size());
+    };
+    EXPECT_THAT(eachOf(platform().users, made), ElementsAre("TARN@dev-t HA1 of 32", "TARN5@dev-5 HA1 of 32",
                                   longId.substr(0, 32) + "@dev-l HA1 of 32"));
     EXPECT_TRUE(platform().logged(4, "[%s(%d)] checkPassword failed."));
-    EXPECT_TRUE(platform().logged(2, "[%s(%d)] getQuickUserInfo start"));
-    EXPECT_TRUE(platform().logged(2, "[%s(%d)] getQuickUserInfo stop"));
+    EXPECT_THAT(messagesAt(2), ElementsAre("getQuickUserInfo start", "getQuickUserInfo stop"));
 
     platform().reset();
     results.clear();

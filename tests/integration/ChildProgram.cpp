@@ -108,15 +108,22 @@ Outcome curl(const std::string& arguments) {
     return splitStatusLast(runShell("curl -s -g --max-time 60 -w '\\n%{http_code}' " + arguments + " 2>/dev/null"));
 }
 
-Outcome pythonDigestGet(const std::string& url, const std::string& user, const std::string& password) {
+Outcome pythonDigestGet(const std::string& url, const std::string& user, const std::string& password,
+                        const std::string& againAfterSec) {
     static const char* const kScript =
-        "import sys, requests\n"
+        "import sys, time, requests\n"
         "from requests.auth import HTTPDigestAuth\n"
-        "r = requests.get(sys.argv[1], auth=HTTPDigestAuth(sys.argv[2], sys.argv[3]), timeout=60)\n"
+        "auth = HTTPDigestAuth(sys.argv[2], sys.argv[3])\n"
+        "r = requests.get(sys.argv[1], auth=auth, timeout=60)\n"
+        "if len(sys.argv) > 4:\n"
+        "    time.sleep(float(sys.argv[4]))\n"
+        "    r = requests.get(sys.argv[1], auth=auth, timeout=60)\n"
+        "    print(''.join(h.headers['WWW-Authenticate'] + '\\n' for h in r.history), end='')\n"
         "print(r.text + '\\n' + str(r.status_code), end='')\n";
     // Debian's interpreter, whose requests module the install script provides.
     return splitStatusLast(runShell("/usr/bin/python3 -c " + shellQuoted(kScript) + " " + shellQuoted(url) + " " +
-                                    shellQuoted(user) + " " + shellQuoted(password)));
+                                    shellQuoted(user) + " " + shellQuoted(password) + " " +
+                                    (againAfterSec.empty() ? "" : shellQuoted(againAfterSec))));
 }
 
 std::string ffprobe(unsigned short port) {

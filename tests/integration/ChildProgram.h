@@ -38,6 +38,9 @@ struct Outcome {
     std::string out;
     std::string err;
     Json::Value json() const;
+    // "<status> <out>" and "<status> <err>", to check a status and a text in one comparison.
+    std::string withOut() const { return std::to_string(status) + " " + out; }
+    std::string withErr() const { return std::to_string(status) + " " + err; }
 };
 
 // text as JSON; null when it is none.
@@ -55,8 +58,11 @@ Outcome runCommand(const std::string& command, const std::string& input = "");
 // curl with the given arguments (shell syntax).
 Outcome curl(const std::string& arguments);
 
-// A GET with Python requests' HTTPDigestAuth.
-Outcome pythonDigestGet(const std::string& url, const std::string& user, const std::string& password);
+// A GET with Python requests' HTTPDigestAuth. With againAfterSec, a second GET that much later,
+// which requests opens with the first one's nonce; its text is then preceded by the challenges
+// it had to answer, one a line.
+Outcome pythonDigestGet(const std::string& url, const std::string& user, const std::string& password,
+                        const std::string& againAfterSec = "");
 
 // What ffprobe finds in the stream at port after reading 25 RTP packets of it (interleaved on
 // the RTSP connection): "codec,rate,packets\n".

@@ -14,8 +14,6 @@ StandInDevice::StandInDevice(const std::string& name, unsigned short port) {
                         "text/plain");
     };
     server_.Get(".*", answer);
-    server_.Post(".*", answer);
-    server_.Put(".*", answer);
     // Stopping waits for connections kept alive, such as the one the gateway keeps to it.
     server_.set_keep_alive_timeout(1);
     EXPECT_TRUE(server_.bind_to_port("127.0.0.1", port)) << "stand-in device port " << port;
@@ -31,7 +29,6 @@ StandInDevice::~StandInDevice() {
 }
 
 GatewayRun::GatewayRun() : base_(testPortBlock(40)) {
-    EXPECT_NE(base_, 0) << "no free test ports";
     const unsigned short base = base_;
     EXPECT_TRUE(inChild(home_, [base] {
         changeSettings([base](ZQGateway::tagGatewaySettings& s) {

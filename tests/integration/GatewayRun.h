@@ -13,7 +13,7 @@
 
 namespace gwtest {
 
-// An HTTP device on 127.0.0.1:port answering every request with
+// An HTTP device on 127.0.0.1:port answering every GET with
 // "device=<name> method=<method> target=<target> credentials=<yes|no>".
 class StandInDevice {
 public:

@@ -98,13 +98,10 @@ std::string pythonDigestHeader(const std::string& user, const std::string& realm
         "u, r, p, m, uri, n, q = sys.argv[1:]\n"
         "h = lambda s: hashlib.md5(s.encode()).hexdigest()\n"
         "ha1, ha2 = h(f'{u}:{r}:{p}'), h(f'{m}:{uri}')\n"
-        "if q == '1':\n"
-        "    resp = h(f'{ha1}:{n}:00000001:0a4f113b:auth:{ha2}')\n"
-        "    print(f'Digest username=\"{u}\", realm=\"{r}\", nonce=\"{n}\", uri=\"{uri}\", qop=auth, '\n"
-        "          f'nc=00000001, cnonce=\"0a4f113b\", response=\"{resp}\", algorithm=MD5', end='')\n"
-        "else:\n"
-        "    resp = h(f'{ha1}:{n}:{ha2}')\n"
-        "    print(f'Digest username=\"{u}\", realm=\"{r}\", nonce=\"{n}\", uri=\"{uri}\", response=\"{resp}\"', end='')\n";
+        "qop, alg = (', qop=auth, nc=00000001, cnonce=\"0a4f113b\"', ', algorithm=MD5') if q == '1' else ('', '')\n"
+        "resp = h(f'{ha1}:{n}:00000001:0a4f113b:auth:{ha2}' if q == '1' else f'{ha1}:{n}:{ha2}')\n"
+        "print(f'Digest username=\"{u}\", realm=\"{r}\", nonce=\"{n}\", uri=\"{uri}\"{qop}, '\n"
+        "      f'response=\"{resp}\"{alg}', end='')\n";
     std::string command = "python3 -c " + shellQuoted(kScript);
     for (const std::string& arg : {user, realm, password, method, uri, nonce, std::string(withQop ? "1" : "0")}) {
         command += " " + shellQuoted(arg);
@@ -124,11 +121,8 @@ unsigned short testPortBlock(int count) {
     // once, even from two build trees, never draw the same block.
     constexpr int kBlock = 100;
     constexpr int kBlocks = (kTestPortsEnd - kTestPortsFirst) / kBlock;
-    if (count < 1 || count > kBlock) {
-        return 0;
-    }
     const int startBlock = (::getpid() * 37) % kBlocks;
-    for (int i = 0; i < kBlocks; ++i) {
+    for (int i = 0; i < kBlocks && count >= 1 && count <= kBlock; ++i) {
         const int first = kTestPortsFirst + ((startBlock + i) % kBlocks) * kBlock;
         const std::string lockPath = "/tmp/zqgw-test-ports-" + std::to_string(first) + ".lock";
         const int fd = ::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
@@ -147,30 +141,23 @@ unsigned short testPortBlock(int count) {
         }
         ::close(fd);
     }
+    ADD_FAILURE() << "no free test ports";
     return 0;
 }
 
 bool listening(unsigned short port) { return CheckPort(port, 1) == -1; }
 
-Listener::Listener(unsigned short port, Family family)
-    : fd_(::socket(family == Family::ipv4 ? AF_INET : AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_ANY);
-    sockaddr_in6 address6 {};
-    address6.sin6_family = AF_INET6;
-    address6.sin6_port = htons(port);
-    address6.sin6_addr = in6addr_any;
+Listener::Listener(unsigned short port, Family family) {
     const bool v4 = family == Family::ipv4;
+    const sockaddr_in address {AF_INET, htons(port), {htonl(INADDR_ANY)}, {}};
+    const sockaddr_in6 address6 {AF_INET6, htons(port), 0, in6addr_any, 0};
+    fd_ = ::socket(v4 ? AF_INET : AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0);
     int yes = 1;
     ::setsockopt(fd_, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
-    if (!v4) {
-        ::setsockopt(fd_, IPPROTO_IPV6, IPV6_V6ONLY, &yes, sizeof(yes));
-    }
-    const int bound = v4 ? ::bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof(address))
-                         : ::bind(fd_, reinterpret_cast<sockaddr*>(&address6), sizeof(address6));
-    if (bound != 0 || ::listen(fd_, 4) != 0) {
+    const bool bound = v4 ? ::bind(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0
+                          : ::setsockopt(fd_, IPPROTO_IPV6, IPV6_V6ONLY, &yes, sizeof(yes)) == 0 &&
+                                ::bind(fd_, reinterpret_cast<const sockaddr*>(&address6), sizeof(address6)) == 0;
+    if (!bound || ::listen(fd_, 4) != 0) {
         ::close(fd_);
         fd_ = -1;
     }

@@ -46,7 +46,8 @@ std::string pythonDigestHeader(const std::string& user, const std::string& realm
                                bool withQop);
 
 // The first of count (at most 100) consecutive ports in 22000-26999 on which nothing listens,
-// claimed for this process so that parallel tests never share them; 0 when none is left.
+// claimed for this process so that parallel tests never share them; 0, failing the test, when
+// none is left.
 unsigned short testPortBlock(int count);
 
 // Whether a TCP socket listens on port, whoever holds it.
@@ -60,6 +61,7 @@ public:
     explicit Listener(unsigned short port, Family family = Family::ipv4);
     ~Listener();
     bool ok() const { return fd_ >= 0; }
+    int fd() const { return fd_; }
 
 private:
     int fd_;

@@ -12,21 +12,16 @@
 #include "ZQMediaFrame.h"
 
 namespace gwtest {
-namespace {
 
-bool readExactly(int fd, char* data, size_t size) {
-    while (size > 0) {
-        ssize_t n = ::recv(fd, data, size, 0);
-        if (n <= 0) {
-            return false;
-        }
-        data += n;
-        size -= static_cast<size_t>(n);
+std::string readMediaFrame(int fd) {
+    unsigned char header[ZQGateway::kMediaFrameHeader];
+    if (::recv(fd, header, sizeof(header), MSG_WAITALL) != static_cast<ssize_t>(sizeof(header))) {
+        return "";
     }
-    return true;
+    std::string payload(ZQGateway::decodeMediaFrameLength(header), '\0');
+    const ssize_t n = ::recv(fd, payload.data(), payload.size(), MSG_WAITALL);
+    return n == static_cast<ssize_t>(payload.size()) ? payload : "";
 }
-
-}  // namespace
 
 MediaStandIn::MediaStandIn() {
     const std::string path = ZQ_Gateway_HomePath(ZQGateway::kMediaSocketPath);
@@ -63,14 +58,10 @@ void MediaStandIn::serve() {
         if (client < 0) {
             continue;
         }
-        unsigned char header[ZQGateway::kMediaFrameHeader];
-        std::string command;
-        if (readExactly(client, reinterpret_cast<char*>(header), sizeof(header))) {
-            command.resize(ZQGateway::decodeMediaFrameLength(header));
-            if (readExactly(client, command.data(), command.size())) {
-                const std::string frame = ZQGateway::encodeMediaFrame(answer(command));
-                ::send(client, frame.data(), frame.size(), MSG_NOSIGNAL);
-            }
+        const std::string command = readMediaFrame(client);
+        if (!command.empty()) {
+            const std::string frame = ZQGateway::encodeMediaFrame(answer(command));
+            ::send(client, frame.data(), frame.size(), MSG_NOSIGNAL);
         }
         ::close(client);
     }

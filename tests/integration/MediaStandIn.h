@@ -1,5 +1,6 @@
 // TEST STAND-IN for the media daemon, for the benchmarks only: answers the library's three
-// commands at once, as a healthy daemon would, whatever the ports. Tests use the real zqmediad.
+// commands at once, as a healthy daemon would, whatever the ports. Tests use the real zqmediad
+// (and the frame reader, to read its answers).
 #pragma once
 
 #include <atomic>
@@ -8,11 +9,13 @@
 
 namespace gwtest {
 
+// The payload of the next frame on a media command connection; empty when the connection ends first.
+std::string readMediaFrame(int fd);
+
 class MediaStandIn {
 public:
     MediaStandIn();
     ~MediaStandIn();
-    bool ok() const { return fd_ >= 0; }
 
 private:
     void serve();

@@ -1,35 +1,29 @@
 // The device simulator zqdevsim as a separate process: its TELMI interfaces through curl, its
 // RTSP sources through ffprobe, its command line, its registration with a real gateway, its stop.
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <fstream>
+#include <regex>
 #include <string>
 
 #include "GatewayRun.h"
 
 using namespace gwtest;
+using testing::HasSubstr;
 
 namespace {
 
 struct HttpAnswer {
-    int status = 0;
-    std::string deviceID;  // the X-Device-ID header
+    std::string head;  // the status and the X-Device-ID header: "200 SIM001"
     Json::Value body;
 };
 
 HttpAnswer http(const std::string& method, unsigned short port, const std::string& path, const std::string& body = "") {
     const Outcome reply = curl("-i -X " + method + (body.empty() ? "" : " --data-binary " + shellQuoted(body)) +
                                " http://127.0.0.1:" + std::to_string(port) + path);
-    HttpAnswer answer {reply.status, "", Json::Value()};
-    const size_t header = reply.out.find("X-Device-ID: ");
-    if (header != std::string::npos) {
-        answer.deviceID = reply.out.substr(header + 13, reply.out.find("\r\n", header) - header - 13);
-    }
-    const size_t bodyStart = reply.out.find("\r\n\r\n");
-    if (bodyStart != std::string::npos) {
-        answer.body = parseJson(reply.out.substr(bodyStart + 4));
-    }
-    return answer;
+    std::smatch parts;
+    std::regex_search(reply.out, parts, std::regex("X-Device-ID: (\\S*)[\\s\\S]*?\r\n\r\n([\\s\\S]*)"));
+    return {std::to_string(reply.status) + " " + parts.str(1), parseJson(parts.str(2))};
 }
 
 // The line the simulator prints for a device once it serves.
@@ -43,9 +37,13 @@ Outcome devsim(const std::string& arguments, const std::string& input = "") {
     return runCommand(std::string(ZQ_DEVSIM_PATH) + " " + arguments, input);
 }
 
+// Matches an Outcome's withErr() when the program exited with status, having said text.
+testing::Matcher<std::string> saysAndExits(int status, const std::string& text) {
+    return testing::AllOf(testing::StartsWith(std::to_string(status) + " "), HasSubstr(text));
+}
+
 TEST(DevsimTest, EachDeviceServesItsOwnTelmiResourcesAndRtspSource) {
     const unsigned short first = testPortBlock(4);
-    ASSERT_NE(first, 0);
     const unsigned short http1 = first, http2 = first + 1, rtsp1 = first + 2, rtsp2 = first + 3;
     Program simulator({ZQ_DEVSIM_PATH, "--count", "2", "--first-http-port", std::to_string(http1),
                        "--first-rtsp-port", std::to_string(rtsp1), "--category", "alternating"});
@@ -53,45 +51,38 @@ TEST(DevsimTest, EachDeviceServesItsOwnTelmiResourcesAndRtspSource) {
     EXPECT_EQ(simulator.readLine(), line("SIM002", "tarn5", 2, http2, rtsp2)) << "protocols alternate by default";
 
     const HttpAnswer info = http("GET", http2, "/TELMI/System/deviceInfo");
-    EXPECT_EQ(info.status, 200);
-    EXPECT_EQ(info.deviceID, "SIM002");
+    EXPECT_EQ(info.head, "200 SIM002");
     EXPECT_EQ(info.body["deviceID"], "SIM002");
     EXPECT_EQ(info.body["protocol"], "tarn5");
     EXPECT_EQ(info.body["category"], 2);
 
     const std::string color = "/TELMI/Image/channels/1/color";
-    const HttpAnswer changed = http("PUT", http2, color, R"({"brightness":70,"hue":20})");
-    EXPECT_EQ(changed.status, 200);
-    EXPECT_EQ(changed.deviceID, "SIM002");
+    EXPECT_EQ(http("PUT", http2, color, R"({"brightness":70,"hue":20})").head, "200 SIM002");
     EXPECT_EQ(http("GET", http2, color).body["brightness"], 70) << "read back";
     EXPECT_EQ(http("GET", http1, color).body["brightness"], 50) << "the other device keeps its own settings";
 
     struct Refusal {
         unsigned short port;
-        std::string path, body;
-        int status;
-        std::string message;
+        std::string path, body, head, message;
     };
     for (const Refusal& r : {
-             Refusal {http2, color, R"({"brightness":10,"contrast":170})", 400,
+             Refusal {http2, color, R"({"brightness":10,"contrast":170})", "400 SIM002",
                       "\"contrast\" must be an integer from 0 to 100"},
-             Refusal {http1, "/TELMI/Network/interfaces/1", R"({"ipAddress":"10.0.0.256"})", 400,
+             Refusal {http1, "/TELMI/Network/interfaces/1", R"({"ipAddress":"10.0.0.256"})", "400 SIM001",
                       "\"ipAddress\" must be a dotted IPv4 address such as \"192.168.1.64\""},
-             Refusal {http1, "/TELMI/System/time", R"({"timeZone":"UTC+08:00","ntp":1})", 400,
+             Refusal {http1, "/TELMI/System/time", R"({"timeZone":"UTC+08:00","ntp":1})", "400 SIM001",
                       "unknown field \"ntp\" (fields: ntpIntervalMinutes, ntpServer, timeMode, timeZone)"},
-             Refusal {http1, "/TELMI/System/time", R"({"timeZone":)", 400, ""},
-             Refusal {http1, "/TELMI/System/deviceInfo", R"({"name":"x"})", 405, ""},
+             Refusal {http1, "/TELMI/System/time", R"({"timeZone":)", "400 SIM001", "the body is not valid JSON: "},
+             Refusal {http1, "/TELMI/System/deviceInfo", R"({"name":"x"})", "405 SIM001",
+                      "/TELMI/System/deviceInfo is read-only"},
          }) {
         const HttpAnswer answer = http("PUT", r.port, r.path, r.body);
-        EXPECT_EQ(answer.status, r.status) << r.path << " " << r.body;
-        EXPECT_EQ(answer.deviceID, r.port == http1 ? "SIM001" : "SIM002") << r.path;
-        if (!r.message.empty()) {
-            EXPECT_EQ(answer.body["errorMsg"], r.message);
-        }
+        EXPECT_EQ(answer.head, r.head) << r.path << " " << r.body;
+        EXPECT_THAT(answer.body["errorMsg"].asString(), testing::StartsWith(r.message));
     }
     EXPECT_EQ(http("GET", http2, color).body["brightness"], 70) << "a refused change applies no field";
     EXPECT_EQ(http("PUT", http1, "/TELMI/System/time", R"({"timeZone":"UTC-03:30"})").body["timeZone"], "UTC-03:30");
-    EXPECT_EQ(http("GET", http1, "/TELMI/System/nothing").status, 404);
+    EXPECT_EQ(http("GET", http1, "/TELMI/System/nothing").head, "404 SIM001");
 
     EXPECT_EQ(ffprobe(rtsp1), "pcm_mulaw,8000,25\n");
     EXPECT_EQ(ffprobe(rtsp2), "pcm_mulaw,8000,25\n");
@@ -99,16 +90,15 @@ TEST(DevsimTest, EachDeviceServesItsOwnTelmiResourcesAndRtspSource) {
                        std::to_string(rtsp2)),
               "pcm_mulaw\n")
         << "a client that asks for UDP first is refused and plays over TCP";
-    const std::string options = runShell("curl -sS -i --max-time 20 -X OPTIONS rtsp://127.0.0.1:" +
-                                         std::to_string(rtsp2) + "/stream 2>&1");
-    EXPECT_NE(options.find("Public: OPTIONS, DESCRIBE, SETUP, PLAY"), std::string::npos) << options;
+    EXPECT_THAT(runShell("curl -sS -i --max-time 20 -X OPTIONS rtsp://127.0.0.1:" + std::to_string(rtsp2) +
+                         "/stream 2>&1"),
+                HasSubstr("Public: OPTIONS, DESCRIBE, SETUP, PLAY"));
 
     EXPECT_EQ(simulator.stop(), 0) << "SIGTERM stops it cleanly";
 }
 
 TEST(DevsimTest, DevicesComeFromTheCommandLineOrAFileAndBadOnesAreRefused) {
     const unsigned short first = testPortBlock(2);
-    ASSERT_NE(first, 0);
     const std::string file = ::testing::TempDir() + "devsim_devices.json";
     std::ofstream(file) << R"({"devices": [{"deviceID": "GATE-1", "name": "Gate", "protocol": "tarn5",
         "category": 2, "httpPort": )" << first << R"(, "rtspPort": )" << first + 1 << "}]}";
@@ -116,23 +106,18 @@ TEST(DevsimTest, DevicesComeFromTheCommandLineOrAFileAndBadOnesAreRefused) {
     EXPECT_EQ(simulator.readLine(), line("GATE-1", "tarn5", 2, first, first + 1));
     EXPECT_EQ(http("GET", first, "/TELMI/System/deviceInfo").body["name"], "Gate");
 
-    Outcome run = devsim("--devices " + file);
-    EXPECT_EQ(run.status, 1) << "the ports are taken by the first simulator";
-    EXPECT_NE(run.err.find("device GATE-1: RTSP port " + std::to_string(first + 1) + " cannot be listened on"),
-              std::string::npos)
-        << run.err;
+    // The ports are taken by the first simulator.
+    EXPECT_THAT(devsim("--devices " + file).withErr(),
+                saysAndExits(1, "device GATE-1: RTSP port " + std::to_string(first + 1) + " cannot be listened on"));
     EXPECT_EQ(simulator.stop(), 0);
 
-    run = devsim("--count 2 --first-http-port 39500 --first-rtsp-port 39501");
-    EXPECT_EQ(run.status, 2);
-    EXPECT_EQ(run.err, "zqdevsim: device 2 (SIM002): port 39501 is also used by device 1 (SIM001)\n");
-    run = devsim("--id-prefix ABCDEFGHIJKLMNOPQRSTUVWXYZABCD");
-    EXPECT_EQ(run.status, 2) << "31 characters at most";
-    EXPECT_NE(run.err.find("the device ID must be 1 to 31"), std::string::npos) << run.err;
+    EXPECT_EQ(devsim("--count 2 --first-http-port 39500 --first-rtsp-port 39501").withErr(),
+              "2 zqdevsim: device 2 (SIM002): port 39501 is also used by device 1 (SIM001)\n");
+    EXPECT_THAT(devsim("--id-prefix ABCDEFGHIJKLMNOPQRSTUVWXYZABCD").withErr(),  // 31 characters at most
+                saysAndExits(2, "the device ID must be 1 to 31"));
     std::ofstream(file) << R"({"devices": [{"deviceID": "A", "httpPort": 39500, "rtspPort": 39501, "port": 1}]})";
-    run = devsim("--devices " + file);
-    EXPECT_EQ(run.status, 2);
-    EXPECT_NE(run.err.find("entry 1: unknown member \"port\""), std::string::npos) << run.err;
+    EXPECT_THAT(devsim("--devices " + file).withErr(),
+                saysAndExits(2, "entry 1: unknown member \"port\""));
     EXPECT_EQ(devsim("--devices " + file + " --count 2").status, 2) << "a file or a count, not both";
 }
 
@@ -146,14 +131,10 @@ TEST(DevsimTest, RegistersItsDevicesWithTheGatewayAllOrNothingAndRemovesThemAgai
     const std::string ports = "--first-http-port " + std::to_string(first) + " --first-rtsp-port " +
                               std::to_string(first + 2);
 
-    Outcome run = devsim(registering + "--count 1 " + ports);
-    EXPECT_EQ(run.status, 2);
-    EXPECT_NE(run.err.find("no gateway admin password on standard input"), std::string::npos) << run.err;
-    run = devsim(registering + "--count 1 " + ports, "wrong-password\n");
-    EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.err.find("device SIM001 not registered: HTTP 401: the admin password was not accepted"),
-              std::string::npos)
-        << run.err;
+    EXPECT_THAT(devsim(registering + "--count 1 " + ports).withErr(),
+                saysAndExits(2, "no gateway admin password on standard input"));
+    EXPECT_THAT(devsim(registering + "--count 1 " + ports, "wrong-password\n").withErr(),
+                saysAndExits(1, "device SIM001 not registered: HTTP 401: the admin password was not accepted"));
 
     Program simulator({ZQ_DEVSIM_PATH, "--count", "2", "--first-http-port", std::to_string(first),
                        "--first-rtsp-port", std::to_string(first + 2), "--register", gateway.apiUrl(""),
@@ -180,12 +161,9 @@ TEST(DevsimTest, RegistersItsDevicesWithTheGatewayAllOrNothingAndRemovesThemAgai
     std::ofstream(file) << R"({"devices": [{"deviceID": "OK-1", "httpPort": )" << first << R"(, "rtspPort": )"
                         << first + 1 << R"(}, {"deviceID": "TAKEN-2", "httpPort": )" << first + 2
                         << R"(, "rtspPort": )" << first + 3 << "}]}";
-    run = devsim(registering + "--devices " + file + " --admin-password-file " + passwordFile);
-    EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.err.find("device TAKEN-2 not registered: HTTP 409: the device was not registered: another device "
-                           "has that access ID (code 61010)"),
-              std::string::npos)
-        << run.err;
+    EXPECT_THAT(devsim(registering + "--devices " + file + " --admin-password-file " + passwordFile).withErr(),
+                saysAndExits(1, "device TAKEN-2 not registered: HTTP 409: the device was not registered: another "
+                                "device has that access ID (code 61010)"));
     const Json::Value left = gateway.api("GET", "/api/devices").json()["devices"];
     ASSERT_EQ(left.size(), 1u) << left;
     EXPECT_EQ(left[0]["deviceIndex"].asString(), taken);

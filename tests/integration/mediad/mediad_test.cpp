@@ -18,6 +18,7 @@
 #include "ChildProgram.h"
 #include "DriverCif.h"
 #include "GatewayTestHome.h"
+#include "MediaStandIn.h"
 #include "ZQGatewayHome.h"
 #include "ZQMediaFrame.h"
 
@@ -41,19 +42,15 @@ int connectTo(const sockaddr* address, socklen_t length) {
 }
 
 int connectTcp(unsigned short port) {
-    sockaddr_in address {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return connectTo(reinterpret_cast<sockaddr*>(&address), sizeof(address));
+    const sockaddr_in address {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
+    return connectTo(reinterpret_cast<const sockaddr*>(&address), sizeof(address));
 }
 
 int connectCommandSocket(const TempHome& home) {
-    sockaddr_un address {};
-    address.sun_family = AF_UNIX;
+    sockaddr_un address {AF_UNIX, {}};
     const std::string path = home.path() + "/" + ZQGateway::kMediaSocketPath;
     std::snprintf(address.sun_path, sizeof(address.sun_path), "%s", path.c_str());
-    return connectTo(reinterpret_cast<sockaddr*>(&address), sizeof(address));
+    return connectTo(reinterpret_cast<const sockaddr*>(&address), sizeof(address));
 }
 
 // Reads until text appears, or with no text until the peer closes; what was read.
@@ -68,17 +65,6 @@ std::string readUntil(int fd, const std::string& text) {
         got.append(chunk, static_cast<size_t>(n));
     }
     return got;
-}
-
-// The payload of the next answer frame; empty when the connection ends first.
-std::string readFrame(int fd) {
-    unsigned char header[ZQGateway::kMediaFrameHeader];
-    if (::recv(fd, header, sizeof(header), MSG_WAITALL) != static_cast<ssize_t>(sizeof(header))) {
-        return "";
-    }
-    std::string payload(ZQGateway::decodeMediaFrameLength(header), '\0');
-    const ssize_t n = ::recv(fd, payload.data(), payload.size(), MSG_WAITALL);
-    return n == static_cast<ssize_t>(payload.size()) ? payload : "";
 }
 
 std::string rtspOptions(int fd, int cseq) {
@@ -108,7 +94,6 @@ Json::Value media(const std::string& method, const Json::Value& params) {
 
 Json::Value putMediaPort(const std::vector<std::tuple<std::string, unsigned short, bool>>& devices) {
     Json::Value params;
-    params["devices"] = Json::Value(Json::arrayValue);
     for (const auto& [devIndex, port, bind] : devices) {
         Json::Value device;
         device["devIndex"] = devIndex;
@@ -130,7 +115,6 @@ Json::Value refresh(const std::string& devIndex, const std::string& portNo,
 
 Json::Value portStatus(const std::vector<std::string>& devIndexes) {
     Json::Value params;
-    params["devindexCodeList"] = Json::Value(Json::arrayValue);
     for (const auto& devIndex : devIndexes) {
         params["devindexCodeList"].append(devIndex);
     }
@@ -166,7 +150,6 @@ protected:
 
 TEST_F(MediadTest, CommandsOpenReportAndCloseListeners) {
     const unsigned short first = gwtest::testPortBlock(3);
-    ASSERT_NE(first, 0);
     const unsigned short portA = first, portB = first + 1, portC = first + 2;
     inChild(home_, [&] {
         const std::string a = registerDevice(4, "CAM-A", "127.0.0.1:9");
@@ -203,11 +186,10 @@ TEST_F(MediadTest, CommandsOpenReportAndCloseListeners) {
 }
 
 TEST_F(MediadTest, RelaysRtspAndBulkDataToTheDevices) {
-    const unsigned short first = gwtest::testPortBlock(5);
-    ASSERT_NE(first, 0);
+    const unsigned short first = gwtest::testPortBlock(6);
     std::string cameraAddress;
     const auto simulator = gwtest::simulatedCamera(first, cameraAddress);
-    const unsigned short port = first + 2, unusablePort = first + 3, echoPort = first + 4;
+    const unsigned short port = first + 2, unusablePort = first + 3, echoPort = first + 4, devicePort = first + 5;
     inChild(home_, [&] {
         const std::string camera = registerDevice(4, "CAM-1", cameraAddress);
         const std::string named = registerDevice(4, "CAM-2", "rtsp://camera.example:554/stream");
@@ -229,15 +211,9 @@ TEST_F(MediadTest, RelaysRtspAndBulkDataToTheDevices) {
 
         // Far more bytes than the relay holds, both ways at once: each direction arrives whole and
         // in order, and the client's end of stream reaches the device before the device's reaches it.
-        const int device = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in address {};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof(address);
-        ASSERT_EQ(::bind(device, reinterpret_cast<sockaddr*>(&address), length), 0);
-        ASSERT_EQ(::listen(device, 1), 0);
-        ::getsockname(device, reinterpret_cast<sockaddr*>(&address), &length);
-        const std::string echo = registerDevice(4, "ECHO", "127.0.0.1:" + std::to_string(ntohs(address.sin_port)));
+        const gwtest::Listener device(devicePort);
+        ASSERT_TRUE(device.ok());
+        const std::string echo = registerDevice(4, "ECHO", "127.0.0.1:" + std::to_string(devicePort));
         ASSERT_EQ(putMediaPort({{echo, echoPort, true}}), parseJson(R"({"code":"0"})"));
 
         std::string sent(8 << 20, '\0');
@@ -253,7 +229,7 @@ TEST_F(MediadTest, RelaysRtspAndBulkDataToTheDevices) {
         std::string received;
         std::thread receiver([&] { received = readUntil(client, ""); });
 
-        const int peer = ::accept(device, nullptr, nullptr);  // the device echoes until the client's end
+        const int peer = ::accept(device.fd(), nullptr, nullptr);  // the device echoes until the client's end
         std::vector<char> chunk(100000);
         size_t echoed = 0;
         for (ssize_t n; (n = ::recv(peer, chunk.data(), chunk.size(), 0)) > 0; echoed += static_cast<size_t>(n)) {
@@ -265,47 +241,41 @@ TEST_F(MediadTest, RelaysRtspAndBulkDataToTheDevices) {
         EXPECT_EQ(echoed, sent.size());
         EXPECT_TRUE(received == sent) << "received " << received.size() << " of " << sent.size() << " bytes";
         ::close(client);
-        ::close(device);
     });
 }
 
 TEST_F(MediadTest, GarbageOnTheCommandSocketIsRefusedAndServingGoesOn) {
-    const std::vector<std::pair<std::string, std::string>> exchanges = {
-        {"not json", "statusCode"},
-        {"", "statusCode"},
-        {std::string(5000, '[') + std::string(5000, ']'), "statusCode"},
-        {R"({"method":"PutMediaPort","moduleType":"10","params":{}})", "statusCode"},
-        {R"({"method":"PutMediaPort","moduleType":10,"params":{"devices":{}}})", "statusCode"},
+    // What each command is answered with: a refusal's statusCode, PutMediaPort's per-call code, or
+    // the statusCode of a gateway request's rsp.
+    const std::vector<std::tuple<std::string, const char*, Json::Value>> exchanges = {
+        {"not json", "statusCode", 400},
+        {"", "statusCode", 400},
+        {std::string(5000, '[') + std::string(5000, ']'), "statusCode", 400},
+        {R"({"method":"PutMediaPort","moduleType":"10","params":{}})", "statusCode", 400},
+        {R"({"method":"PutMediaPort","moduleType":10,"params":{"devices":{}}})", "statusCode", 400},
         {R"({"method":"PutMediaPort","moduleType":10,"params":{"devices":[)"
-         R"({"devIndex":5,"rtspPort":"554","rtspPortBind":1}]}})",
-         "code"},
-        {R"({"method":"Reboot","moduleType":10,"params":{}})", "statusCode"},
-        {R"({"method":"GetMediaPortStatus","moduleType":10,"params":{"devindexCodeList":[1]}})", "statusCode"},
-        {R"({"method":"gatewayProtocol","moduleType":10,"params":{"method":"PUT","uri":5}})", "data"},
+         R"({"devIndex":5,"rtspPort":"554","rtspPortBind":1}]}})", "code", "1"},
+        {R"({"method":"Reboot","moduleType":10,"params":{}})", "statusCode", 405},
+        {R"({"method":"GetMediaPortStatus","moduleType":10,"params":{"devindexCodeList":[1]}})", "statusCode", 400},
+        {R"({"method":"gatewayProtocol","moduleType":10,"params":{"method":"PUT","uri":5}})", "data", 400},
     };
     const int client = connectCommandSocket(home_);
     ASSERT_GE(client, 0);
     std::string frames;
     for (const auto& exchange : exchanges) {
-        frames += ZQGateway::encodeMediaFrame(exchange.first);
+        frames += ZQGateway::encodeMediaFrame(std::get<0>(exchange));
     }
     ASSERT_EQ(::send(client, frames.data(), frames.size(), MSG_NOSIGNAL), static_cast<ssize_t>(frames.size()));
-    for (const auto& exchange : exchanges) {
-        const Json::Value answer = parseJson(readFrame(client));
-        EXPECT_TRUE(answer.isMember(exchange.second)) << exchange.first.substr(0, 80) << " -> " << answer;
-        if (exchange.second == "code") {
-            EXPECT_EQ(answer["code"], "1") << "a malformed device entry fails that device";
-        }
-        if (exchange.second == "data") {
-            EXPECT_EQ(answer["data"]["rsp"]["statusCode"], 400);
-        }
+    for (const auto& [command, member, expected] : exchanges) {
+        const Json::Value answer = parseJson(gwtest::readMediaFrame(client))[member];
+        EXPECT_EQ(answer.isObject() ? answer["rsp"]["statusCode"] : answer, expected) << command.substr(0, 80);
     }
     ::close(client);
 
     const int oversized = connectCommandSocket(home_);
     ASSERT_GE(oversized, 0);
     ::send(oversized, "\xff\xff\xff\xff{}", 6, MSG_NOSIGNAL);
-    EXPECT_EQ(parseJson(readFrame(oversized))["statusCode"], 413);
+    EXPECT_EQ(parseJson(gwtest::readMediaFrame(oversized))["statusCode"], 413);
     EXPECT_EQ(readUntil(oversized, ""), "") << "and the connection is closed";
     ::close(oversized);
 

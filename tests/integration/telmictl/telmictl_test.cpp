@@ -1,7 +1,7 @@
 // telmictl against the reference gateway (scripts/gateway.sh over a temporary home): its
 // tables, its --json output, per-item reports of batches, passwords from standard input and
 // its exit statuses.
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <fstream>
 #include <string>
@@ -9,6 +9,8 @@
 #include "GatewayRun.h"
 
 using namespace gwtest;
+using testing::HasSubstr;
+using testing::StartsWith;
 
 namespace {
 
@@ -23,10 +25,6 @@ Outcome telmictl(const std::string& arguments, const std::string& input) {
 Outcome admin(const GatewayRun& gateway, const std::string& arguments, const std::string& moreInput = "") {
     return telmictl("--gateway " + gateway.apiUrl("") + " " + arguments,
                     gateway.adminPassword() + "\n" + moreInput);
-}
-
-bool hasLine(const std::string& text, const std::string& line) {
-    return ("\n" + text).find("\n" + line + "\n") != std::string::npos;
 }
 
 std::string indexAfter(const std::string& text, const std::string& prefix) {
@@ -44,7 +42,7 @@ void addTwoDevices(GatewayRun& gateway) {
                                                 " --name 'Camera " + id + "' --telmi-address http://" + address +
                                                 " --rtsp-address rtsp://" + address);
         ASSERT_EQ(added.status, 0) << added.err;
-        EXPECT_EQ(added.out.rfind(std::string("device ") + id + " added, device index ", 0), 0u) << added.out;
+        EXPECT_THAT(added.out, StartsWith(std::string("device ") + id + " added, device index "));
     }
 }
 
@@ -55,51 +53,42 @@ TEST(Telmictl, ListsPrintTablesOrTheApisJson) {
     ASSERT_EQ(user.status, 0) << user.out << user.err;
     const std::string userIndex = indexAfter(user.out, "alice: added, user index ");
     const Outcome bound = admin(gateway, "port bind CAM002");
-    ASSERT_EQ(bound.status, 0) << bound.out << bound.err;
     const std::string httpPort = std::to_string(gateway.firstHttpPort());
-    EXPECT_EQ(bound.out.rfind("CAM002: bound to HTTP port " + httpPort + " and RTSP port ", 0), 0u) << bound.out;
+    ASSERT_THAT(bound.withOut(), StartsWith("0 CAM002: bound to HTTP port " + httpPort + " and RTSP port "))
+        << bound.err;
     const std::string portIndex = indexAfter(bound.out, ", port index ");
 
-    Outcome devices = admin(gateway, "device list");
-    EXPECT_EQ(devices.status, 0);
-    EXPECT_EQ(devices.out.rfind("DEVICE INDEX                          PROTOCOL  DEVICE ID  NAME           CATEGORY",
-                                0),
-              0u)
-        << devices.out;
-    EXPECT_NE(devices.out.find("  tarn5     CAM002     Camera CAM002  1         http://"), std::string::npos)
-        << devices.out;
-    EXPECT_TRUE(hasLine(devices.out, "2 devices")) << devices.out;
+    const Outcome devices = admin(gateway, "device list");
+    EXPECT_THAT(devices.withOut(),
+                StartsWith("0 DEVICE INDEX                          PROTOCOL  DEVICE ID  NAME           CATEGORY"));
+    EXPECT_THAT(devices.out, HasSubstr("  tarn5     CAM002     Camera CAM002  1         http://"));
+    EXPECT_THAT(devices.out, HasSubstr("\n2 devices\n"));
 
     // The user and port tables name devices by their IDs, not their 36-character indexes.
     const Outcome users = admin(gateway, "user list");
-    EXPECT_EQ(users.status, 0);
-    EXPECT_EQ(users.out.rfind("USER INDEX                            NAME   DEVICE  ADDED\n" + userIndex +
-                                  "  alice  CAM001  ",
-                              0),
-              0u)
-        << users.out;
-    EXPECT_TRUE(hasLine(users.out, "1 user")) << users.out;
+    EXPECT_THAT(users.withOut(),
+                StartsWith("0 USER INDEX                            NAME   DEVICE  ADDED\n" + userIndex +
+                           "  alice  CAM001  "));
+    EXPECT_THAT(users.out, HasSubstr("\n1 user\n"));
     const Outcome ports = admin(gateway, "port list --max 1");
-    EXPECT_NE(ports.out.find(portIndex + "  CAM002  " + httpPort + "  "), std::string::npos) << ports.out;
-    EXPECT_NE(ports.out.find("  yes             yes             "), std::string::npos) << ports.out;
+    EXPECT_THAT(ports.out, HasSubstr(portIndex + "  CAM002  " + httpPort + "  "));
+    EXPECT_THAT(ports.out, HasSubstr("  yes             yes             "));
 
     // --json prints exactly what the API answers, and nothing else.
     for (const auto& [command, route] :
          {std::pair("device list", "/api/devices"), std::pair("user list", "/api/users"),
           std::pair("port list", "/api/ports"), std::pair("telmi status", "/api/telmi")}) {
         const Outcome json = admin(gateway, std::string("--json ") + command);
-        EXPECT_EQ(json.status, 0) << command;
+        EXPECT_EQ(json.withErr(), "0 ") << command;
         EXPECT_EQ(json.json(), gateway.api("GET", route).json()) << command << ": " << json.out;
-        EXPECT_EQ(json.err, "") << command;
     }
 
     EXPECT_EQ(admin(gateway, "telmi on").out, "TELMI access is on\n");
     EXPECT_EQ(admin(gateway, "telmi status").out, "TELMI access is on\n");
     // stderr is no terminal here, so the retry shows no progress.
     const Outcome retried = admin(gateway, "port retry " + portIndex);
-    EXPECT_EQ(retried.status, 0) << retried.err;
+    EXPECT_EQ(retried.withErr(), "0 ");
     EXPECT_EQ(retried.out, "port index " + portIndex + ": HTTP listening yes, RTSP listening yes\n");
-    EXPECT_EQ(retried.err, "");
 }
 
 TEST(Telmictl, BatchesReportEveryItemAndFailWhenOneFails) {
@@ -107,17 +96,14 @@ TEST(Telmictl, BatchesReportEveryItemAndFailWhenOneFails) {
     addTwoDevices(gateway);
 
     Outcome run = admin(gateway, "user add alice=CAM001 bob=NOPE", kUserPassword + "\n");
-    EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.out.find("alice: added, user index "), std::string::npos) << run.out;
-    EXPECT_TRUE(hasLine(run.out, "bob: failed: the device is not, or no longer, attached to the gateway (code 7)"))
-        << run.out;
-    EXPECT_EQ(run.err, "telmictl: 1 of 2 failed\n");
+    EXPECT_EQ(run.withErr(), "1 telmictl: 1 of 2 failed\n");
+    EXPECT_THAT(run.out,
+                HasSubstr("\nbob: failed: the device is not, or no longer, attached to the gateway (code 7)\n"));
     const std::string userIndex = indexAfter(run.out, "alice: added, user index ");
 
     run = admin(gateway, "user del " + userIndex + " 00000000-0000-0000-0000-000000000000");
-    EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(run.out, userIndex + ": deleted\n00000000-0000-0000-0000-000000000000: failed: the device store holds "
-                                   "nothing with that index (code 61002)\n");
+    EXPECT_EQ(run.withOut(), "1 " + userIndex + ": deleted\n00000000-0000-0000-0000-000000000000: failed: the device "
+                                                "store holds nothing with that index (code 61002)\n");
 
     // --json: the API's per-item entries, still a failure.
     run = admin(gateway, "--json port bind NOPE CAM002");
@@ -129,19 +115,15 @@ TEST(Telmictl, BatchesReportEveryItemAndFailWhenOneFails) {
 
     // A refused call: the service's sentence and code, exit status 1.
     run = admin(gateway, "user mod not-an-index --name carol --device CAM001", kUserPassword + "\n");
-    EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.err.find("telmictl: HTTP 400: "), std::string::npos) << run.err;
-    EXPECT_NE(run.err.find("(code 1)\n"), std::string::npos) << run.err;
-    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.withOut(), "1 ");
+    EXPECT_THAT(run.err, testing::AllOf(StartsWith("telmictl: HTTP 400: "), testing::EndsWith("(code 1)\n")));
 
     // A weak user password is the library's verdict for that item.
     run = admin(gateway, "user add dave=CAM001", "abc\n");
-    EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.out.find("dave: failed: the password is too weak (code 257)"), std::string::npos) << run.out;
+    EXPECT_EQ(run.withOut(), "1 dave: failed: the password is too weak (code 257)\n");
 
     run = telmictl("--gateway " + gateway.apiUrl("") + " device list", "wrong-password\n");
-    EXPECT_EQ(run.status, 4);
-    EXPECT_EQ(run.err, "telmictl: HTTP 401: the admin password was not accepted\n");
+    EXPECT_EQ(run.withErr(), "4 telmictl: HTTP 401: the admin password was not accepted\n");
 }
 
 TEST(Telmictl, BadCommandLinesAndMissingInputStopBeforeAnyRequest) {
@@ -156,18 +138,14 @@ TEST(Telmictl, BadCommandLinesAndMissingInputStopBeforeAnyRequest) {
     }
     EXPECT_EQ(telmictl("--help", "").status, 0);
 
-    Outcome run = telmictl(nowhere + "telmi status", "");
-    EXPECT_EQ(run.status, 4);
-    EXPECT_EQ(run.err, "telmictl: no gateway admin password on standard input\n");
-    run = telmictl(nowhere + "user add alice=CAM001", "admin-password\n");
-    EXPECT_EQ(run.status, 2);
-    EXPECT_EQ(run.err, "telmictl: no TELMI user password on standard input\n");
-    run = telmictl(nowhere + "--admin-password-file " + dir.path() + "/none telmi status", "");
-    EXPECT_EQ(run.status, 4);
+    EXPECT_EQ(telmictl(nowhere + "telmi status", "").withErr(),
+              "4 telmictl: no gateway admin password on standard input\n");
+    EXPECT_EQ(telmictl(nowhere + "user add alice=CAM001", "admin-password\n").withErr(),
+              "2 telmictl: no TELMI user password on standard input\n");
+    EXPECT_EQ(telmictl(nowhere + "--admin-password-file " + dir.path() + "/none telmi status", "").status, 4);
     std::ofstream(dir.path() + "/admin-password") << "admin-password\n";
-    run = telmictl(nowhere + "--admin-password-file " + dir.path() + "/admin-password telmi status", "");
-    EXPECT_EQ(run.status, 3);
-    EXPECT_EQ(run.err.rfind("telmictl: the management API cannot be reached", 0), 0u) << run.err;
+    const Outcome run = telmictl(nowhere + "--admin-password-file " + dir.path() + "/admin-password telmi status", "");
+    EXPECT_THAT(run.withErr(), StartsWith("3 telmictl: the management API cannot be reached"));
 }
 
 }  // namespace

@@ -10,9 +10,10 @@
 namespace zqbase {
 
 // The gateway's private nginx, prefix <home>/nginx: nginx.conf (regenerated at every Reboot),
-// telmi-ports.conf (one server per TELMI port, included by nginx.conf), nginx.pid, logs/,
-// temp/. Each server proxies to the TELMI front end (the settings' telmiUpstream) and tells it
-// the port in "X-TELMI-Port" and the client in "X-Real-IP" and "X-Forwarded-For".
+// telmi-ports.conf (one server listening on every TELMI port, included by nginx.conf),
+// nginx.pid, logs/, temp/. The server proxies to the TELMI front end (the settings'
+// telmiUpstream) and tells it the port in "X-TELMI-Port" and the client in "X-Real-IP" and
+// "X-Forwarded-For".
 // Work is serialised within the process by a mutex and between processes by a file lock.
 class NginxOper : public ZQBase::CNginxOper {
 public:

@@ -51,6 +51,8 @@ public:
     virtual std::string getTelmiAddress() const = 0;
     virtual std::string getRtspAddress() const = 0;
     virtual std::string getAddTime() const = 0;
+    // The whole description, read in place: scans over every device copy no text.
+    virtual const tagDeviceInfo& getInfo() const = 0;
 };
 
 // A binding as the store holds it, with the listening states last written by the setters

@@ -17,26 +17,25 @@
 
 namespace {
 
-bool matches(const ZQGateway::CGatewayDevice& device, const ZQDeviceMgrBus::tagDevQueryCond& cond,
+bool matches(const ZQGateway::tagDeviceInfo& device, const ZQDeviceMgrBus::tagDevQueryCond& cond,
              const std::string& keyWord) {
-    const uint8_t protocol = device.getProtocol();
-    if (cond.devKind != 0 && (cond.devKind & protocol) == 0) {
+    if (cond.devKind != 0 && (cond.devKind & device.protocol) == 0) {
         return false;
     }
-    if (((cond.devFilter & 1) != 0 && device.getTelmiAddress().empty()) ||
-        ((cond.devFilter & 2) != 0 && device.getRtspAddress().empty())) {
+    if (((cond.devFilter & 1) != 0 && device.telmiAddress.empty()) ||
+        ((cond.devFilter & 2) != 0 && device.rtspAddress.empty())) {
         return false;
     }
     if (keyWord.empty()) {
         return true;
     }
-    switch (protocol) {
+    switch (device.protocol) {
         case 2:
-            return device.getTarnDeviceID() == keyWord;
+            return device.tarnDeviceID == keyWord;
         case 4:
-            return device.getTarn5DeviceID() == keyWord;
+            return device.tarn5DeviceID == keyWord;
         default:
-            return device.getTarnDeviceID() == keyWord || device.getTarn5DeviceID() == keyWord;
+            return device.tarnDeviceID == keyWord || device.tarn5DeviceID == keyWord;
     }
 }
 
@@ -55,7 +54,7 @@ int ZQ_DeviceMgrBus_QueryDeviceList(std::vector<std::shared_ptr<ZQDeviceMgr::CKe
     total = 0;
     count = 0;
     for (const auto& device : all) {
-        if (!matches(*device, cond, keyWord)) {
+        if (!matches(device->getInfo(), cond, keyWord)) {
             continue;
         }
         if (total++ >= cond.startIndex && count < cond.maxNum) {

@@ -107,7 +107,7 @@ int DeviceStore::checkUser(const ZQDeviceMgr::tagTELMIUser& rec, const std::stri
     if (!name || !ha1 || !deviceIndex) {
         return storeBadArgument;
     }
-    if (findIn(devices_, *deviceIndex) == devices_.end()) {
+    if (devicesByIndex_.count(*deviceIndex) == 0) {
         return storeNoDevice;
     }
     for (const auto& other : users_) {
@@ -224,15 +224,17 @@ int DeviceStore::bind(std::shared_ptr<ZQDeviceMgr::CTELMIPort>& port, const ZQDe
     if (!deviceIndex || rec.httpPort == 0 || rec.httpPort == rec.rtspPort) {
         return storeBadArgument;
     }
-    if (findIn(devices_, *deviceIndex) == devices_.end()) {
+    if (devicesByIndex_.count(*deviceIndex) == 0) {
         return storeNoDevice;
     }
     for (const auto& other : ports_) {
         if (other->getDeviceIndex() == *deviceIndex) {
             return storeDeviceHasPort;
         }
-        std::set<unsigned short> held = {other->getHttpPort(), other->getRtspPort()};
-        if (held.count(rec.httpPort) != 0 || (rec.rtspPort != 0 && held.count(rec.rtspPort) != 0)) {
+        const auto heldByOther = [&other](unsigned short port) {
+            return port == other->getHttpPort() || port == other->getRtspPort();
+        };
+        if (heldByOther(rec.httpPort) || (rec.rtspPort != 0 && heldByOther(rec.rtspPort))) {
             return storePortTaken;
         }
     }
@@ -303,10 +305,12 @@ int DeviceStore::registerDevice(std::string& deviceIndex, const tagDeviceInfo& i
     }
     // The access ID is how users and bindings name a device: two devices sharing one would make
     // every later lookup by it ambiguous.
-    const std::string& accessId = info.protocol == 4 ? info.tarn5DeviceID : info.tarnDeviceID;
+    const auto accessIdOf = [](const tagDeviceInfo& d) -> const std::string& {
+        return d.protocol == 4 ? d.tarn5DeviceID : d.tarnDeviceID;
+    };
+    const std::string& accessId = accessIdOf(info);
     for (const auto& device : devices_) {
-        const std::string existing = device->getProtocol() == 4 ? device->getTarn5DeviceID() : device->getTarnDeviceID();
-        if (!accessId.empty() && existing == accessId) {
+        if (!accessId.empty() && accessIdOf(device->getInfo()) == accessId) {
             return storeDeviceIdTaken;
         }
     }

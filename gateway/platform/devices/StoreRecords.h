@@ -90,6 +90,7 @@ public:
     std::string getTelmiAddress() const override { return info_.telmiAddress; }
     std::string getRtspAddress() const override { return info_.rtspAddress; }
     std::string getAddTime() const override { return addTime_; }
+    const ZQGateway::tagDeviceInfo& getInfo() const override { return info_; }
 
 protected:
     const std::string index_;

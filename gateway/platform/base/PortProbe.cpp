@@ -112,6 +112,36 @@ std::optional<bool> loopbackListener(int fd, uint16_t port) {
     return listening;
 }
 
+// The diagnostics socket of this thread: opening and closing one per probe cost about as much as
+// the kernel's answer to it. A socket whose answers may not have been read to their end is
+// dropped, and a forked child opens its own rather than share its parent's.
+class DiagSocket {
+public:
+    ~DiagSocket() { drop(); }
+    int get() {
+        if (fd_ >= 0 && owner_ != ::getpid()) {
+            drop();
+        }
+        if (fd_ < 0) {
+            fd_ = ::socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_SOCK_DIAG);
+            owner_ = ::getpid();
+        }
+        return fd_;
+    }
+    void drop() {
+        if (fd_ >= 0) {
+            ::close(fd_);
+            fd_ = -1;
+        }
+    }
+
+private:
+    int fd_ = -1;
+    pid_t owner_ = 0;
+};
+
+thread_local DiagSocket diagSocket;
+
 // The socket inodes among a process's descriptors when they were last listed. Reading
 // /proc/<pid>/fd costs a readlink per descriptor, and a port list asks about hundreds of ports of
 // the same nginx at once, so a listing serves the probes of the next moment. A socket found in
@@ -152,32 +182,27 @@ std::unordered_set<uint64_t> socketInodes(int pid) {
 }  // namespace
 
 std::optional<std::vector<TcpListener>> tcpListeners(uint16_t port) {
-    int fd = ::socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_SOCK_DIAG);
-    if (fd < 0) {
-        return std::nullopt;
-    }
+    const int fd = diagSocket.get();
     std::vector<TcpListener> found;
-    const bool ok = dumpListeners(fd, port, found);
-    ::close(fd);
-    if (!ok) {
+    if (fd < 0 || !dumpListeners(fd, port, found)) {
+        diagSocket.drop();
         return std::nullopt;
     }
     return found;
 }
 
 std::optional<bool> tcpListening(uint16_t port) {
-    int fd = ::socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_SOCK_DIAG);
-    if (fd < 0) {
-        return std::nullopt;
-    }
+    const int fd = diagSocket.get();
     // The lookup answers the usual case (nginx listening on every address) at the cost of a
     // hash lookup; only a port found free there is looked for in the whole table.
-    std::optional<bool> listening = loopbackListener(fd, port);
-    std::vector<TcpListener> found;
+    std::optional<bool> listening = fd < 0 ? std::nullopt : loopbackListener(fd, port);
     if (listening && !*listening) {
+        std::vector<TcpListener> found;
         listening = dumpListeners(fd, port, found) ? std::optional<bool>(!found.empty()) : std::nullopt;
     }
-    ::close(fd);
+    if (!listening) {
+        diagSocket.drop();
+    }
     return listening;
 }
 

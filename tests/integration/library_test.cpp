@@ -3,18 +3,14 @@
 // double anywhere.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstring>
-#include <fstream>
-#include <regex>
 #include <set>
 
 #include "ChildProgram.h"
 #include "GatewayTestHome.h"
 #include "ZQBase.h"
 #include "ZQGatewayDevices.h"
-#include "ZQGatewayHome.h"
 #include "ZQTELMIMgrBus.h"
 
 using gwtest::inChild;
@@ -33,11 +29,8 @@ void* library() {
 
 #define ZQ_CALL(name) (*reinterpret_cast<decltype(&name)>(dlsym(library(), #name)))
 
-const char* const kUri = "/TELMI/System/deviceInfo";
-
 void useSettings(unsigned short firstPort) {
     gwtest::changeSettings([firstPort](ZQGateway::tagGatewaySettings& s) {
-        s.nonceLifetimeSec = 2;
         s.httpPortFirst = firstPort;
         s.httpPortLast = static_cast<uint16_t>(firstPort + 9);
         s.rtspPortFirst = static_cast<uint16_t>(firstPort + 10);
@@ -45,28 +38,6 @@ void useSettings(unsigned short firstPort) {
         s.logFile = "";  // stderr, next to the test's own output
         s.logLevel = 4;
     });
-}
-
-int check(tagTelmiAuthRsp& rsp, const std::string& header, const char* lockKey) {
-    rsp = tagTelmiAuthRsp {};
-    tagTELMIAuthReq req {};
-    std::strncpy(req.lockKey, lockKey, sizeof(req.lockKey) - 1);
-    std::strncpy(req.authHeader, header.c_str(), sizeof(req.authHeader) - 1);
-    return ZQ_CALL(ZQ_TELMIMgrBus_CheckDigest)(rsp, "GET", req, ZQConfigMgr::userMode);
-}
-
-// Asks as a client that has no credentials yet and takes the nonce of the challenge.
-std::string challengeNonce() {
-    tagTelmiAuthRsp rsp;
-    EXPECT_EQ(check(rsp, "Digest realm=\"TELMI\"", "probe"), 1);
-    std::cmatch nonce;
-    EXPECT_TRUE(std::regex_search(rsp.challenge, nonce, std::regex("nonce=\"([0-9a-f]+)\""))) << rsp.challenge;
-    return nonce[1];
-}
-
-int checkAs(tagTelmiAuthRsp& rsp, const std::string& user, const std::string& password, const std::string& nonce,
-            const char* lockKey) {
-    return check(rsp, gwtest::pythonDigestHeader(user, "TELMI", password, "GET", kUri, nonce, true), lockKey);
 }
 
 std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIPort>> portList() {
@@ -79,66 +50,6 @@ std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIPort>> portList() {
 }
 
 }  // namespace
-
-TEST(LibraryOnGatewayTest, UsersDigestAndLockOutSurviveRestarts) {
-    TempHome home;
-    const unsigned short first = gwtest::testPortBlock(20);
-    inChild(home, [&] {
-        useSettings(first);
-        registerDevice(2, "T100");
-        std::vector<ZQDeviceMgr::tagAddUserRet> results;
-        std::vector<tagTELMIUserInput> users(1);  // zeroed
-        std::strcpy(users[0].userName, "alice");
-        std::strcpy(users[0].password, "Gw#Pass2024");
-        std::strcpy(users[0].deviceID, "T100");
-        ASSERT_EQ(ZQ_CALL(ZQ_TELMIMgrBus_AddUser)(results, users), 0);
-        ASSERT_EQ(results.size(), 1u);
-        EXPECT_EQ(results[0].result, 0);
-    });
-    inChild(home, [&] {
-        std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIUser>> users;
-        tagTelmiQueryRsp listed {};
-        tagTelmiQueryReq req {};
-        req.maxResults = 10;
-        ASSERT_EQ(ZQ_CALL(ZQ_TELMIMgrBus_QueryUserList)(users, listed, req), 0);
-        ASSERT_EQ(users.size(), 1u) << "the user survived the restart";
-        EXPECT_EQ(users[0]->getUserName(), "alice");
-
-        const std::string nonce = challengeNonce();
-        tagTelmiAuthRsp rsp;
-        ASSERT_EQ(checkAs(rsp, "alice", "Gw#Pass2024", nonce, "10.0.0.1"), 0);
-        const auto device =
-            ZQ_DeviceMgr_GetDevice(std::string(rsp.deviceIndex, strnlen(rsp.deviceIndex, sizeof(rsp.deviceIndex))));
-        ASSERT_NE(device, nullptr);
-        EXPECT_EQ(device->getTarnDeviceID(), "T100");
-
-        std::string forged = nonce;
-        forged[30] = forged[30] == 'a' ? 'b' : 'a';
-        EXPECT_EQ(checkAs(rsp, "alice", "Gw#Pass2024", forged, "10.0.0.9"), 1028);
-        EXPECT_EQ(rsp.leftTryNum, 6) << "a forged nonce counts as a wrong answer";
-        EXPECT_NE(std::strstr(rsp.challenge, "stale=\"FALSE\""), nullptr);
-
-        for (int i = 1; i <= 7; ++i) {
-            EXPECT_EQ(checkAs(rsp, "alice", "guess" + std::to_string(i), nonce, "10.0.0.1"), 1028);
-            EXPECT_EQ(rsp.leftTryNum, 7 - i);
-        }
-        EXPECT_EQ(checkAs(rsp, "alice", "Gw#Pass2024", nonce, "10.0.0.1"), 1028) << "locked out";
-        EXPECT_EQ(rsp.leftTryNum, 0);
-        EXPECT_GT(rsp.remainLockTime, 0);
-
-        ::sleep(4);  // past the nonce lifetime of 2 s
-        EXPECT_EQ(checkAs(rsp, "alice", "Gw#Pass2024", nonce, "10.0.0.9"), 1028);
-        EXPECT_NE(std::strstr(rsp.challenge, "stale=\"TRUE\""), nullptr) << "a stale nonce, told apart";
-        EXPECT_EQ(rsp.leftTryNum, 6) << "and not counted";
-    });
-    inChild(home, [&] {
-        tagTelmiAuthRsp rsp;
-        const std::string nonce = challengeNonce();
-        EXPECT_EQ(checkAs(rsp, "alice", "Gw#Pass2024", nonce, "10.0.0.1"), 1028) << "the lock survived a restart";
-        EXPECT_EQ(rsp.leftTryNum, 0);
-        EXPECT_EQ(checkAs(rsp, "alice", "Gw#Pass2024", nonce, "10.0.0.2"), 0);
-    });
-}
 
 // Two processes bind at once; what they bind, nginx and the media daemon serve.
 TEST(LibraryOnGatewayTest, BindingsFromTwoProcessesDriveNginxAndTheMediaRelay) {

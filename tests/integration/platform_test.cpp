@@ -270,9 +270,16 @@ TEST(DeviceStoreTest, LockOutCountsLocksExpiresAndIsBounded) {
         for (int i = 0; i < 7; ++i) {
             user->getLockNum(slot, "10.0.0.3", 1);
         }
+    });
+    inChild(home, [] {
+        std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIUser>> users;
+        ASSERT_EQ(ZQ_DeviceMgr_GetAllTELMIUser(users), 0);
+        ASSERT_EQ(users.size(), 1u);
+        int slot = 0;
+        EXPECT_GT(users[0]->getUnlockTime(slot, "10.0.0.3"), 0) << "the lock survived a restart";
         ::sleep(3);  // past the lock period
-        EXPECT_EQ(user->getUnlockTime(slot, "10.0.0.3"), 0);
-        EXPECT_EQ(user->getLockNum(slot, "10.0.0.3", 1), 1) << "counting starts again";
+        EXPECT_EQ(users[0]->getUnlockTime(slot, "10.0.0.3"), 0);
+        EXPECT_EQ(users[0]->getLockNum(slot, "10.0.0.3", 1), 1) << "counting starts again";
     });
 }
 

@@ -38,7 +38,7 @@ GatewayRun::GatewayRun() : base_(testPortBlock(40)) {
             s.httpPortLast = static_cast<uint16_t>(base + 19);
             s.rtspPortFirst = static_cast<uint16_t>(base + 20);
             s.rtspPortLast = static_cast<uint16_t>(base + 29);
-            s.nonceLifetimeSec = 1;  // so that a nonce goes stale within a test
+            s.nonceLifetimeSec = 2;  // so that a nonce goes stale within a test
         });
     }));
 }

@@ -89,9 +89,9 @@ TEST(GatewayService, TelmiRequestsReachTheirDevicesInBothModesWithStaleNoncesAnd
         EXPECT_THAT(reply.out, HasSubstr("stale=\"FALSE\""));
     }
 
-    // The second request opens with the first one's nonce, stale by then (lifetime 1 s): told
+    // The second request opens with the first one's nonce, stale by then (lifetime 2 s): told
     // apart, it is answered again with the fresh nonce unasked.
-    const Outcome aged = pythonDigestGet(url(userPort), "tarnuser", kUserPassword, "2.5");
+    const Outcome aged = pythonDigestGet(url(userPort), "tarnuser", kUserPassword, "3.5");
     EXPECT_EQ(aged.status, 200);
     EXPECT_THAT(aged.out, HasSubstr("stale=\"TRUE\""));
     EXPECT_THAT(aged.out, HasSubstr(deviceAnswer("tarn-cam").substr(4)));

@@ -1,11 +1,11 @@
 // The base library: Digest checks that really verify, password rating, nonces, ports and nginx.
+// The header text helpers and MD5 are the reference platform's own.
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 
 #include "FakePlatform.h"
 #include "base/DigestHeader.h"
-#include "base/Md5Hex.h"
 
 using fake::fakePlatform;
 using fake::lockPlatform;
@@ -50,24 +50,6 @@ int CreateNonce(char* buf, int len) {
     auto lock = lockPlatform();
     std::string nonce = "nonce" + std::to_string(++fakePlatform().noncesIssued);
     std::snprintf(buf, static_cast<size_t>(len), "%s", nonce.c_str());
-    return 0;
-}
-
-int GetMiddleString(const char* src, int srcLen, const char* begin, const char* end, char* out, int outLen) {
-    const std::string text(src, strnlen(src, static_cast<size_t>(srcLen)));
-    const size_t start = text.find(begin);
-    const size_t stop = start == std::string::npos ? start : text.find(end, start + std::strlen(begin));
-    if (stop == std::string::npos || outLen <= 0) {
-        return 0;
-    }
-    const std::string found = text.substr(start + std::strlen(begin), stop - start - std::strlen(begin));
-    std::snprintf(out, static_cast<size_t>(outLen), "%s", found.c_str());
-    return 1;
-}
-
-int mprGetMD5Hash(const unsigned char* data, int len, char* out) {
-    std::string hex = zqbase::md5Hex(data, static_cast<size_t>(len));
-    std::memcpy(out, hex.c_str(), hex.size() + 1);
     return 0;
 }
 

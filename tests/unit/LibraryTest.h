@@ -19,6 +19,7 @@ using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::StartsWith;
 
 // Fills a host record's text field; a text as long as the field leaves it without a NUL.
 template <size_t N>

@@ -98,7 +98,7 @@ TEST_F(MediaTest, ExchangeFailuresAreLoggedForTheCallerAndReleaseOnlyBuffersHand
     expectBuffersReleased(0);
     EXPECT_THAT(messagesAt(5), ElementsAre("[errMsg=media down]DriverCif_InputCmdToMediaSyn error.",
                                            "[errMsg=media down]DriverCif_InputCmdToMediaSyn error."));
-    EXPECT_THAT(platform().logs.back().text, ::testing::StartsWith("[retryMediaTELMIPort("));
+    EXPECT_THAT(platform().logs.back().text, StartsWith("[retryMediaTELMIPort("));
 
     answer("not json");
     EXPECT_EQ(mgr().notifyMediaTELMIPort({order("a", 1, 1)}), 0);

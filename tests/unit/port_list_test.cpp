@@ -90,6 +90,7 @@ TEST_F(PortListTest, KeyWordSearchesDeviceNameAndAccessIdAndBindingsOfVanishedDe
     platform().removeDevice("dev1");
     EXPECT_EQ(mgr().matchKeyWord(port, "Front"), 7);
     EXPECT_EQ(lastLog(4), "[devIndex=dev1]ZQ_DeviceMgr_GetDevice failed.");
+    EXPECT_THAT(platform().logs.back().text, StartsWith("[matchKeyWord(")) << "logged as the member's own";
 }
 
 }  // namespace

@@ -23,11 +23,8 @@ struct tagGatewaySettings {
     int lockPeriodSec = 1800;     // lock-out after the 7th wrong answer
     int logLevel = 3;             // tvlog drops lines below this level
     std::string logFile = "log/gateway.log";  // empty: stderr; relative: under the home
-    // Where nginx forwards TELMI requests: "unix:/path" or "host:port"; empty: the unix socket
-    // run/telmi-front.sock in the home.
-    std::string telmiUpstream;
-    uint16_t managementPort = 8600;  // the management service's HTTP API, on loopback
-    uint16_t telmiUserPort = 8700;   // the TELMI front end in user mode; 0: not offered
+    uint16_t managementPort = 8600;  // the management API, served by nginx on loopback
+    uint16_t telmiUserPort = 8700;   // the user-mode TELMI port, served by nginx; 0: not offered
 };
 
 // Result codes of these functions, in the configuration store's own range.

@@ -1,7 +1,9 @@
 #include "AdminDigestGuard.h"
 
 #include "ApiReply.h"
+#include "DigestAnswer.h"
 #include "DigestChallenge.h"
+#include "DigestScopeGuard.h"
 #include "ZQBase.h"
 #include "ZQConfigMgr.h"
 
@@ -23,26 +25,34 @@ bool refuse(httplib::Response& res, bool stale, const std::string& message) {
 }  // namespace
 
 bool admitAdmin(const httplib::Request& req, httplib::Response& res) {
+    const DigestScopeGuard scope(ZQGateway::managementScope());
     const std::string header = req.get_header_value("Authorization");
     if (!isDigestHeader(header)) {
         return refuse(res, false, "Digest credentials of the gateway user \"admin\" are required");
     }
-    if (digestParameter(header, "username") != kAdmin) {
-        return refuse(res, false, "only the gateway user \"admin\" may use the management API");
+    std::string answer;
+    std::string userName;
+    switch (rebuildDigestAnswer(header, req.get_header_value("X-Request-Target"), req.target, answer, userName)) {
+        case DigestAnswerFault::malformed:
+            return refuse(res, false, "the Authorization header is not a well-formed Digest answer");
+        case DigestAnswerFault::otherTarget:
+            return refuse(res, false, "the Digest uri does not name this request");
+        case DigestAnswerFault::none:
+            break;
     }
-    if (digestParameter(header, "uri") != req.target) {
-        return refuse(res, false, "the Digest uri does not name this request");
+    if (userName != kAdmin) {
+        return refuse(res, false, "only the gateway user \"admin\" may use the management API");
     }
     std::string ha1;
     const auto userCfg = ZQ_ConfigMgr_GetUserCfg();
     if (userCfg == nullptr || userCfg->getDigestHA1(ha1, kAdmin) != 0) {
         return refuse(res, false, "the gateway has no admin password yet: initialise the gateway home");
     }
-    const int verdict = ZQ_BASE_CheckDigest(req.method.c_str(), header.c_str(), ha1.c_str());
+    const int verdict = ZQ_BASE_CheckDigest(req.method.c_str(), answer.c_str(), ha1.c_str());
     if (verdict == 0) {
         return true;
     }
-    return verdict == kStaleNonce ? refuse(res, true, "the nonce has expired; answer the new challenge")
+    return verdict == kStaleNonce ? refuse(res, true, "the nonce is stale; answer the new challenge")
                                   : refuse(res, false, "wrong credentials");
 }
 

@@ -4,21 +4,22 @@
 
 #include <httplib.h>
 
+#include "ApiRouter.h"
 #include "TelmiLibrary.h"
 
 namespace gatewayd {
 
 // GET/PUT /api/telmi
-void addTelmiSwitchRoutes(httplib::Server& server, const TelmiLibrary& library);
+void addTelmiSwitchRoutes(ApiRouter& routes, const TelmiLibrary& library);
 // GET/POST /api/users, POST /api/users/quick, PUT /api/users/{userIndex}, POST /api/users/delete
-void addUserRoutes(httplib::Server& server, const TelmiLibrary& library);
+void addUserRoutes(ApiRouter& routes, const TelmiLibrary& library);
 // GET/POST /api/ports, POST /api/ports/unbind, POST /api/ports/{portIndex}/retry
-void addPortRoutes(httplib::Server& server, const TelmiLibrary& library);
+void addPortRoutes(ApiRouter& routes, const TelmiLibrary& library);
 // GET/POST /api/devices, DELETE /api/devices/{deviceIndex}
-void addDeviceRoutes(httplib::Server& server);
+void addDeviceRoutes(ApiRouter& routes);
 
 // Every route above, the admin Digest guard before each, and JSON errors for refusals,
-// unknown routes and failures.
-void installManagementApi(httplib::Server& server, const TelmiLibrary& library);
+// unknown routes, wrong methods and failures. The router must live as long as the server.
+void installManagementApi(httplib::Server& server, ApiRouter& routes, const TelmiLibrary& library);
 
 }  // namespace gatewayd

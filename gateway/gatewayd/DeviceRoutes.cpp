@@ -4,8 +4,10 @@
 #include "ApiError.h"
 #include "ApiReply.h"
 #include "ApiRoutes.h"
+#include "GatewaydLog.h"
 #include "JsonInput.h"
 #include "RecordJson.h"
+#include "ZQBase.h"
 #include "ZQGatewayDevices.h"
 
 namespace gatewayd {
@@ -30,8 +32,8 @@ std::string addressMember(const Json::Value& body, const char* name, const std::
 
 }  // namespace
 
-void addDeviceRoutes(httplib::Server& server) {
-    server.Get("/api/devices", [](const httplib::Request&, httplib::Response& res) {
+void addDeviceRoutes(ApiRouter& routes) {
+    routes.get("/api/devices", [](const httplib::Request&, httplib::Response& res) {
         std::vector<std::shared_ptr<ZQGateway::CGatewayDevice>> devices;
         if (const int code = ZQ_DeviceMgr_GetAllDevices(devices); code != 0) {
             throw ApiError::fromCode(code, "the device list cannot be read");
@@ -44,7 +46,7 @@ void addDeviceRoutes(httplib::Server& server) {
         replyJson(res, 200, body);
     });
 
-    server.Post("/api/devices", [](const httplib::Request& req, httplib::Response& res) {
+    routes.post("/api/devices", [](const httplib::Request& req, httplib::Response& res) {
         const Json::Value body = parseObject(req.body);
         ZQGateway::tagDeviceInfo info;
         const int protocol = intMember(body, "protocol", kTarn, kTarn5);
@@ -65,12 +67,16 @@ void addDeviceRoutes(httplib::Server& server) {
         if (const int code = ZQ_DeviceMgr_RegisterDevice(deviceIndex, info); code != 0) {
             throw ApiError::fromCode(code, "the device was not registered");
         }
+        // nginx reaches each device through an upstream of its own, made from the store.
+        if (ZQBase::CNginxOper::getInstance()->Reboot() == 0) {
+            GATEWAYD_LOG(4, "device %s registered, but nginx could not take its upstream", deviceIndex.c_str());
+        }
         Json::Value answer;
         answer["deviceIndex"] = deviceIndex;
         replyJson(res, 201, answer);
     });
 
-    server.Delete(R"(/api/devices/([^/]+))", [](const httplib::Request& req, httplib::Response& res) {
+    routes.del(R"(/api/devices/([^/]+))", [](const httplib::Request& req, httplib::Response& res) {
         const std::string deviceIndex = req.matches[1];
         if (deviceIndex.size() > kMaxIndex) {
             throw ApiError::badInput("a device index is at most 36 characters");

@@ -13,11 +13,12 @@
 namespace gatewayd {
 namespace {
 
-constexpr time_t kKeepAliveSec = 10;
-constexpr size_t kKeepAliveRequests = 1000;
+// nginx keeps its connections to the service for 10 s at most; the service waits longer, so
+// that nginx, not the service, closes an idle one and never sends into a closing connection.
+constexpr time_t kKeepAliveSec = 15;
+constexpr size_t kKeepAliveRequests = 1000000;
 constexpr time_t kReadTimeoutSec = 15;
 constexpr time_t kWriteTimeoutSec = 30;
-
 
 }  // namespace
 
@@ -26,9 +27,6 @@ GatewayHttpServer::GatewayHttpServer(const ServerLimits& limits) {
     new_task_queue = [threads] { return new httplib::ThreadPool(threads); };
     set_keep_alive_max_count(kKeepAliveRequests);
     set_keep_alive_timeout(kKeepAliveSec);
-    // Answers go out as head then body; without this a keep-alive client waits for its own
-    // delayed acknowledgement before the body is sent.
-    set_tcp_nodelay(true);
     set_read_timeout(kReadTimeoutSec, 0);
     set_write_timeout(kWriteTimeoutSec, 0);
     set_payload_max_length(limits.maxBody);
@@ -38,16 +36,6 @@ GatewayHttpServer::~GatewayHttpServer() {
     if (!unixPath_.empty()) {
         ::unlink(unixPath_.c_str());
     }
-}
-
-bool GatewayHttpServer::bindTcp(const std::string& host, int port, std::string& error) {
-    if (bind_to_port(host, port) || (host == "::" && bind_to_port("0.0.0.0", port))) {
-        // The library listens with a backlog of 5; many clients connecting at once need more.
-        ::listen(svr_sock_, SOMAXCONN);
-        return true;
-    }
-    error = "cannot listen on " + host + " port " + std::to_string(port) + ": " + std::strerror(errno);
-    return false;
 }
 
 bool GatewayHttpServer::bindUnix(const std::string& path, std::string& error) {

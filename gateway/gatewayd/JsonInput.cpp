@@ -38,10 +38,18 @@ const Json::Value& arrayMember(const Json::Value& object, const char* name) {
 Json::Value parseObject(const std::string& body) {
     Json::CharReaderBuilder builder;
     Json::CharReaderBuilder::strictMode(&builder.settings_);
+    builder.settings_["stackLimit"] = static_cast<int>(kMaxJsonDepth);
     const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     Json::Value root;
     std::string errors;
-    if (!reader->parse(body.data(), body.data() + body.size(), &root, &errors)) {
+    bool parsed = false;
+    try {
+        parsed = reader->parse(body.data(), body.data() + body.size(), &root, &errors);
+    } catch (const Json::Exception&) {
+        // JsonCpp throws rather than report a body nested past the stack limit.
+        throw ApiError::badInput("the body is nested deeper than " + std::to_string(kMaxJsonDepth) + " levels");
+    }
+    if (!parsed) {
         throw ApiError::badInput("the body is not valid JSON: " + errors);
     }
     if (!root.isObject()) {

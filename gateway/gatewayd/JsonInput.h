@@ -14,8 +14,11 @@ namespace gatewayd {
 
 // Most items one batch request may carry.
 constexpr size_t kMaxBatchItems = 1000;
+// Deepest nesting of arrays and objects a body may have; no route needs more than three.
+constexpr size_t kMaxJsonDepth = 16;
 
-// The request body as a JSON object (strict: no comments, no duplicate keys, nothing after it).
+// The request body as a JSON object (strict: no comments, no duplicate keys, nothing after it,
+// nested at most kMaxJsonDepth deep).
 Json::Value parseObject(const std::string& body);
 
 // A required member of type string, at most maxLength bytes.

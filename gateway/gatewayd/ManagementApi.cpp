@@ -23,15 +23,15 @@ const char* httpLayerMessage(int status) {
 
 }  // namespace
 
-void installManagementApi(httplib::Server& server, const TelmiLibrary& library) {
+void installManagementApi(httplib::Server& server, ApiRouter& routes, const TelmiLibrary& library) {
     server.set_pre_routing_handler([](const httplib::Request& req, httplib::Response& res) {
         return admitAdmin(req, res) ? httplib::Server::HandlerResponse::Unhandled
                                     : httplib::Server::HandlerResponse::Handled;
     });
-    addTelmiSwitchRoutes(server, library);
-    addUserRoutes(server, library);
-    addPortRoutes(server, library);
-    addDeviceRoutes(server);
+    addTelmiSwitchRoutes(routes, library);
+    addUserRoutes(routes, library);
+    addPortRoutes(routes, library);
+    addDeviceRoutes(routes);
 
     server.set_exception_handler([](const httplib::Request&, httplib::Response& res, std::exception_ptr failure) {
         try {
@@ -45,16 +45,22 @@ void installManagementApi(httplib::Server& server, const TelmiLibrary& library) 
         }
     });
     server.set_error_handler(httplib::Server::HandlerWithResponse(
-        [](const httplib::Request&, httplib::Response& res) {
+        [&routes](const httplib::Request& req, httplib::Response& res) {
             if (!res.body.empty()) {
                 return httplib::Server::HandlerResponse::Unhandled;
+            }
+            if (res.status == 404) {
+                if (const std::string allowed = routes.allowedMethods(req.path); !allowed.empty()) {
+                    res.status = 405;
+                    res.set_header("Allow", allowed);
+                }
             }
             replyError(res, res.status, 0, httpLayerMessage(res.status));
             return httplib::Server::HandlerResponse::Handled;
         }));
     server.set_logger([](const httplib::Request& req, const httplib::Response& res) {
         GATEWAYD_LOG(res.status < 400 || res.status == 401 ? 2 : 4, "API %s %s from %s: %d", req.method.c_str(),
-                     req.path.c_str(), req.remote_addr.c_str(), res.status);
+                     req.path.c_str(), req.get_header_value("X-Real-IP").c_str(), res.status);
     });
 }
 

@@ -14,8 +14,8 @@ constexpr size_t kMaxIndex = 36;
 
 }  // namespace
 
-void addPortRoutes(httplib::Server& server, const TelmiLibrary& library) {
-    server.Get("/api/ports", [&library](const httplib::Request& req, httplib::Response& res) {
+void addPortRoutes(ApiRouter& routes, const TelmiLibrary& library) {
+    routes.get("/api/ports", [&library](const httplib::Request& req, httplib::Response& res) {
         const ZQTELMIMgrBus::tagTelmiQueryReq page = pageRequest(req);
         std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIPort>> ports;
         ZQTELMIMgrBus::tagTelmiQueryRsp rsp {};
@@ -29,7 +29,7 @@ void addPortRoutes(httplib::Server& server, const TelmiLibrary& library) {
         replyJson(res, 200, pageJson(rsp, "ports", items));
     });
 
-    server.Post("/api/ports", [&library](const httplib::Request& req, httplib::Response& res) {
+    routes.post("/api/ports", [&library](const httplib::Request& req, httplib::Response& res) {
         const std::vector<std::string> deviceIDs = textArrayMember(parseObject(req.body), "deviceIDs", kMaxDeviceID);
         std::vector<ZQTELMIMgrBus::tagBindPortRet> rets;
         library.bindPort(rets, deviceIDs);
@@ -49,7 +49,7 @@ void addPortRoutes(httplib::Server& server, const TelmiLibrary& library) {
         replyJson(res, 200, body);
     });
 
-    server.Post("/api/ports/unbind", [&library](const httplib::Request& req, httplib::Response& res) {
+    routes.post("/api/ports/unbind", [&library](const httplib::Request& req, httplib::Response& res) {
         const std::vector<std::string> indexes = textArrayMember(parseObject(req.body), "portIndexes", kMaxIndex);
         std::vector<int> codes;
         library.unbindPort(codes, indexes);
@@ -64,7 +64,7 @@ void addPortRoutes(httplib::Server& server, const TelmiLibrary& library) {
     });
 
     // May take about 50 s when nginx is slow to listen; the answer tells the outcome.
-    server.Post(R"(/api/ports/([^/]+)/retry)", [&library](const httplib::Request& req, httplib::Response& res) {
+    routes.post(R"(/api/ports/([^/]+)/retry)", [&library](const httplib::Request& req, httplib::Response& res) {
         const std::string portIndex = req.matches[1];
         if (portIndex.size() > kMaxIndex) {
             throw ApiError::badInput("a port index is at most 36 characters");

@@ -6,13 +6,13 @@
 
 namespace gatewayd {
 
-void addTelmiSwitchRoutes(httplib::Server& server, const TelmiLibrary& library) {
-    server.Get("/api/telmi", [&library](const httplib::Request&, httplib::Response& res) {
+void addTelmiSwitchRoutes(ApiRouter& routes, const TelmiLibrary& library) {
+    routes.get("/api/telmi", [&library](const httplib::Request&, httplib::Response& res) {
         Json::Value body;
         body["enabled"] = library.getProtocolEnable();
         replyJson(res, 200, body);
     });
-    server.Put("/api/telmi", [&library](const httplib::Request& req, httplib::Response& res) {
+    routes.put("/api/telmi", [&library](const httplib::Request& req, httplib::Response& res) {
         const int enabled = intMember(parseObject(req.body), "enabled", 0, 1);
         if (const int code = library.setProtocolEnable(enabled); code != 0) {
             throw ApiError::fromCode(code, "the TELMI switch was not changed");

@@ -41,8 +41,8 @@ Json::Value addResults(const std::vector<ZQDeviceMgr::tagAddUserRet>& results) {
 
 }  // namespace
 
-void addUserRoutes(httplib::Server& server, const TelmiLibrary& library) {
-    server.Get("/api/users", [&library](const httplib::Request& req, httplib::Response& res) {
+void addUserRoutes(ApiRouter& routes, const TelmiLibrary& library) {
+    routes.get("/api/users", [&library](const httplib::Request& req, httplib::Response& res) {
         const ZQTELMIMgrBus::tagTelmiQueryReq page = pageRequest(req);
         std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIUser>> users;
         ZQTELMIMgrBus::tagTelmiQueryRsp rsp {};
@@ -56,7 +56,7 @@ void addUserRoutes(httplib::Server& server, const TelmiLibrary& library) {
         replyJson(res, 200, pageJson(rsp, "users", items));
     });
 
-    server.Post("/api/users", [&library](const httplib::Request& req, httplib::Response& res) {
+    routes.post("/api/users", [&library](const httplib::Request& req, httplib::Response& res) {
         const Json::Value body = parseObject(req.body);
         std::vector<tagTELMIUserInput> inputs;
         for (const Json::Value& item : objectArrayMember(body, "users")) {
@@ -69,7 +69,7 @@ void addUserRoutes(httplib::Server& server, const TelmiLibrary& library) {
         replyJson(res, 200, answer);
     });
 
-    server.Post("/api/users/quick", [&library](const httplib::Request& req, httplib::Response& res) {
+    routes.post("/api/users/quick", [&library](const httplib::Request& req, httplib::Response& res) {
         const std::string password = textMember(parseObject(req.body), "password", kMaxPassword);
         std::vector<ZQDeviceMgr::tagAddUserRet> results;
         if (const int code = library.quickAddUser(results, password); code != 0) {
@@ -80,7 +80,7 @@ void addUserRoutes(httplib::Server& server, const TelmiLibrary& library) {
         replyJson(res, 200, body);
     });
 
-    server.Put(R"(/api/users/([^/]+))", [&library](const httplib::Request& req, httplib::Response& res) {
+    routes.put(R"(/api/users/([^/]+))", [&library](const httplib::Request& req, httplib::Response& res) {
         const std::string userIndex = req.matches[1];
         if (userIndex.size() > kMaxIndex) {
             throw ApiError::badInput("a user index is at most 36 characters");
@@ -92,7 +92,7 @@ void addUserRoutes(httplib::Server& server, const TelmiLibrary& library) {
         replyJson(res, 200, resultEntry(0));
     });
 
-    server.Post("/api/users/delete", [&library](const httplib::Request& req, httplib::Response& res) {
+    routes.post("/api/users/delete", [&library](const httplib::Request& req, httplib::Response& res) {
         const std::vector<std::string> indexes = textArrayMember(parseObject(req.body), "userIndexes", kMaxIndex);
         std::vector<int> codes;
         library.delUser(codes, indexes);

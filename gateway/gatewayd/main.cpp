@@ -1,5 +1,5 @@
 // zqgatewayd: the reference gateway's management service, the host of libZQTELMIMgrBus.
-//   zqgatewayd [--home DIR] [--library PATH] [--listen HOST:PORT] [--foreground]
+//   zqgatewayd [--home DIR] [--library PATH] [--foreground]
 //   zqgatewayd init [--home DIR] [--password PASSWORD]
 #include <signal.h>
 #include <unistd.h>
@@ -26,30 +26,9 @@ constexpr const char* kPidFile = "run/gatewayd.pid";
 struct Options {
     std::string home;
     std::string libraryPath = ZQ_DEFAULT_LIBRARY_PATH;
-    std::string listen;
     bool foreground = false;
     std::string password;
 };
-
-// "HOST:PORT" or "[IPv6]:PORT".
-bool parseListen(const std::string& text, ServiceOptions& options) {
-    const size_t colon = text.rfind(':');
-    if (colon == std::string::npos || colon == 0 || colon + 1 == text.size() ||
-        text.find_first_not_of("0123456789", colon + 1) != std::string::npos || text.size() - colon > 6) {
-        return false;
-    }
-    std::string host = text.substr(0, colon);
-    if (host.size() > 2 && host.front() == '[' && host.back() == ']') {
-        host = host.substr(1, host.size() - 2);
-    }
-    const int port = std::stoi(text.substr(colon + 1));
-    if (port < 1 || port > 65535) {
-        return false;
-    }
-    options.apiHost = host;
-    options.apiPort = port;
-    return true;
-}
 
 int runInit(Options& options) {
     std::string error;
@@ -69,11 +48,6 @@ int runInit(Options& options) {
 }
 
 int runService(const Options& options) {
-    ServiceOptions serviceOptions;
-    if (!options.listen.empty() && !parseListen(options.listen, serviceOptions)) {
-        std::fprintf(stderr, "zqgatewayd: --listen wants HOST:PORT, not \"%s\"\n", options.listen.c_str());
-        return 2;
-    }
     // Before any thread exists: the fork, and the signal mask every thread inherits.
     std::optional<DetachedStart> detached;
     if (!options.foreground) {
@@ -93,7 +67,7 @@ int runService(const Options& options) {
         error = "the gateway home cannot be created";
     } else if (library.load(options.libraryPath, error)) {
         service.emplace(library);
-        if (!service->start(serviceOptions, error)) {
+        if (!service->start(error)) {
             service.reset();
         }
     }
@@ -123,11 +97,9 @@ int runService(const Options& options) {
 
 int main(int argc, char** argv) {
     Options options;
-    CLI::App app {"Management service of the reference gateway: the management API and the TELMI front ends."};
+    CLI::App app {"Management service of the reference gateway: the management API and the TELMI admission check."};
     app.add_option("--home", options.home, "Gateway home directory (overrides ZQ_GATEWAY_HOME)");
     app.add_option("--library", options.libraryPath, "Path of libZQTELMIMgrBus.so to load")->capture_default_str();
-    app.add_option("--listen", options.listen,
-                   "Management API address HOST:PORT (default 127.0.0.1 and the settings' managementPort)");
     app.add_flag("-f,--foreground", options.foreground, "Stay in the foreground instead of detaching");
     CLI::App* init = app.add_subcommand("init", "Give a new gateway home its admin password and print it");
     init->add_option("--password", options.password, "The admin password (default: a generated one)");

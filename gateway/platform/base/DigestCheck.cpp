@@ -1,9 +1,11 @@
 // Digest verification (RFC 7616/2617, MD5, qop "auth" or none) against this gateway's nonces.
 //
-// Results: 0 correct; -1 wrong response or malformed header; -2 a nonce of ours past its
-// lifetime with an otherwise correct response; -3 a nonce this gateway did not issue (with an
-// otherwise correct response). The response is checked before the nonce, as RFC 2617 asks, so
-// a stale verdict is only ever given to someone who knows the password.
+// Results: 0 correct; -1 wrong response or malformed header; -2 a nonce of ours that may not be
+// used for this request (past its lifetime, from another service's scope, dated in the future,
+// or this nonce count already answered) with an otherwise correct response; -3 a nonce this
+// gateway did not issue (with an otherwise correct response). The response is checked before
+// the nonce, as RFC 2617 asks, so a stale verdict is only ever given to someone who knows the
+// password, and a replayed header only ever earns a new challenge.
 #include <strings.h>
 
 #include <cstring>
@@ -48,7 +50,8 @@ int ZQ_BASE_CheckDigest(const char* method, const char* authHeader, const char* 
     if (!expected || !zqbase::digestResponsesEqual(*expected, params->at("response"))) {
         return kWrong;
     }
-    switch (zqbase::NonceKeeper::instance().verify(params->at("nonce"))) {
+    const std::string nonceCount = params->count("qop") != 0 ? params->at("nc") : std::string();
+    switch (zqbase::NonceKeeper::instance().verify(params->at("nonce"), nonceCount)) {
         case zqbase::NonceKeeper::Verdict::fresh:
             return kCorrect;
         case zqbase::NonceKeeper::Verdict::stale:

@@ -19,6 +19,19 @@ void skipSpaces(const std::string& s, size_t& i) {
     }
 }
 
+// The parameters RFC 7616 defines for a Digest answer. Any other name is refused: a reader that
+// looks for `uri="` in the raw text would find it inside "xuri", and the two must never differ.
+bool knownParameter(const std::string& name) {
+    static const char* const kNames[] = {"username", "realm",  "nonce", "uri", "response", "algorithm",
+                                         "cnonce",   "opaque", "qop",   "nc",  "userhash"};
+    for (const char* known : kNames) {
+        if (name == known) {
+            return true;
+        }
+    }
+    return false;
+}
+
 std::string lowered(std::string s) {
     for (char& c : s) {
         c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
@@ -92,7 +105,7 @@ std::optional<std::map<std::string, std::string>> parseDigestHeader(const std::s
             }
             value = header.substr(valueStart, i - valueStart);
         }
-        if (!params.emplace(name, value).second) {
+        if (!knownParameter(name) || !params.emplace(name, value).second) {
             return std::nullopt;  // a repeated parameter makes the header ambiguous
         }
         skipSpaces(header, i);

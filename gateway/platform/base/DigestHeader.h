@@ -7,7 +7,8 @@
 namespace zqbase {
 
 // The parameters of an HTTP Digest Authorization header, names lower-cased, quoted values
-// unescaped. Empty when the header is not a well-formed Digest header.
+// unescaped. Empty when the header is not a well-formed Digest header, repeats a parameter or
+// names one that RFC 7616 does not define.
 std::optional<std::map<std::string, std::string>> parseDigestHeader(const std::string& header);
 
 // The response a client must send (RFC 2617/7616, MD5): with qop "auth" over nonce, nc, cnonce

@@ -6,14 +6,13 @@
 #include <vector>
 
 #include "ZQBase.h"
+#include "base/NginxConfig.h"
 
 namespace zqbase {
 
-// The gateway's private nginx, prefix <home>/nginx: nginx.conf (regenerated at every Reboot),
-// telmi-ports.conf (one server listening on every TELMI port, included by nginx.conf),
-// nginx.pid, logs/, temp/. The server proxies to the TELMI front end (the settings'
-// telmiUpstream) and tells it the port in "X-TELMI-Port" and the client in "X-Real-IP" and
-// "X-Forwarded-For".
+// The gateway's private nginx, prefix <home>/nginx (what it serves: NginxConfig.h):
+// nginx.conf, telmi-request.conf and telmi-devices.conf (regenerated at every Reboot),
+// telmi-ports.conf (one server listening on every bound device's port), nginx.pid, logs/, temp/.
 // Work is serialised within the process by a mutex and between processes by a file lock.
 class NginxOper : public ZQBase::CNginxOper {
 public:
@@ -25,9 +24,7 @@ public:
     int getPid(std::vector<int>& pids) override;
 
 private:
-    struct Paths {
-        std::string prefix, conf, ports, pid, errorLog, lock;
-    };
+    using Paths = NginxFiles;
 
     static Paths paths();
     static std::set<int> readPorts(const Paths& p);
@@ -35,6 +32,8 @@ private:
     static bool writeMainConfig(const Paths& p);
     // The running master's pid, 0 when our nginx does not run.
     static int runningMaster(const Paths& p);
+    // Signals a running master to reload and waits until a worker of the new configuration runs.
+    static bool reload(int master);
 
     std::mutex mutex_;
 };

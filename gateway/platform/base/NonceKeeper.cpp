@@ -11,13 +11,17 @@
 #include <chrono>
 #include <cstdio>
 
+#include "ZQGatewayDigest.h"
 #include "ZQGatewayHome.h"
 
 namespace zqbase {
 namespace {
 
 constexpr size_t kSecretBytes = 32;
-constexpr int64_t kClockSkewSec = 60;
+constexpr size_t kBodyLength = 24;  // issue time and random digits
+constexpr size_t kMacBytes = 8;     // each MAC is cut to 16 hex digits
+const std::string kOursPurpose = "nonce";
+const std::string kScopePurpose = "scope:";
 
 std::string hex(const unsigned char* bytes, size_t n) {
     static const char kHex[] = "0123456789abcdef";
@@ -95,12 +99,13 @@ bool NonceKeeper::ready() {
     return loadSecret();
 }
 
-std::string NonceKeeper::mac(const std::string& text) {
+std::string NonceKeeper::mac(const std::string& purpose, const std::string& text) {
+    const std::string message = purpose + "|" + text;
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned int length = 0;
     HMAC(EVP_sha256(), secret_.data(), static_cast<int>(secret_.size()),
-         reinterpret_cast<const unsigned char*>(text.data()), text.size(), digest, &length);
-    return hex(digest, 16);
+         reinterpret_cast<const unsigned char*>(message.data()), message.size(), digest, &length);
+    return hex(digest, kMacBytes);
 }
 
 std::string NonceKeeper::create() {
@@ -111,28 +116,39 @@ std::string NonceKeeper::create() {
     char stamp[16];
     std::snprintf(stamp, sizeof(stamp), "%08x", static_cast<unsigned>(nowSeconds() & 0xffffffff));
     const std::string body = stamp + hex(random, sizeof(random));
-    return body + mac(body);
+    return body + mac(kOursPurpose, body) + mac(kScopePurpose + ZQ_Gateway_DigestScope(), body);
 }
 
-NonceKeeper::Verdict NonceKeeper::verify(const std::string& nonce) {
-    if (nonce.size() != kLength || nonce.find_first_not_of("0123456789abcdef") != std::string::npos) {
+NonceKeeper::Verdict NonceKeeper::verify(const std::string& nonce, const std::string& nonceCount) {
+    if (nonce.size() != kLength || nonce.find_first_not_of("0123456789abcdef") != std::string::npos || !ready()) {
         return Verdict::forged;
     }
-    if (!ready()) {
+    const std::string body = nonce.substr(0, kBodyLength);
+    const std::string ours = mac(kOursPurpose, body);
+    if (CRYPTO_memcmp(ours.data(), nonce.data() + kBodyLength, ours.size()) != 0) {
         return Verdict::forged;
     }
-    const std::string expected = mac(nonce.substr(0, 24));
-    if (CRYPTO_memcmp(expected.data(), nonce.data() + 24, expected.size()) != 0) {
-        return Verdict::forged;
+    const std::string scoped = mac(kScopePurpose + ZQ_Gateway_DigestScope(), body);
+    if (CRYPTO_memcmp(scoped.data(), nonce.data() + kBodyLength + ours.size(), scoped.size()) != 0) {
+        return Verdict::stale;
     }
     const int64_t issuedAt = static_cast<int64_t>(std::stoul(nonce.substr(0, 8), nullptr, 16));
     const int64_t now = nowSeconds();
-    if (issuedAt > now + kClockSkewSec) {
-        return Verdict::forged;
-    }
     ZQGateway::tagGatewaySettings settings;
     ZQ_Gateway_GetSettings(settings);
-    return now - issuedAt > settings.nonceLifetimeSec ? Verdict::stale : Verdict::fresh;
+    if (issuedAt > now || now - issuedAt > settings.nonceLifetimeSec) {
+        return Verdict::stale;
+    }
+    uint32_t count = 0;
+    if (!nonceCount.empty()) {
+        // Eight hex digits (RFC 7616); anything else cannot be told apart from a replay.
+        if (nonceCount.size() != 8 || nonceCount.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
+            return Verdict::stale;
+        }
+        count = static_cast<uint32_t>(std::stoul(nonceCount, nullptr, 16));
+    }
+    const uint64_t random = std::stoull(nonce.substr(8, 16), nullptr, 16);
+    return uses_.admit(issuedAt, random, count, now - settings.nonceLifetimeSec) ? Verdict::fresh : Verdict::stale;
 }
 
 }  // namespace zqbase

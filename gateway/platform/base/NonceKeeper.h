@@ -4,11 +4,15 @@
 #include <mutex>
 #include <string>
 
+#include "base/NonceUses.h"
+
 namespace zqbase {
 
-// Nonces of this gateway: 8 hex digits of the issue time (UTC seconds), 16 hex digits from the
-// cryptographic random source, and 32 hex digits of HMAC-SHA256 over those 24, under a secret
-// kept in the home (nonce.key, created on first use). 56 characters in all.
+// Nonces of this gateway, 56 hex digits: 8 of the issue time (UTC seconds), 16 from the
+// cryptographic random source, 16 of an HMAC-SHA256 that proves the nonce ours, and 16 of an
+// HMAC-SHA256 that binds it to the scope it was issued in (the management API, user mode, one
+// device port: see ZQGatewayDigest.h). The secret is kept in the home (nonce.key, created on
+// first use).
 class NonceKeeper {
 public:
     enum class Verdict { fresh, stale, forged };
@@ -16,21 +20,24 @@ public:
 
     static NonceKeeper& instance();
 
-    // Empty when the secret or the random source is unavailable.
+    // For the calling thread's scope; empty when the secret or the random source is unavailable.
     std::string create();
-    // forged: not of this form or not signed with our secret (or issued in the future);
-    // stale: ours, but older than the configured lifetime.
-    Verdict verify(const std::string& nonce);
+    // forged: not of this form or not signed with our secret; stale: ours, but older than the
+    // configured lifetime, dated in the future (the clock was stepped back), issued in another
+    // scope, or this nonce count was already answered (a replay, or one the book forgot).
+    // nonceCount is the header's nc, or empty when the client sent no qop.
+    Verdict verify(const std::string& nonce, const std::string& nonceCount);
 
 private:
     // Loads (or creates) the secret once. It never changes after that, so the MACs of the many
     // threads checking requests at once are computed without holding the lock.
     bool ready();
     bool loadSecret();
-    std::string mac(const std::string& text);
+    std::string mac(const std::string& purpose, const std::string& text);
 
     std::mutex mutex_;
     std::string secret_;
+    NonceUses uses_;
 };
 
 }  // namespace zqbase

@@ -44,7 +44,6 @@ ConfigContent fromJson(const Json::Value& root) {
     s.lockPeriodSec = intMember(root, "lockPeriodSec", s.lockPeriodSec, 1, INT32_MAX);
     s.logLevel = intMember(root, "logLevel", s.logLevel, INT32_MIN, INT32_MAX);
     s.logFile = textMember(root, "logFile", s.logFile);
-    s.telmiUpstream = textMember(root, "telmiUpstream", s.telmiUpstream);
     s.managementPort = static_cast<uint16_t>(intMember(root, "managementPort", s.managementPort, 1, 65535));
     s.telmiUserPort = static_cast<uint16_t>(intMember(root, "telmiUserPort", s.telmiUserPort, 0, 65535));
     const Json::Value& users = root["users"];
@@ -73,7 +72,6 @@ Json::Value toJson(const ConfigContent& c) {
     root["lockPeriodSec"] = s.lockPeriodSec;
     root["logLevel"] = s.logLevel;
     root["logFile"] = s.logFile;
-    root["telmiUpstream"] = s.telmiUpstream;
     root["managementPort"] = s.managementPort;
     root["telmiUserPort"] = s.telmiUserPort;
     root["users"] = Json::Value(Json::objectValue);

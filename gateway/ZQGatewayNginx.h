@@ -1,0 +1,25 @@
+// Reference gateway: how the host service and the gateway's nginx meet (libZQBase). Only the
+// reference gateway's programs and tests use this header.
+//
+// nginx serves every TELMI port and the management API's port. For each TELMI request it asks
+// the host over kTelmiAdmissionSocket whether the request may pass, and proxies it to the
+// upstream the host names (one per device, regenerated from the device store at every Reboot
+// of CNginxOper); API requests go to the host over kManagementSocket.
+#pragma once
+
+#include <string>
+
+namespace ZQGateway {
+
+constexpr const char* kTelmiAdmissionSocket = "run/telmi-admission.sock";
+constexpr const char* kManagementSocket = "run/api.sock";
+
+}  // namespace ZQGateway
+
+// nginx's name for the upstream of the device with this index.
+std::string ZQ_Gateway_DeviceUpstream(const std::string& deviceIndex);
+
+// "host:port" as nginx dials a device's TELMI address ("http://HOST[:PORT][/...]", HOST a
+// numeric IPv4 address, a bracketed IPv6 one or "localhost"; port 80 by default); empty when
+// the address is none of these. Names are never resolved: a slow resolver would stall nginx.
+std::string ZQ_Gateway_TelmiHostPort(const std::string& telmiAddress);

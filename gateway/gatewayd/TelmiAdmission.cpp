@@ -1,0 +1,163 @@
+#include "TelmiAdmission.h"
+
+#include <cstring>
+#include <memory>
+
+#include "DigestAnswer.h"
+#include "DigestChallenge.h"
+#include "DigestScopeGuard.h"
+#include "GatewaydLog.h"
+#include "JsonInput.h"
+#include "LockKey.h"
+#include "ZQBase.h"
+#include "ZQGatewayDevices.h"
+#include "ZQGatewayNginx.h"
+
+namespace gatewayd {
+namespace {
+
+using ZQTELMIMgrBus::tagTELMIAuthReq;
+using ZQTELMIMgrBus::tagTelmiAuthRsp;
+
+constexpr int kDigestFailed = 1028;
+constexpr int kBadArgument = 1;
+constexpr int kNotFound = 274;
+// An HA1 no account has: an unknown user name costs the same hashing as a wrong password, so
+// the time of an answer tells nothing about which names exist.
+constexpr const char* kNoAccountHA1 = "00000000000000000000000000000000";
+
+// Where one TELMI request came from, as nginx saw it.
+struct Arrival {
+    ZQConfigMgr::TELMIMode mode;
+    uint16_t httpPort;  // the gateway port it came to
+    std::string client;
+    std::string method;
+    std::string target;
+};
+
+void refuse(httplib::Response& res, int status, const std::string& message, const std::string& challenge = "") {
+    res.status = status;
+    res.set_header("X-TELMI-Status", std::to_string(status));
+    res.set_header("X-TELMI-Message", message);
+    if (!challenge.empty()) {
+        res.set_header("WWW-Authenticate", challenge);
+    }
+}
+
+void admit(httplib::Response& res, const std::string& deviceIndex) {
+    const auto device = std::dynamic_pointer_cast<ZQGateway::CGatewayDevice>(ZQ_DeviceMgr_GetDevice(deviceIndex));
+    if (device == nullptr) {
+        refuse(res, 404, "the device is no longer attached to the gateway");
+        return;
+    }
+    const std::string hostPort = ZQ_Gateway_TelmiHostPort(device->getTelmiAddress());
+    if (hostPort.empty()) {
+        refuse(res, 502, "the device has no usable TELMI address");
+        return;
+    }
+    res.status = 204;
+    res.set_header("X-TELMI-Upstream", ZQ_Gateway_DeviceUpstream(deviceIndex));
+    res.set_header("X-TELMI-Device-Host", hostPort);
+}
+
+std::string refusalMessage(const tagTelmiAuthRsp& rsp) {
+    if (rsp.leftTryNum <= 0) {
+        // The time is the one read before this attempt: 0 when this very attempt locked.
+        return rsp.remainLockTime > 0 ? "too many failed attempts: locked out for " +
+                                            std::to_string(rsp.remainLockTime) + " more seconds"
+                                      : std::string("too many failed attempts: locked out");
+    }
+    return "authentication required; " + std::to_string(rsp.leftTryNum) +
+           (rsp.leftTryNum == 1 ? " attempt" : " attempts") + " left before lock-out";
+}
+
+void checkCredentials(const TelmiLibrary& library, const Arrival& arrival, const httplib::Request& req,
+                      httplib::Response& res) {
+    if (library.getProtocolEnable() == 0) {
+        refuse(res, 403, "TELMI access is switched off on this gateway");
+        return;
+    }
+    const std::string lockKey = lockKeyFor(arrival.client);
+    if (lockKey.empty()) {
+        refuse(res, 400, "the client's address cannot be read");
+        return;
+    }
+    // A browser opens a page with several requests at once before it has credentials; those
+    // are challenged here so that none counts as a failed attempt.
+    const std::string authorization = req.get_header_value("Authorization");
+    if (!isDigestHeader(authorization)) {
+        refuse(res, 401, "authentication required", digestChallenge(false));
+        return;
+    }
+    std::string answer;
+    std::string userName;
+    const DigestAnswerFault fault =
+        rebuildDigestAnswer(authorization, req.get_header_value("X-TELMI-Target"), arrival.target, answer, userName);
+    tagTELMIAuthReq authReq {};
+    if (fault == DigestAnswerFault::otherTarget) {
+        GATEWAYD_LOG(4, "TELMI request from %s refused: its Digest answer names another target", lockKey.c_str());
+        refuse(res, 400, "the Digest uri does not name this request");
+        return;
+    }
+    if (fault == DigestAnswerFault::malformed || answer.size() >= sizeof(authReq.authHeader)) {
+        GATEWAYD_LOG(4, "TELMI request from %s refused: malformed Digest answer", lockKey.c_str());
+        refuse(res, 400, "the Authorization header is not a well-formed Digest answer");
+        return;
+    }
+    authReq.httpPort = arrival.httpPort;
+    copyToField(authReq.lockKey, lockKey);
+    copyToField(authReq.authHeader, answer);
+    tagTelmiAuthRsp rsp {};
+    const int code = library.checkDigest(rsp, arrival.method, authReq, arrival.mode);
+    const std::string challengeText(rsp.challenge, ::strnlen(rsp.challenge, sizeof(rsp.challenge)));
+    if (code == 0) {
+        admit(res, std::string(rsp.deviceIndex, ::strnlen(rsp.deviceIndex, sizeof(rsp.deviceIndex))));
+    } else if (code == kDigestFailed) {
+        refuse(res, 401, refusalMessage(rsp), challengeText);
+        if (rsp.leftTryNum <= 0) {
+            GATEWAYD_LOG(4, "TELMI requester %s is locked out (%d s left)", lockKey.c_str(), rsp.remainLockTime);
+        }
+    } else if (code == kBadArgument && !challengeText.empty()) {
+        refuse(res, 401, "authentication required: the credentials name no user", challengeText);
+    } else if (code == kNotFound && arrival.mode == ZQConfigMgr::userMode) {
+        // An unknown user name is answered like a wrong password, so names cannot be probed.
+        ZQ_BASE_CheckDigest(arrival.method.c_str(), answer.c_str(), kNoAccountHA1);
+        refuse(res, 401, "authentication required", digestChallenge(false));
+    } else if (code == kNotFound) {
+        refuse(res, 404, "no device is bound to gateway port " + std::to_string(arrival.httpPort));
+    } else {
+        GATEWAYD_LOG(5, "TELMI Digest check failed with code %d", code);
+        refuse(res, 500, "the gateway cannot check credentials (code " + std::to_string(code) + ")");
+    }
+}
+
+// X-TELMI-Port as nginx writes it: a decimal port; 0 when missing or malformed.
+uint16_t decimalPort(const std::string& text) {
+    if (text.empty() || text.size() > 5 || text.find_first_not_of("0123456789") != std::string::npos) {
+        return 0;
+    }
+    const int port = std::stoi(text);
+    return port <= 65535 ? static_cast<uint16_t>(port) : 0;
+}
+
+}  // namespace
+
+void installTelmiAdmission(httplib::Server& server, const TelmiLibrary& library) {
+    server.Get(".*", [&library](const httplib::Request& req, httplib::Response& res) {
+        const std::string mode = req.get_header_value("X-TELMI-Mode");
+        Arrival arrival {mode == "port" ? ZQConfigMgr::portMode : ZQConfigMgr::userMode,
+                         decimalPort(req.get_header_value("X-TELMI-Port")), req.get_header_value("X-TELMI-Client"),
+                         req.get_header_value("X-TELMI-Method"), req.target};
+        if ((mode != "user" && mode != "port") || arrival.httpPort == 0 || arrival.method.empty() ||
+            arrival.target.empty()) {
+            refuse(res, 400, "the request did not come through one of the gateway's TELMI ports");
+            return;
+        }
+        const DigestScopeGuard scope(arrival.mode == ZQConfigMgr::portMode
+                                         ? ZQGateway::portModeScope(arrival.httpPort)
+                                         : ZQGateway::userModeScope());
+        checkCredentials(library, arrival, req, res);
+    });
+}
+
+}  // namespace gatewayd

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <utility>
+
+namespace zqbase {
+
+// Which nonce counts of which nonces were already answered, so that a captured header cannot
+// be sent again. One client's parallel connections answer the same nonce with counts that
+// arrive out of order, so each nonce keeps a window of the last kWindow counts below the
+// highest one. Memory is bounded: at most kCapacity nonces are remembered; beyond that the
+// earliest-issued are forgotten, and any nonce issued no later than a forgotten one is refused
+// from then on (its client is told the nonce is stale and simply answers a new one).
+class NonceUses {
+public:
+    static constexpr size_t kCapacity = 32768;
+    static constexpr uint32_t kWindow = 64;
+
+    // True, and the use recorded, when count was never answered for this nonce. A nonce without
+    // qop has no count (0) and is good for one request. Entries issued before oldestLive are
+    // dropped first: such nonces are stale whatever this book says.
+    bool admit(int64_t issuedAt, uint64_t random, uint32_t count, int64_t oldestLive);
+
+private:
+    struct Seen {
+        uint32_t highest = 0;
+        uint64_t window = 0;  // bit i: count highest - i was answered
+    };
+    using Key = std::pair<int64_t, uint64_t>;  // issue time first: the map is the eviction order
+
+    void forgetBefore(int64_t issuedAt);
+    void forgetEarliest();
+
+    std::mutex mutex_;
+    std::map<Key, Seen> seen_;
+    int64_t forgottenUpTo_ = INT64_MIN;
+};
+
+}  // namespace zqbase

@@ -70,7 +70,10 @@ ApiAnswer ManagementClient::get(const std::string& path, const httplib::Params& 
 }
 
 ApiAnswer ManagementClient::post(const std::string& path, const Json::Value& body) {
-    return toAnswer(body.isNull() ? client_.Post(path) : client_.Post(path, compactJson(body), "application/json"));
+    // Always a body: cpp-httplib's Digest retry of a bodiless POST repeats its Content-Length
+    // header, which nginx rightly refuses.
+    const Json::Value sent = body.isNull() ? Json::Value(Json::objectValue) : body;
+    return toAnswer(client_.Post(path, compactJson(sent), "application/json"));
 }
 
 ApiAnswer ManagementClient::put(const std::string& path, const Json::Value& body) {

@@ -30,7 +30,7 @@ public:
     ManagementClient(const std::string& url, const std::string& adminPassword, time_t readSeconds);
 
     ApiAnswer get(const std::string& path, const httplib::Params& query = {});
-    // A null body sends an empty one.
+    // A null body sends an empty JSON object.
     ApiAnswer post(const std::string& path, const Json::Value& body = Json::Value());
     ApiAnswer put(const std::string& path, const Json::Value& body);
     ApiAnswer remove(const std::string& path);

@@ -10,7 +10,8 @@
 
 namespace gwtest {
 
-// A temporary gateway home, removed (with any nginx running from it stopped) at the end.
+// A temporary gateway home, removed (with any nginx running from it stopped) at the end. Its
+// management port is claimed for the test, and it has no user-mode port.
 class TempHome {
 public:
     TempHome();

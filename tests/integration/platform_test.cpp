@@ -13,6 +13,8 @@
 #include "ChildProgram.h"
 #include "GatewayTestHome.h"
 #include "ZQBase.h"
+#include "ZQGatewayDigest.h"
+#include "base/NonceUses.h"
 #include "ZQConfigMgr.h"
 #include "ZQDeviceMgrBus.h"
 #include "ZQGatewayDevices.h"
@@ -69,8 +71,19 @@ TEST(DigestTest, IndependentHeadersPassAndForgedAndStaleNoncesAreToldApart) {
         EXPECT_EQ(ZQ_BASE_CheckDigest("GET", header(nonce, "wrong", true).c_str(), ha1.c_str()), -1);
 
         std::string forged = nonce;
-        forged[40] = forged[40] == 'a' ? 'b' : 'a';  // inside the MAC
+        forged[30] = forged[30] == 'a' ? 'b' : 'a';  // inside the MAC that proves it ours
         EXPECT_EQ(ZQ_BASE_CheckDigest("GET", header(forged, "Gw#Pass2024", true).c_str(), ha1.c_str()), -3);
+        // The same answer again is a replay; a nonce of another service's scope is stale too, so
+        // that an honest client of the wrong scope simply answers a fresh challenge.
+        EXPECT_EQ(ZQ_BASE_CheckDigest("GET", header(nonce, "Gw#Pass2024", true).c_str(), ha1.c_str()), -2);
+        ZQ_Gateway_SetDigestScope(ZQGateway::portModeScope(20001));
+        char portNonce[64] = {};
+        ASSERT_EQ(CreateNonce(portNonce, sizeof(portNonce)), 0);
+        ZQ_Gateway_SetDigestScope(ZQGateway::portModeScope(20002));
+        EXPECT_EQ(ZQ_BASE_CheckDigest("GET", header(portNonce, "Gw#Pass2024", true).c_str(), ha1.c_str()), -2);
+        ZQ_Gateway_SetDigestScope(ZQGateway::portModeScope(20001));
+        EXPECT_EQ(ZQ_BASE_CheckDigest("GET", header(portNonce, "Gw#Pass2024", true).c_str(), ha1.c_str()), 0);
+        ZQ_Gateway_SetDigestScope("");
         std::string reissued = nonce;
         reissued[7] = reissued[7] == '0' ? '1' : '0';  // a changed issue time breaks the MAC too
         EXPECT_EQ(ZQ_BASE_CheckDigest("GET", header(reissued, "Gw#Pass2024", true).c_str(), ha1.c_str()), -3);
@@ -91,6 +104,30 @@ TEST(DigestTest, IndependentHeadersPassAndForgedAndStaleNoncesAreToldApart) {
             EXPECT_EQ(ZQ_BASE_CheckDigest("GET", malformed.c_str(), ha1.c_str()), -1) << malformed.substr(0, 80);
         }
     });
+}
+
+TEST(DigestTest, NonceCountsAreAnsweredOnceInAnyOrderWithinABoundedBook) {
+    zqbase::NonceUses book;
+    const int64_t t = 1000;
+    EXPECT_TRUE(book.admit(t, 1, 5, 0));
+    EXPECT_TRUE(book.admit(t, 1, 3, 0)) << "parallel connections deliver counts out of order";
+    EXPECT_FALSE(book.admit(t, 1, 3, 0));
+    EXPECT_FALSE(book.admit(t, 1, 5, 0));
+    EXPECT_TRUE(book.admit(t, 1, 5 + 63, 0));
+    EXPECT_TRUE(book.admit(t, 1, 6, 0)) << "the oldest count the window still holds";
+    EXPECT_FALSE(book.admit(t, 1, 4, 0)) << "below the window: cannot be told from a replay";
+    EXPECT_TRUE(book.admit(t, 2, 0, 0));
+    EXPECT_FALSE(book.admit(t, 2, 0, 0)) << "a nonce without qop serves one request";
+
+    // Full: the earliest-issued nonce is forgotten, and with it every nonce issued no later.
+    for (uint64_t r = 0; book.admit(t + 1, 100 + r, 1, 0) && r < zqbase::NonceUses::kCapacity; ++r) {
+    }
+    EXPECT_FALSE(book.admit(t, 1, 70, 0)) << "forgotten: refused, never admitted afresh";
+    EXPECT_FALSE(book.admit(t, 3, 1, 0));
+    EXPECT_TRUE(book.admit(t + 2, 1, 1, 0));
+    // Nonces past their lifetime are dropped first, without the capacity running out.
+    EXPECT_FALSE(book.admit(t + 1, 7, 1, t + 2));
+    EXPECT_TRUE(book.admit(t + 3, 7, 1, t + 2));
 }
 
 TEST(TextHelpersTest, MiddleStringAndPasswordRating) {

@@ -55,6 +55,10 @@ std::string nginxMainConfig(const NginxFiles& files, const NginxServices& servic
         " max_conns=96;\n        zone telmi_auth 64k;\n        keepalive 32;\n        keepalive_timeout 10s;\n    }\n"
         "    upstream gateway_api {\n        server unix:" + files.apiSocket +
         " max_conns=32;\n        zone gateway_api 64k;\n        keepalive 4;\n        keepalive_timeout 10s;\n    }\n"
+        // A request without a body reaches the API with "Content-Length: 0": without a length
+        // the host's HTTP layer would wait for the connection to close.
+        "    map \"$http_content_length|$http_transfer_encoding\" $api_request_length {\n"
+        "        \"|\" 0;\n        default $proxy_internal_body_length;\n    }\n"
         "    include " + files.devices + ";\n"
         "    server {\n"
         "        listen 127.0.0.1:" + std::to_string(services.managementPort) + ";\n"
@@ -65,6 +69,7 @@ std::string nginxMainConfig(const NginxFiles& files, const NginxServices& servic
         "            proxy_set_header Connection \"\";\n"
         "            proxy_set_header X-Real-IP $remote_addr;\n"
         "            proxy_set_header X-Request-Target $request_uri;\n"
+        "            proxy_set_header Content-Length $api_request_length;\n"
         // A bind retry waits up to about 50 s for nginx.
         "            proxy_read_timeout 120s;\n"
         "        }\n"

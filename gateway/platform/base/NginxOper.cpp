@@ -10,6 +10,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <fstream>
@@ -104,12 +105,13 @@ NginxOper::Paths NginxOper::paths() {
 }
 
 std::set<int> NginxOper::readPorts(const Paths& p) {
+    // "listen PORT;" lines; their "listen [::]:PORT;" twins name the same ports.
     std::set<int> ports;
     std::istringstream lines(readFile(p.ports));
-    std::string word;
-    while (lines >> word) {
+    std::string line;
+    while (std::getline(lines, line)) {
         int port = 0;
-        if (word == "listen" && lines >> port) {
+        if (std::sscanf(line.c_str(), " listen %d;", &port) == 1) {
             ports.insert(port);
         }
     }

@@ -3,65 +3,14 @@
 // the clients; stand-in devices answer the forwarded TELMI requests.
 #include <gmock/gmock.h>
 
-#include <optional>
 #include <string>
 
-#include "GatewayRun.h"
+#include "GatewayScenario.h"
 
 using namespace gwtest;
 using testing::HasSubstr;
 
 namespace {
-
-const std::string kUserPassword = "Cam3ra!Pass";
-const char* const kUri = "/TELMI/System/deviceInfo?format=json";
-
-std::string url(unsigned short port) { return "http://127.0.0.1:" + std::to_string(port) + kUri; }
-
-Outcome digestCurl(unsigned short port, const std::string& user, const std::string& password) {
-    return curl("--digest -u " + shellQuoted(user + ":" + password) + " " + shellQuoted(url(port)));
-}
-
-// The first item of a batch call's results, which must have succeeded.
-Json::Value firstResult(const Outcome& reply) {
-    EXPECT_EQ(reply.status, 200) << reply.out;
-    EXPECT_EQ(reply.json()["results"][0]["code"].asInt(), 0) << reply.out;
-    return reply.json()["results"][0];
-}
-
-void addUser(const GatewayRun& gateway, const std::string& name, const std::string& deviceID) {
-    firstResult(gateway.api("POST", "/api/users", "{\"users\":[{\"userName\":\"" + name + "\",\"password\":\"" +
-                                                      kUserPassword + "\",\"deviceID\":\"" + deviceID + "\"}]}"));
-}
-
-void switchTelmi(const GatewayRun& gateway, int enabled) {
-    const Outcome reply = gateway.api("PUT", "/api/telmi", "{\"enabled\":" + std::to_string(enabled) + "}");
-    ASSERT_EQ(reply.withOut(), "200 {\"enabled\":" + std::to_string(enabled) + "}\n");
-}
-
-// What a stand-in device answers a forwarded request, with status 200.
-std::string deviceAnswer(const std::string& device) {
-    return "200 device=" + device + " method=GET target=" + kUri + " credentials=no";
-}
-
-// A Tarn device with a TELMI user and a Tarn5 device with a port binding, switch on.
-struct TwoDevices {
-    explicit TwoDevices(GatewayRun& gateway)
-        : tarn("tarn-cam", gateway.freePort(0)) {
-        tarn5.emplace("tarn5-cam", gateway.freePort(1));
-        gateway.start();
-        gateway.registerDevice(2, "TARN0001", gateway.freePort(0));
-        tarn5Index = gateway.registerDevice(4, "TARN50001", gateway.freePort(1));
-        addUser(gateway, "tarnuser", "TARN0001");
-        const Outcome bound = gateway.api("POST", "/api/ports", "{\"deviceIDs\":[\"TARN50001\"]}");
-        httpPort = static_cast<unsigned short>(firstResult(bound)["httpPort"].asUInt());
-        switchTelmi(gateway, 1);
-    }
-    StandInDevice tarn;
-    std::optional<StandInDevice> tarn5;
-    std::string tarn5Index;
-    unsigned short httpPort = 0;
-};
 
 TEST(GatewayService, TelmiRequestsReachTheirDevicesInBothModesWithStaleNoncesAndAfterARestart) {
     GatewayRun gateway;
@@ -153,6 +102,7 @@ TEST(ManagementApi, RefusesBadInputWithoutChangingAnythingAndRemovesDevicesWithT
     const Case cases[] = {
         {"PUT", "/api/telmi", "{\"enabled\":", "not valid JSON"},
         {"PUT", "/api/telmi", "[1]", "must be a JSON object"},
+        {"PUT", "/api/telmi", "{\"enabled\":" + std::string(20, '[') + std::string(20, ']') + "}", "deeper than 16"},
         {"PUT", "/api/telmi", "{\"enabled\":\"0\"}", "\"enabled\" must be an integer"},
         {"PUT", "/api/telmi", "{\"enabled\":0.5}", "\"enabled\" must be an integer"},
         {"POST", "/api/users", "{\"users\":[{\"userName\":\"fine\",\"password\":\"Cam3ra!Pass\",\"deviceID\":\"TARN50001\"},"
@@ -194,6 +144,12 @@ TEST(ManagementApi, RefusesBadInputWithoutChangingAnythingAndRemovesDevicesWithT
     EXPECT_EQ(reply.status, 404);
     EXPECT_EQ(reply.json()["error"]["code"].asInt(), 1040) << reply.out;
     EXPECT_EQ(gateway.api("GET", "/api/nowhere").status, 404);
+    reply = gateway.api("DELETE", "/api/users");
+    EXPECT_EQ(reply.status, 405);
+    EXPECT_THAT(curl("-D - -o /dev/null --digest -u " + shellQuoted("admin:" + gateway.adminPassword()) +
+                     " -X DELETE " + shellQuoted(gateway.apiUrl("/api/users")))
+                    .out,
+                HasSubstr("Allow: GET, POST\r\n"));
 
     // Without admin credentials nothing passes.
     reply = curl("-D - -X PUT --data '{\"enabled\":0}' '" + gateway.apiUrl("/api/telmi") + "'");

@@ -73,6 +73,10 @@ TEST(Telmictl, ListsPrintTablesOrTheApisJson) {
     const Outcome ports = admin(gateway, "port list --max 1");
     EXPECT_THAT(ports.out, HasSubstr(portIndex + "  CAM002  " + httpPort + "  "));
     EXPECT_THAT(ports.out, HasSubstr("  yes             yes             "));
+    // A key word with a space travels percent-encoded, and the Digest answer over it holds.
+    EXPECT_THAT(admin(gateway, "port list --keyword 'camera cam002'").withOut(),
+                StartsWith("0 PORT INDEX"));
+    EXPECT_THAT(admin(gateway, "port list --keyword 'camera cam002'").out, HasSubstr(portIndex + "  CAM002  "));
 
     // --json prints exactly what the API answers, and nothing else.
     for (const auto& [command, route] :

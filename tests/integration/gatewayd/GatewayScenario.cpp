@@ -1,0 +1,47 @@
+#include "GatewayScenario.h"
+
+#include <gtest/gtest.h>
+
+namespace gwtest {
+
+const std::string kUserPassword = "Cam3ra!Pass";
+const char* const kUri = "/TELMI/System/deviceInfo?format=json";
+
+std::string url(unsigned short port) { return "http://127.0.0.1:" + std::to_string(port) + kUri; }
+
+Outcome digestCurl(unsigned short port, const std::string& user, const std::string& password) {
+    return curl("--digest -u " + shellQuoted(user + ":" + password) + " " + shellQuoted(url(port)));
+}
+
+Json::Value firstResult(const Outcome& reply) {
+    EXPECT_EQ(reply.status, 200) << reply.out;
+    EXPECT_EQ(reply.json()["results"][0]["code"].asInt(), 0) << reply.out;
+    return reply.json()["results"][0];
+}
+
+void addUser(const GatewayRun& gateway, const std::string& name, const std::string& deviceID) {
+    firstResult(gateway.api("POST", "/api/users", "{\"users\":[{\"userName\":\"" + name + "\",\"password\":\"" +
+                                                      kUserPassword + "\",\"deviceID\":\"" + deviceID + "\"}]}"));
+}
+
+void switchTelmi(const GatewayRun& gateway, int enabled) {
+    const Outcome reply = gateway.api("PUT", "/api/telmi", "{\"enabled\":" + std::to_string(enabled) + "}");
+    ASSERT_EQ(reply.withOut(), "200 {\"enabled\":" + std::to_string(enabled) + "}\n");
+}
+
+std::string deviceAnswer(const std::string& device) {
+    return "200 device=" + device + " method=GET target=" + kUri + " credentials=no";
+}
+
+TwoDevices::TwoDevices(GatewayRun& gateway) : tarn("tarn-cam", gateway.freePort(0)) {
+    tarn5.emplace("tarn5-cam", gateway.freePort(1));
+    gateway.start();
+    gateway.registerDevice(2, "TARN0001", gateway.freePort(0));
+    tarn5Index = gateway.registerDevice(4, "TARN50001", gateway.freePort(1));
+    addUser(gateway, "tarnuser", "TARN0001");
+    const Outcome bound = gateway.api("POST", "/api/ports", "{\"deviceIDs\":[\"TARN50001\"]}");
+    httpPort = static_cast<unsigned short>(firstResult(bound)["httpPort"].asUInt());
+    switchTelmi(gateway, 1);
+}
+
+}  // namespace gwtest

@@ -10,9 +10,6 @@ namespace devsim {
 namespace {
 
 constexpr size_t kMaxBody = 64 * 1024;
-// Each connection holds a thread while it is kept alive: a gateway keeping a few to the device
-// must leave room for other clients.
-constexpr size_t kThreadsPerDevice = 4;
 constexpr size_t kKeepAliveRequests = 1000;
 
 const char* statusText(int status) {
@@ -40,8 +37,9 @@ void refuse(httplib::Response& response, int status, const std::string& message)
 
 }  // namespace
 
-TelmiServer::TelmiServer(const DeviceSpec& device) : device_(device), resources_(makeDeviceResources(device)) {
-    server_.new_task_queue = [] { return new httplib::ThreadPool(kThreadsPerDevice); };
+TelmiServer::TelmiServer(const DeviceSpec& device, size_t threads)
+    : device_(device), resources_(makeDeviceResources(device)) {
+    server_.new_task_queue = [threads] { return new httplib::ThreadPool(threads); };
     server_.set_payload_max_length(kMaxBody);
     server_.set_keep_alive_max_count(kKeepAliveRequests);
     // An answer is written as head then body: on a kept connection the body would otherwise

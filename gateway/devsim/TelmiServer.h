@@ -14,7 +14,9 @@ namespace devsim {
 
 class TelmiServer {
 public:
-    explicit TelmiServer(const DeviceSpec& device);
+    // Each kept-alive connection holds one of the threads: a proxy keeping many connections to
+    // the device needs as many.
+    TelmiServer(const DeviceSpec& device, size_t threads);
     ~TelmiServer();
     TelmiServer(const TelmiServer&) = delete;
     TelmiServer& operator=(const TelmiServer&) = delete;

@@ -30,6 +30,7 @@ struct Options {
     std::string passwordFile;
     bool unregisterOnExit = false;
     size_t maxRtspClients = 256;
+    size_t httpThreads = 16;
 };
 
 // Registers every device, or none: on a failure the ones already registered are removed again.
@@ -108,7 +109,7 @@ int simulate(const Options& options) {
     }
     std::vector<std::unique_ptr<TelmiServer>> telmi;
     for (const auto& device : devices) {
-        telmi.push_back(std::make_unique<TelmiServer>(device));
+        telmi.push_back(std::make_unique<TelmiServer>(device, options.httpThreads));
         if (!telmi.back()->start(error)) {
             log(LogLevel::error, "not started: %s", error.c_str());
             return 1;
@@ -168,6 +169,10 @@ int main(int argc, char** argv) {
         ->needs(registration);
     app.add_flag("--unregister-on-exit", options.unregisterOnExit, "Remove the devices from the gateway on exit")
         ->needs(registration);
+    app.add_option("--http-threads", options.httpThreads,
+                   "TELMI connections each device serves at once (a kept-alive connection holds one)")
+        ->check(CLI::Range(1, 1024))
+        ->capture_default_str();
     app.add_option("--max-rtsp-clients", options.maxRtspClients, "RTSP connections at once, all devices together")
         ->check(CLI::PositiveNumber);
     try {

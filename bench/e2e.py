@@ -1,9 +1,13 @@
 #!/usr/bin/env python3
 """End-to-end figures of the reference gateway, written as JSON for bench/report.py.
 
-- authenticated TELMI requests per second through a device's own gateway port (nginx, the
-  management service's port-mode front end, a simulated device), keep-alive, 8 connections,
-  against nginx proxying straight to the same simulated device without authentication;
+- TELMI requests per second and 99th percentile latency, side by side in one run, each row with a
+  simulated device of its own (128 threads, so that the device is never the bottleneck), 32
+  keep-alive client connections, every proxy keeping its connections to the device alive:
+  (a) the device alone, (b) nginx proxying straight to it, (c) a device's own gateway port with a
+  correct Digest answer on every request (a fresh nonce count each, as real clients send),
+  (d) the gateway's user-mode port, likewise, (e) Apache httpd 2.4 with mod_auth_digest and
+  mod_proxy_http in front of the device;
 - resident memory of the management service empty, then with 10,000 TELMI users and 1,000
   port bindings.
 
@@ -28,7 +32,12 @@ from requests.auth import HTTPDigestAuth
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 URI = "/TELMI/System/deviceInfo"
 ADMIN_PASSWORD = "Adm1n!bench"
+USER_PASSWORD = "Bench#Pass2024"
+USER_PORT = 18470
 USERS, BINDINGS, BATCH = 10000, 1000, 500
+THREADS, CONNECTIONS = 2, 32
+ANSWERS_PER_SECOND = 40000  # more than any row serves on 2 cores: a replayed answer would fail the row
+HERE = os.path.dirname(os.path.abspath(__file__))
 
 
 def free_port():
@@ -42,43 +51,131 @@ def rss_kib(pid):
         return int(re.search(r"VmRSS:\s+(\d+)", status.read()).group(1))
 
 
-def wrk(url, seconds, header=None):
-    """Requests per second over 8 keep-alive connections; every answer must be a success."""
-    command = ["wrk", "-t2", "-c8", f"-d{seconds}s", url]
-    if header:
-        command[1:1] = ["-H", f"Authorization: {header}"]
+def wrk(url, seconds, answers=None):
+    """Requests/s and p99 latency (ms); every answer must be a success."""
+    script = "digest-answers.lua" if answers else "plain.lua"
+    command = ["wrk", f"-t{THREADS}", f"-c{CONNECTIONS}", f"-d{seconds}s", "-s", f"{HERE}/{script}", url]
+    if answers:
+        command += ["--", answers]
     out = subprocess.run(command, check=True, capture_output=True, text=True).stdout
-    if "Non-2xx" in out:
-        raise RuntimeError("wrk saw failed requests:\n" + out)
-    return float(re.search(r"Requests/sec:\s+([\d.]+)", out).group(1))
+    if "Non-2xx" in out or "Socket errors" in out:
+        raise RuntimeError(f"wrk saw failed requests at {url}:\n" + out)
+    return {"rps": float(re.search(r"Requests/sec:\s+([\d.]+)", out).group(1)),
+            "p99_ms": int(re.search(r"p99_us (\d+)", out).group(1)) / 1000}
 
 
-def digest_header(url, user, password):
-    """A Digest answer to the gateway's challenge; its nonces stay valid for the whole run."""
-    challenge = requests.get(url).headers["WWW-Authenticate"]
-    realm = re.search(r'realm="([^"]*)"', challenge).group(1)
-    nonce = re.search(r'nonce="([^"]*)"', challenge).group(1)
+def write_answers(prefix, url, user, password, count):
+    """For each wrk thread a nonce of its own and `count` answers to it, nonce counts 1, 2, ..."""
     md5 = lambda text: hashlib.md5(text.encode()).hexdigest()
-    ha1, ha2 = md5(f"{user}:{realm}:{password}"), md5(f"GET:{URI}")
-    response = md5(f"{ha1}:{nonce}:00000001:0a4f113b:auth:{ha2}")
-    return (f'Digest username="{user}", realm="{realm}", nonce="{nonce}", uri="{URI}", qop=auth, '
-            f'nc=00000001, cnonce="0a4f113b", response="{response}", algorithm=MD5')
+    for thread in range(1, THREADS + 1):
+        challenge = requests.get(url).headers["WWW-Authenticate"]
+        realm = re.search(r'realm="([^"]*)"', challenge).group(1)
+        nonce = re.search(r'nonce="([^"]*)"', challenge).group(1)
+        opaque = re.search(r'opaque="([^"]*)"', challenge)
+        ha1, ha2 = md5(f"{user}:{realm}:{password}"), md5(f"GET:{URI}")
+        with open(f"{prefix}.{thread}", "w") as f:
+            for nc in range(1, count + 1):
+                cnonce = f"{thread:x}{nc:07x}"
+                response = md5(f"{ha1}:{nonce}:{nc:08x}:{cnonce}:auth:{ha2}")
+                f.write(f'Digest username="{user}", realm="{realm}", nonce="{nonce}", uri="{URI}", qop=auth, '
+                        f'nc={nc:08x}, cnonce="{cnonce}", response="{response}", algorithm=MD5'
+                        + (f', opaque="{opaque.group(1)}"' if opaque else "") + "\n")
+    return prefix
 
 
 def direct_nginx(work, listen, device_port):
-    """An nginx of its own proxying straight to the device, as the gateway's does to its front end."""
+    """An nginx of its own proxying straight to the device, tuned as the gateway's nginx is."""
     os.makedirs(f"{work}/logs", exist_ok=True)
     conf = f"{work}/nginx.conf"
     with open(conf, "w") as f:
-        f.write(f"""daemon on; worker_processes 1; pid {work}/nginx.pid; error_log {work}/logs/error.log;
-events {{ worker_connections 512; }}
-http {{ access_log {work}/logs/access.log;
-  upstream device {{ server 127.0.0.1:{device_port}; }}
+        f.write(f"""daemon on; worker_processes auto; pid {work}/nginx.pid; error_log {work}/logs/error.log;
+events {{ worker_connections 4096; }}
+http {{ access_log {work}/logs/access.log combined buffer=64k flush=2s;
+  upstream device {{ server 127.0.0.1:{device_port}; keepalive 8; keepalive_timeout 4s; }}
   server {{ listen {listen}; location / {{ proxy_pass http://device; proxy_http_version 1.1;
-    proxy_set_header Host $host; }} }} }}
+    proxy_set_header Connection ""; proxy_set_header Host $host; }} }} }}
 """)
     subprocess.run(["/usr/sbin/nginx", "-p", f"{work}/", "-c", conf, "-e", f"{work}/logs/error.log"], check=True)
-    return conf
+    return ["/usr/sbin/nginx", "-p", f"{work}/", "-c", conf, "-s", "quit"]
+
+
+def apache(work, listen, device_port, password):
+    """Apache httpd (event MPM) with mod_auth_digest in front of the device, reusing its connections."""
+    os.makedirs(work, exist_ok=True)
+    md5 = hashlib.md5(f"admin:TELMI:{password}".encode()).hexdigest()
+    with open(f"{work}/digest-users", "w") as f:
+        f.write(f"admin:TELMI:{md5}\n")
+    os.chmod(work, 0o755)
+    os.chmod(f"{work}/digest-users", 0o644)
+    modules = "/usr/lib/apache2/modules"
+    loads = "\n".join(f"LoadModule {name}_module {modules}/mod_{name}.so" for name in (
+        "mpm_event", "authn_core", "authn_file", "authz_core", "authz_user", "auth_digest", "proxy", "proxy_http"))
+    user = "User www-data\nGroup www-data\n" if os.geteuid() == 0 else ""
+    conf = f"{work}/httpd.conf"
+    with open(conf, "w") as f:
+        f.write(f"""ServerRoot {work}
+ServerName 127.0.0.1
+Listen 127.0.0.1:{listen}
+PidFile {work}/httpd.pid
+ErrorLog {work}/error.log
+DefaultRuntimeDir {work}
+Mutex file:{work} default
+{loads}
+{user}KeepAlive On
+MaxKeepAliveRequests 0
+KeepAliveTimeout 15
+<Location />
+  AuthType Digest
+  AuthName "TELMI"
+  AuthDigestProvider file
+  AuthUserFile {work}/digest-users
+  AuthDigestNonceLifetime -1
+  Require valid-user
+</Location>
+ProxyPass / http://127.0.0.1:{device_port}/ ttl=4
+""")
+    subprocess.run(["/usr/sbin/apache2", "-f", conf, "-k", "start"], check=True)
+    for _ in range(100):
+        try:
+            with socket.create_connection(("127.0.0.1", listen), timeout=0.2):
+                break
+        except OSError:
+            time.sleep(0.05)
+    return ["/usr/sbin/apache2", "-f", conf, "-k", "stop"]
+
+
+def request_rows(home, api, session, seconds, device_ids, device_ports):
+    """The five rows, each against a device of its own."""
+    answers = int(ANSWERS_PER_SECOND * seconds / THREADS)
+    rows, stops = {}, []
+    try:
+        alone, direct, port_device, user_device, behind_apache = range(5)
+        rows["device"] = wrk(f"http://127.0.0.1:{device_ports[alone]}{URI}", seconds)
+
+        direct_port = free_port()
+        stops.append(direct_nginx(f"{home}/direct-nginx", direct_port, device_ports[direct]))
+        rows["nginx"] = wrk(f"http://127.0.0.1:{direct_port}{URI}", seconds)
+
+        bound = session.post(f"{api}/api/ports", json={"deviceIDs": [device_ids[port_device]]}).json()["results"][0]
+        url = f"http://127.0.0.1:{bound['httpPort']}{URI}"
+        rows["port"] = wrk(url, seconds, write_answers(f"{home}/port-answers", url, "admin", ADMIN_PASSWORD, answers))
+
+        added = session.post(f"{api}/api/users", json={"users": [
+            {"userName": "bench", "password": USER_PASSWORD, "deviceID": device_ids[user_device]}]}).json()
+        if added["results"][0]["code"] != 0:
+            raise RuntimeError(f"the bench user was not added: {added}")
+        url = f"http://127.0.0.1:{USER_PORT}{URI}"
+        rows["user"] = wrk(url, seconds, write_answers(f"{home}/user-answers", url, "bench", USER_PASSWORD, answers))
+
+        apache_port = free_port()
+        stops.append(apache(f"{home}/apache", apache_port, device_ports[behind_apache], ADMIN_PASSWORD))
+        url = f"http://127.0.0.1:{apache_port}{URI}"
+        rows["apache"] = wrk(url, seconds, write_answers(f"{home}/apache-answers", url, "admin", ADMIN_PASSWORD,
+                                                          answers))
+    finally:
+        for stop in stops:
+            subprocess.run(stop, check=False, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    return rows
 
 
 def main():
@@ -92,7 +189,7 @@ def main():
     home = tempfile.mkdtemp(prefix="zqgw-bench-")
     env = dict(os.environ, ZQ_GATEWAY_HOME=home)
     gateway = [f"{ROOT}/scripts/gateway.sh", "--home", home, "--build", args.build]
-    api_port, device_http, device_rtsp, direct_port = free_port(), 18480, 18580, free_port()
+    api_port, device_http, device_rtsp = free_port(), 18480, 18580
     api = f"http://127.0.0.1:{api_port}"
     devsim = None
     figures = {"cores": os.cpu_count()}
@@ -101,8 +198,8 @@ def main():
                         "--password", ADMIN_PASSWORD], check=True, env=env, stdout=subprocess.DEVNULL)
         with open(f"{home}/gateway.json") as f:
             settings = json.load(f)
-        settings.update(managementPort=api_port, telmiUserPort=0, nonceLifetimeSec=86400,
-                        httpPortFirst=16000, httpPortLast=16999, rtspPortFirst=17000, rtspPortLast=17999)
+        settings.update(managementPort=api_port, telmiUserPort=USER_PORT, nonceLifetimeSec=86400,
+                        httpPorts=[16000, 16999], rtspPorts=[17000, 17999])
         with open(f"{home}/gateway.json", "w") as f:
             json.dump(settings, f)
         subprocess.run(gateway + ["start"], check=True, env=env, stdout=subprocess.DEVNULL)
@@ -118,17 +215,14 @@ def main():
             raise RuntimeError(f"PUT /api/telmi: {answer.status_code} {answer.text}")
         with open(f"{home}/admin.txt", "w") as f:
             f.write(ADMIN_PASSWORD + "\n")
-        devsim = subprocess.Popen([f"{args.build}/gateway/devsim/zqdevsim", "--count", "1", "--protocol", "tarn5",
+        devsim = subprocess.Popen([f"{args.build}/gateway/devsim/zqdevsim", "--count", "5", "--protocol", "tarn5",
                                    "--first-http-port", str(device_http), "--first-rtsp-port", str(device_rtsp),
-                                   "--register", api, "--admin-password-file", f"{home}/admin.txt"],
+                                   "--http-threads", "128", "--register", api,
+                                   "--admin-password-file", f"{home}/admin.txt"],
                                   stdout=subprocess.PIPE, text=True, env=env)
-        device_id = devsim.stdout.readline().split()[0]
-        bound = session.post(f"{api}/api/ports", json={"deviceIDs": [device_id]}).json()["results"][0]
-        gateway_url = f"http://127.0.0.1:{bound['httpPort']}{URI}"
-        figures["rps"] = wrk(gateway_url, args.seconds, digest_header(gateway_url, "admin", ADMIN_PASSWORD))
-        conf = direct_nginx(f"{home}/direct-nginx", direct_port, device_http)
-        figures["reference_rps"] = wrk(f"http://127.0.0.1:{direct_port}{URI}", args.seconds)
-        subprocess.run(["/usr/sbin/nginx", "-p", f"{home}/direct-nginx/", "-c", conf, "-s", "quit"], check=False)
+        device_ids = [devsim.stdout.readline().split()[0] for _ in range(5)]
+        figures["rows"] = request_rows(home, api, session, args.seconds, device_ids,
+                                       [device_http + n for n in range(5)])
 
         if args.requests_only:
             return

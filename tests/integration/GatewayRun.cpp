@@ -52,11 +52,11 @@ std::string GatewayRun::script(const std::string& action) {
 }
 
 void GatewayRun::start() {
-    const std::string output = script("start");
+    startOutput_ = script("start");
     std::getline(std::ifstream(home_.path() + "/admin-password"), adminPassword_);
-    ASSERT_FALSE(adminPassword_.empty()) << output;
-    ASSERT_NE(output.find("zqgatewayd: running"), std::string::npos) << output;
-    ASSERT_NE(output.find("nginx: running"), std::string::npos) << output;
+    ASSERT_FALSE(adminPassword_.empty()) << startOutput_;
+    ASSERT_NE(startOutput_.find("zqgatewayd: running"), std::string::npos) << startOutput_;
+    ASSERT_NE(startOutput_.find("nginx: running"), std::string::npos) << startOutput_;
 }
 
 std::string GatewayRun::apiUrl(const std::string& path) const {

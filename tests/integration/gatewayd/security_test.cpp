@@ -168,8 +168,8 @@ TEST(GatewaySecurity, ServicesRunAsTheServiceUserInAPrivateHomeAndNoPasswordIsSh
     const std::set<std::string> seen = commandLines.stop();
 
     EXPECT_TRUE(std::any_of(seen.begin(), seen.end(), [](const std::string& line) {
-        return line.find(" init ") != std::string::npos;
-    })) << "the watch saw the programs run, zqgatewayd init among them";
+        return line.find("zqmediad --home") != std::string::npos;
+    })) << "the watch saw the gateway's programs";
     for (const std::string& secret : {gateway.adminPassword(), kUserPassword}) {
         for (const std::string& line : seen) {
             EXPECT_THAT(line, Not(HasSubstr(secret))) << "a password on a command line";

@@ -194,12 +194,12 @@ def main():
     devsim = None
     figures = {"cores": os.cpu_count()}
     try:
-        subprocess.run([f"{args.build}/gateway/gatewayd/zqgatewayd", "init", "--home", home,
-                        "--password", ADMIN_PASSWORD], check=True, env=env, stdout=subprocess.DEVNULL)
+        subprocess.run([f"{args.build}/gateway/gatewayd/zqgatewayd", "init", "--home", home, "--password-file", "-"],
+                       input=ADMIN_PASSWORD + "\n", text=True, check=True, env=env, stdout=subprocess.DEVNULL)
         with open(f"{home}/gateway.json") as f:
             settings = json.load(f)
         settings.update(managementPort=api_port, telmiUserPort=USER_PORT, nonceLifetimeSec=86400,
-                        httpPorts=[16000, 16999], rtspPorts=[17000, 17999])
+                        allowedDeviceNetworks=["127.0.0.0/8"], httpPorts=[16000, 16999], rtspPorts=[17000, 17999])
         with open(f"{home}/gateway.json", "w") as f:
             json.dump(settings, f)
         subprocess.run(gateway + ["start"], check=True, env=env, stdout=subprocess.DEVNULL)

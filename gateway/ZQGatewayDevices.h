@@ -28,12 +28,25 @@ enum tagStoreCode : int {
     storeNoFreePort = 61008,
     storeDatabase = 61009,     // SQLite failed; the in-memory index is unchanged
     storeDeviceIdTaken = 61010,  // another device has that access ID
+    storeAddressRefused = 61011,  // a device address the gateway must not reach (ZQ_DeviceMgr_CheckDeviceAddress)
 };
 
 // Lock-out: the 7th failure of a requester key on a user or binding locks the key for the
-// configured lock period; at most this many keys are kept per record (the oldest dropped).
+// configured lock period. A record tracks at most kMaxLockKeysPerRecord failing keys and never
+// drops one: the failure of one more key locks the record for every requester for the lock
+// period (so that no one gets past it by failing from many addresses).
 constexpr int kLockThreshold = 7;
-constexpr size_t kMaxLockKeysPerRecord = 256;
+constexpr size_t kMaxLockKeysPerRecord = 64;
+
+// Ports a device address means when it names none.
+constexpr uint16_t kTelmiDefaultPort = 80;
+constexpr uint16_t kRtspDefaultPort = 554;
+
+// Where a device address leads: a numeric host (or "localhost", read as 127.0.0.1) and a port.
+struct tagDeviceEndpoint {
+    std::string host;  // an IPv6 address without its brackets
+    uint16_t port = 0;
+};
 
 struct tagDeviceInfo {
     uint8_t protocol = 2;        // 2 Tarn, 4 Tarn5; others are stored but never TELMI-eligible
@@ -65,7 +78,20 @@ public:
 
 }  // namespace ZQGateway
 
-// Adds a device and sets deviceIndex to its new 36-character index.
+// Reads "scheme://[user:password@]host[:port][/path]", "host:port", "host", "[IPv6]:port" or a
+// bare IPv6 address; defaultPort when none is given. false when the text has none of these forms.
+bool ZQ_DeviceMgr_ParseDeviceAddress(const std::string& address, uint16_t defaultPort,
+                                     ZQGateway::tagDeviceEndpoint& endpoint);
+// Whether the gateway may reach a device at address (empty: the device offers no such
+// interface): storeOk, or storeAddressRefused with the reason in why. Refused: a host that is
+// not a numeric address; loopback, link-local, multicast, unspecified and broadcast addresses
+// and the gateway's own addresses, unless a network of the settings' allowedDeviceNetworks holds
+// them; and, always, this machine's address with one of the gateway's listening ports (the
+// management API, the user-mode front end, the HTTP and RTSP port ranges).
+int ZQ_DeviceMgr_CheckDeviceAddress(const std::string& address, uint16_t defaultPort, std::string& why);
+
+// Adds a device and sets deviceIndex to its new 36-character index. Both addresses must pass
+// ZQ_DeviceMgr_CheckDeviceAddress (storeAddressRefused, logged with the reason, otherwise).
 int ZQ_DeviceMgr_RegisterDevice(std::string& deviceIndex, const ZQGateway::tagDeviceInfo& info);
 // Removes a device; registered callbacks then hear of it (kind 1) on the store's thread. The
 // device's TELMI user and binding stay until their owner (the TELMI manager) removes them.

@@ -5,11 +5,13 @@
 // gateway users), devices.db (device store), nonce.key (Digest nonce secret), nginx/ (private
 // nginx prefix), run/ (sockets), log/. It is $ZQ_GATEWAY_HOME, or $HOME/.zqgateway when that is
 // unset (/var/lib/zqgateway when HOME is unset too); resolved once per process, created on
-// first use with mode 0700.
+// first use with mode 0700 (as are run/ and log/; an existing home with looser bits is
+// tightened by its owner).
 #pragma once
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace ZQGateway {
 
@@ -25,6 +27,12 @@ struct tagGatewaySettings {
     std::string logFile = "log/gateway.log";  // empty: stderr; relative: under the home
     uint16_t managementPort = 8600;  // the management API, served by nginx on loopback
     uint16_t telmiUserPort = 8700;   // the user-mode TELMI port, served by nginx; 0: not offered
+    // The unprivileged user the services (and so nginx) run as when started by root; created
+    // when missing. Letters, digits, '_' and '-', at most 32 characters, not "root".
+    std::string serviceUser = "zqgateway";
+    // Networks ("127.0.0.0/8", "fe80::/64") whose addresses devices may have although the device
+    // store refuses them otherwise: loopback, link-local, multicast, unspecified, broadcast.
+    std::vector<std::string> allowedDeviceNetworks;
 };
 
 // Result codes of these functions, in the configuration store's own range.
@@ -52,8 +60,14 @@ int ZQ_Gateway_SetUserPassword(const char* user, const char* password);
 int ZQ_Gateway_GetSettings(ZQGateway::tagGatewaySettings& settings);
 int ZQ_Gateway_SetSettings(const ZQGateway::tagGatewaySettings& settings);
 
+// Gives a file or directory that a process running as root has just created in the home (fd
+// open on it) to the home's owner, the user the gateway's services run as, so that they can
+// still use it. Nothing happens for other processes or for paths outside the home.
+void ZQ_Gateway_GiveToHomeOwner(int fd, const std::string& path);
+
 // Replaces the file's content at once (temporary file, fsync, rename): readers see the old or
-// the new text, never a mix. Files rebuilt from other data after a crash may skip the fsync
-// (durable false): it costs milliseconds on a busy disk. 0 on success, errno otherwise.
-int ZQ_Gateway_WriteFileAtomically(const std::string& path, const std::string& content, unsigned mode = 0644,
+// the new text, never a mix; a file in the home goes to the home's owner. Files rebuilt from
+// other data after a crash may skip the fsync (durable false): it costs milliseconds on a busy
+// disk. 0 on success, errno otherwise.
+int ZQ_Gateway_WriteFileAtomically(const std::string& path, const std::string& content, unsigned mode = 0600,
                                    bool durable = true);

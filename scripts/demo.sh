@@ -162,6 +162,14 @@ sys.exit(any(r["deviceIndex"] in devices for r in records))' "$users" "$ports" "
 
 q() { printf '%q' "$1"; }
 
+# curl takes Digest credentials from a netrc file of the home (mode 0600), never from its command
+# line, where ps shows them to every user: netrc USER PASSWORD writes USER's and prints its path.
+netrc() {
+  local file="$home/netrc/$1"
+  (umask 077 && mkdir -p "$home/netrc" && printf 'machine 127.0.0.1 login %s password %s\n' "$1" "$2" > "$file")
+  printf '%s' "$file"
+}
+
 # ---------------------------------------------------------------------------------------------
 # Processes of a home
 
@@ -240,7 +248,7 @@ for base in list(range(start, last)) + list(range(first, start)):
 EOF
 )"
   [ -n "$base" ] || fail "no block of 30 free ports in 27000-29999"
-  cat > "$home/gateway.json" <<EOF
+  (umask 077 && cat > "$home/gateway.json") <<EOF
 {"managementPort": $base, "telmiUserPort": $((base + 1)),
  "httpPorts": [$((base + 10)), $((base + 19))], "rtspPorts": [$((base + 20)), $((base + 29))]}
 EOF
@@ -248,27 +256,31 @@ EOF
   first_rtsp_port=$((base + 6))
 else
   home="${ZQ_GATEWAY_HOME:-$root/out/demo-home}"
-  mkdir -p "$home"
-  home="$(cd "$home" && pwd)"
+  home="$(umask 077 && mkdir -p "$home" && cd "$home" && pwd)"
   first_http_port=18080
   first_rtsp_port=18554
 fi
-pwfile="$home/admin-password.txt"
+# The simulated devices listen on loopback, which the gateway refuses as a device address
+# unless its settings allow it.
+python3 - "$home/gateway.json" <<'EOF' || fail "the settings in $home/gateway.json cannot be read"
+import json, os, sys
+path = sys.argv[1]
+settings = json.load(open(path)) if os.path.exists(path) else {}
+if "127.0.0.0/8" not in settings.get("allowedDeviceNetworks", []):
+    settings["allowedDeviceNetworks"] = settings.get("allowedDeviceNetworks", []) + ["127.0.0.0/8"]
+    with os.fdopen(os.open(path, os.O_WRONLY | os.O_CREAT | os.O_TRUNC, 0o600), "w") as f:
+        json.dump(settings, f, indent=2)
+EOF
+pwfile="$home/admin-password"
 say "Everything this gateway owns lives in one directory, the gateway home:" "  $home" \
-  "(another one with ZQ_GATEWAY_HOME=DIR make demo). A new home gets a generated admin password;" \
-  "the reference gateway's script initialises it and starts the media daemon (zqmediad) and the" \
-  "host service (zqgatewayd), which starts nginx. A running demo gateway is reused."
+  "(another one with ZQ_GATEWAY_HOME=DIR make demo), private to the user the gateway runs as" \
+  "(started by root, an unprivileged user of its own, zqgateway). The reference gateway's script" \
+  "initialises a new home, leaving its generated admin password in $pwfile (mode 0600)," \
+  "and starts the media daemon (zqmediad) and the host service (zqgatewayd), which starts nginx." \
+  "A running demo gateway is reused."
 
 run "bash scripts/gateway.sh --home $(q "$home") --build $(q "$build") start"
-password="$(printf '%s\n' "$out" | sed -n 's/.*admin password: \([^ ]*\)$/\1/p')"
-if [ -n "$password" ]; then
-  (umask 077 && printf '%s\n' "$password" > "$pwfile")
-  say "" "The admin password is kept (mode 0600) in $pwfile"
-elif [ ! -s "$pwfile" ]; then
-  fail "the home was initialised before and $pwfile, which kept its admin password, is gone: stop it with \"make stop\", remove $home and run the demo again"
-else
-  say "" "Admin password (from the first run): $(head -n 1 "$pwfile"), kept in $pwfile"
-fi
+[ -s "$pwfile" ] || fail "the home was initialised before and $pwfile, which kept its admin password, is gone: stop it with \"make stop\", remove $home and run the demo again"
 check "the gateway and nginx running" output_has "nginx: running"
 
 settings() { python3 -c 'import json, sys; print(json.load(open(sys.argv[1]))[sys.argv[2]])' "$home/gateway.json" "$1"; }
@@ -356,7 +368,9 @@ run "printf '%s\\n' '$alice_password' | telmictl --admin-password-file \"\$pwfil
 check "alice added" output_has "alice: added"
 say "" "The user-mode front end (port $user_port) takes the user's HTTP Digest credentials and forwards" \
   "the request to the user's device; curl shows the challenge, then the device's answer:"
-run "curl -sS -i --digest -u 'alice:$alice_password' http://127.0.0.1:$user_port/TELMI/System/deviceInfo"
+say "" "curl reads alice's password from a netrc file (mode 0600), so that it never shows in ps:"
+run_here "alice_netrc=\$(netrc alice $(q "$alice_password"))"
+run "curl -sS -i --digest --netrc-file \"\$alice_netrc\" http://127.0.0.1:$user_port/TELMI/System/deviceInfo"
 check "HTTP 200 from the user-mode front end" status_is 200
 check "the answer of CAM001 (X-Device-ID)" device_answered CAM001
 
@@ -377,7 +391,8 @@ listening() { printf '%s\n' "$out" | awk -v id="$1" '$2 == id { print $5, $6 }';
 check "CAM002 listening on both ports" test "$(listening CAM002)" = "yes yes"
 check "CAM003 listening on both ports" test "$(listening CAM003)" = "yes yes"
 say "" "A device's own port takes the gateway's users; here the admin:"
-run "curl -sS -i --digest -u \"admin:\$(head -n 1 \"\$pwfile\")\" http://127.0.0.1:$cam002_http/TELMI/System/deviceInfo"
+run_here "admin_netrc=\$(netrc admin \"\$(head -n 1 \"\$pwfile\")\")"
+run "curl -sS -i --digest --netrc-file \"\$admin_netrc\" http://127.0.0.1:$cam002_http/TELMI/System/deviceInfo"
 check "HTTP 200 through CAM002's port" status_is 200
 check "the answer of CAM002 (X-Device-ID)" device_answered CAM002
 
@@ -392,16 +407,16 @@ say "A second user, carol, so that alice is not locked out:"
 run "printf '%s\\n' '$carol_password' | telmictl --admin-password-file \"\$pwfile\" user add carol=CAM003"
 check "carol added" output_has "carol: added"
 say "" "Each wrong answer counts against this client (127.0.0.1) for carol; the 7th locks it out:"
-run "for i in 1 2 3 4 5 6 7; do curl -sS --digest -u \"carol:wrong-\$i\" -w '  (HTTP %{http_code})\\n' http://127.0.0.1:$user_port/TELMI/System/deviceInfo; done"
+run "for i in 1 2 3 4 5 6 7; do curl -sS --digest --netrc-file \"\$(netrc carol wrong-\$i)\" -w '  (HTTP %{http_code})\\n' http://127.0.0.1:$user_port/TELMI/System/deviceInfo; done"
 check "6 attempts left after the first" output_has "6 attempts left"
 check "1 attempt left after the sixth" output_has "1 attempt left"
 check "seven refusals" [ "$(grep -c '(HTTP 401)' <<< "$out")" = 7 ]
 say "" "Now even the right password is refused, for the lock period (gateway.json: lockPeriodSec):"
-run "curl -sS --digest -u 'carol:$carol_password' -w '  (HTTP %{http_code})\\n' http://127.0.0.1:$user_port/TELMI/System/deviceInfo"
+run "curl -sS --digest --netrc-file \"\$(netrc carol $(q "$carol_password"))\" -w '  (HTTP %{http_code})\\n' http://127.0.0.1:$user_port/TELMI/System/deviceInfo"
 check "the 8th attempt refused with the right password" output_has "(HTTP 401)"
 check "the refusal naming the lock-out" output_has "locked out"
 say "" "alice, another user, still gets in:"
-run "curl -sS --digest -u 'alice:$alice_password' -o /dev/null -w 'HTTP %{http_code}\\n' http://127.0.0.1:$user_port/TELMI/System/deviceInfo"
+run "curl -sS --digest --netrc-file \"\$alice_netrc\" -o /dev/null -w 'HTTP %{http_code}\\n' http://127.0.0.1:$user_port/TELMI/System/deviceInfo"
 check "alice not locked out" output_has "HTTP 200"
 
 step "(e) A device leaves the gateway"
@@ -434,9 +449,9 @@ then try:
   telmictl --admin-password-file "\$pwfile" user quick-add          # a user per device left, named after its ID
   telmictl --admin-password-file "\$pwfile" --json port list
   telmictl --help
-  curl --digest -u 'alice:$alice_password' http://127.0.0.1:$user_port/TELMI/Image/channels/1/color
-  curl --digest -u 'alice:$alice_password' -X PUT --data '{"brightness": 70}' http://127.0.0.1:$user_port/TELMI/Image/channels/1/color
-  curl --digest -u "admin:\$(head -n 1 "\$pwfile")" http://127.0.0.1:$cam002_http/TELMI/System/time
+  curl --digest --netrc-file $(q "$home/netrc/alice") http://127.0.0.1:$user_port/TELMI/Image/channels/1/color
+  curl --digest --netrc-file $(q "$home/netrc/alice") -X PUT --data '{"brightness": 70}' http://127.0.0.1:$user_port/TELMI/Image/channels/1/color
+  curl --digest --netrc-file $(q "$home/netrc/admin") http://127.0.0.1:$cam002_http/TELMI/System/time
   ffplay -rtsp_transport tcp rtsp://127.0.0.1:$cam002_rtsp/          # the tone, through the gateway
   ffprobe -rtsp_transport tcp -show_streams rtsp://127.0.0.1:$first_rtsp_port/   # CAM001 directly
 

@@ -5,15 +5,22 @@
 #
 #   gateway.sh [--home DIR] [--build DIR] [--library PATH] start|stop|status
 #
-# The home is --home, else $ZQ_GATEWAY_HOME, else $HOME/.zqgateway. A new home is initialised at
-# the first start and its generated admin password printed. The programs are taken from the
-# build directory: --build, else $ZQ_BUILD_DIR, else build/ in the source tree.
+# The home is --home, else $ZQ_GATEWAY_HOME, else $HOME/.zqgateway (/var/lib/zqgateway for root).
+# A new home is initialised at the first start; its generated admin password is left in the
+# home's admin-password file (mode 0600), never printed. Started by root, the programs create
+# the service user (gateway.json: serviceUser, default zqgateway), give it the home and run as
+# it. The programs are taken from the build directory: --build, else $ZQ_BUILD_DIR, else build/
+# in the source tree.
 # Exit status: 0 done (status: everything runs), 1 a start or stop failed, 2 usage, 3 (status)
 # something does not run.
 set -euo pipefail
 
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
-home="${ZQ_GATEWAY_HOME:-${HOME:+$HOME/.zqgateway}}"
+if [ "$(id -u)" = 0 ]; then
+  home="${ZQ_GATEWAY_HOME:-/var/lib/zqgateway}"
+else
+  home="${ZQ_GATEWAY_HOME:-${HOME:+$HOME/.zqgateway}}"
+fi
 build="${ZQ_BUILD_DIR:-$here/../build}"
 library=""
 action=""
@@ -33,7 +40,8 @@ while [ $# -gt 0 ]; do
   esac
 done
 [ -n "$action" ] && [ -n "$home" ] || usage
-home="$(mkdir -p "$home" && cd "$home" && pwd)"
+# Private from its creation: it holds every secret of the gateway.
+home="$(umask 077 && mkdir -p "$home" && cd "$home" && pwd)"
 export ZQ_GATEWAY_HOME="$home"
 gatewayd="$build/gateway/gatewayd/zqgatewayd"
 mediad="$build/gateway/mediad/zqmediad"

@@ -35,6 +35,9 @@ ResultMeaning meaningOf(int code) {
         case storeNoFreePort: return {503, "no free port is left in the gateway's ranges"};
         case storeDatabase: return {500, "the device store's database failed"};
         case storeDeviceIdTaken: return {409, "another device has that access ID"};
+        case storeAddressRefused: return {400, "the device address leads where the gateway must not relay: a name, a "
+                                               "loopback, link-local, multicast or unspecified address, the gateway "
+                                               "itself or one of its ports"};
         case configBadArgument: return {400, "the configuration store refused the value"};
         case configUnreadable: return {500, "the gateway settings file is not valid JSON"};
         case configWriteFailed: return {500, "the gateway settings cannot be written"};

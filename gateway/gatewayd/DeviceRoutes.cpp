@@ -19,13 +19,18 @@ constexpr size_t kMaxAddress = 256;
 constexpr size_t kMaxIndex = 36;
 constexpr int kTarn = 2, kTarn5 = 4;
 
-// "scheme://host[:port]", nothing after the authority: the gateway addresses the device itself.
-std::string addressMember(const Json::Value& body, const char* name, const std::string& scheme) {
+// "scheme://host[:port]", nothing after the authority: the gateway addresses the device itself,
+// and only where the device store lets it (the store checks again when it registers).
+std::string addressMember(const Json::Value& body, const char* name, const std::string& scheme, uint16_t defaultPort) {
     const std::string address = optionalTextMember(body, name, kMaxAddress, "");
     const std::string prefix = scheme + "://";
     if (!address.empty() && (address.compare(0, prefix.size(), prefix) != 0 || address.size() == prefix.size() ||
                              address.find_first_of("/?# ", prefix.size()) != std::string::npos)) {
         throw ApiError::badInput(std::string("\"") + name + "\" must look like " + prefix + "host:port");
+    }
+    std::string why;
+    if (const int code = ZQ_DeviceMgr_CheckDeviceAddress(address, defaultPort, why); code != 0) {
+        throw ApiError(gwapi::meaningOf(code).httpStatus, code, std::string("\"") + name + "\" refused: " + why);
     }
     return address;
 }
@@ -61,8 +66,8 @@ void addDeviceRoutes(ApiRouter& routes) {
         (protocol == kTarn5 ? info.tarn5DeviceID : info.tarnDeviceID) = deviceID;
         info.name = optionalTextMember(body, "name", kMaxName, "");
         info.category = static_cast<uint8_t>(body.isMember("category") ? intMember(body, "category", 1, 2) : 1);
-        info.telmiAddress = addressMember(body, "telmiAddress", "http");
-        info.rtspAddress = addressMember(body, "rtspAddress", "rtsp");
+        info.telmiAddress = addressMember(body, "telmiAddress", "http", ZQGateway::kTelmiDefaultPort);
+        info.rtspAddress = addressMember(body, "rtspAddress", "rtsp", ZQGateway::kRtspDefaultPort);
         std::string deviceIndex;
         if (const int code = ZQ_DeviceMgr_RegisterDevice(deviceIndex, info); code != 0) {
             throw ApiError::fromCode(code, "the device was not registered");

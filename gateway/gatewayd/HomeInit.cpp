@@ -43,7 +43,7 @@ bool generatePassword(std::string& password) {
 
 }  // namespace
 
-InitOutcome initialiseHome(std::string& password, std::string& error) {
+InitOutcome initialiseHome(const std::string& given, std::string& error) {
     const auto userCfg = ZQ_ConfigMgr_GetUserCfg();
     if (userCfg == nullptr) {
         error = "the gateway home cannot be created";
@@ -53,9 +53,18 @@ InitOutcome initialiseHome(std::string& password, std::string& error) {
     if (userCfg->getDigestHA1(ha1, "admin") == 0) {
         return InitOutcome::alreadyInitialised;
     }
-    if (password.empty() && !generatePassword(password)) {
-        error = "no random bytes for a password";
-        return InitOutcome::failed;
+    std::string password = given;
+    if (password.empty()) {
+        if (!generatePassword(password)) {
+            error = "no random bytes for a password";
+            return InitOutcome::failed;
+        }
+        const std::string path = ZQ_Gateway_HomePath(kGeneratedPasswordFile);
+        if (const int code = ZQ_Gateway_WriteFileAtomically(path, password + "\n", 0600); code != 0) {
+            error = "the generated admin password cannot be written to " + path + " (errno " + std::to_string(code) +
+                    ")";
+            return InitOutcome::failed;
+        }
     }
     if (const int code = ZQ_Gateway_Init(password.c_str()); code != 0) {
         error = "the admin password cannot be stored (code " + std::to_string(code) + ")";

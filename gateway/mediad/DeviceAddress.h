@@ -12,9 +12,11 @@ struct SocketAddress {
     socklen_t length = 0;
 };
 
-// Accepts "rtsp://[user:password@]host[:port][/path]", "host:port", "host" and "[v6 address]:port";
-// the port defaults to 554. The host must be a numeric IPv4 or IPv6 address or "localhost": names
-// are not resolved, so a slow DNS server can never stall the event loop.
+// Accepts what the device store accepts ("rtsp://[user:password@]host[:port][/path]",
+// "host:port", "host", "[v6 address]:port"; port 554 by default) and only where the store lets
+// the gateway go (ZQ_DeviceMgr_CheckDeviceAddress), so that a device registered before a rule
+// was tightened is held to it too. Hosts are numeric: names are never resolved, so a slow DNS
+// server can never stall the event loop.
 bool parseDeviceAddress(const std::string& text, SocketAddress& address, std::string& error);
 
 }  // namespace mediad

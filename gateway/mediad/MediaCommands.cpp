@@ -148,6 +148,7 @@ Json::Value MediaCommands::putMediaPort(const Json::Value& params) {
             failed += openForDevice(deviceIndex, static_cast<uint16_t>(port->asUInt())) ? 0 : 1;
         } else {
             listeners_.close(deviceIndex);
+            directory_.forget(deviceIndex);
         }
     }
     Json::Value answer(Json::objectValue);
@@ -156,13 +157,12 @@ Json::Value MediaCommands::putMediaPort(const Json::Value& params) {
 }
 
 bool MediaCommands::openForDevice(const std::string& deviceIndex, uint16_t port) {
-    std::string rtspAddress, error;
-    const DeviceLookup lookup = lookupRtspAddress(deviceIndex, rtspAddress);
-    if (lookup != DeviceLookup::found) {
-        MEDIAD_LOG(4, "device %s cannot listen: %s", deviceIndex.c_str(),
-                   lookup == DeviceLookup::unknown ? "no such device" : "device store unreadable");
+    const DeviceRoute& route = directory_.reread(deviceIndex);
+    if (route.lookup != DeviceLookup::found) {
+        MEDIAD_LOG(4, "device %s cannot listen: %s", deviceIndex.c_str(), route.error.c_str());
         return false;
     }
+    std::string error;
     return listeners_.open(deviceIndex, port, error) == ListenOutcome::listening;
 }
 
@@ -175,7 +175,7 @@ Json::Value MediaCommands::refreshDevicePort(const Json::Value& params) {
         rsp = refusalValue(refusedMethod, "Only PUT requests are served");
         return answer;
     }
-    std::string deviceIndex, rtspAddress, error;
+    std::string deviceIndex, error;
     uint16_t port = 0;
     int uriCode = refusedMalformed;
     error = "uri must be a string";
@@ -187,7 +187,7 @@ Json::Value MediaCommands::refreshDevicePort(const Json::Value& params) {
         rsp = refusalValue(uriCode, error);
         return answer;
     }
-    const DeviceLookup lookup = lookupRtspAddress(deviceIndex, rtspAddress);
+    const DeviceLookup lookup = directory_.reread(deviceIndex).lookup;
     if (lookup != DeviceLookup::found) {
         const bool unknown = lookup == DeviceLookup::unknown;
         MEDIAD_LOG(4, "refresh of device %s refused: %s", deviceIndex.c_str(),

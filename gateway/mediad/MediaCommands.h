@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "DeviceDirectory.h"
 #include "RtspListeners.h"
 
 namespace mediad {
@@ -21,7 +22,7 @@ enum RefusalCode : int {
 
 class MediaCommands {
 public:
-    explicit MediaCommands(RtspListeners& listeners) : listeners_(listeners) {}
+    MediaCommands(RtspListeners& listeners, DeviceDirectory& directory) : listeners_(listeners), directory_(directory) {}
 
     // The answer text to one command text, whatever the text holds.
     std::string answer(const std::string& command);
@@ -37,6 +38,7 @@ private:
     Json::Value listenStatus(const std::string& deviceIndex, uint16_t port) const;
 
     RtspListeners& listeners_;
+    DeviceDirectory& directory_;
 };
 
 }  // namespace mediad

@@ -78,6 +78,14 @@ void RelaySession::onEvents(Side& side, uint32_t events) {
     updateInterest();
 }
 
+void RelaySession::enforceLimits(Clock::time_point now, Clock::duration firstRequest, Clock::duration idle) {
+    if (client_.bytesIn == 0 && now - acceptedAt_ >= firstRequest) {
+        finish("the client sent no request in time", 0);
+    } else if (now - lastActivity_ >= idle) {
+        finish("idle for too long", 0);
+    }
+}
+
 bool RelaySession::completeConnect() {
     const int error = socketError(device_.fd.get());
     if (error != 0) {
@@ -97,6 +105,7 @@ bool RelaySession::read(Side& side) {
     switch (side.inbound.fillFrom(side.fd.get())) {
         case IoResult::progress:
             side.bytesIn += side.inbound.size() - before;
+            lastActivity_ = Clock::now();
             return true;
         case IoResult::closed:
             side.readClosed = true;

@@ -2,6 +2,7 @@
 // device, bytes copied both ways through two bounded buffers.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -22,6 +23,8 @@ constexpr size_t kRelayBufferBytes = 64 * 1024;
 
 class RelaySession {
 public:
+    using Clock = std::chrono::steady_clock;
+
     // onFinished is called once, from inside a callback of this session, after both sockets
     // are closed; the owner destroys the session later (EventLoop::post).
     // deviceSocket is a fresh non-blocking stream socket of the device address's family.
@@ -30,6 +33,9 @@ public:
 
     // Starts the non-blocking connect to the device; false (and finished) when it fails at once.
     bool connect(const SocketAddress& device);
+    // Ends the relay (finished) when its client has sent nothing within firstRequest of being
+    // accepted, or when no byte has come from either side for idle.
+    void enforceLimits(Clock::time_point now, Clock::duration firstRequest, Clock::duration idle);
 
 private:
     struct Side {
@@ -57,6 +63,8 @@ private:
     Side device_;
     bool connecting_ = true;
     bool finished_ = false;
+    const Clock::time_point acceptedAt_ = Clock::now();
+    Clock::time_point lastActivity_ = acceptedAt_;
 };
 
 }  // namespace mediad

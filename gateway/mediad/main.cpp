@@ -4,6 +4,7 @@
 #include <sys/epoll.h>
 #include <sys/resource.h>
 #include <sys/signalfd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -18,6 +19,7 @@
 #include "MediadLog.h"
 #include "RelaySessions.h"
 #include "RtspListeners.h"
+#include "ServiceUser.h"
 #include "StandardStreams.h"
 #include "ZQGatewayHome.h"
 #include "ZQMediaFrame.h"
@@ -31,7 +33,7 @@ constexpr const char* kPidFile = "run/mediad.pid";
 struct Options {
     std::string home;
     bool foreground = false;
-    size_t maxRelays = 1024;
+    RelayLimits relays;
     size_t maxClients = 256;
 };
 
@@ -68,23 +70,32 @@ int serve(const Options& options) {
     std::signal(SIGPIPE, SIG_IGN);
     raiseDescriptorLimit();
 
-    if (ZQ_Gateway_HomeDir().empty()) {
+    const std::string home = ZQ_Gateway_HomeDir();
+    if (home.empty()) {
         std::fprintf(stderr, "zqmediad: the gateway home cannot be created\n");
         return 1;
     }
-    EventLoop loop;
-    if (!loop.valid()) {
-        std::perror("zqmediad: epoll_create1");
+    ZQGateway::tagGatewaySettings settings;
+    ZQ_Gateway_GetSettings(settings);
+    std::string error;
+    if (!gwio::runAsServiceUser(settings.serviceUser, home, error)) {
+        std::fprintf(stderr, "zqmediad: %s\n", error.c_str());
+        MEDIAD_LOG(5, "media daemon not started: %s", error.c_str());
         return 1;
     }
-    RelaySessions relays(loop, options.maxRelays);
+    EventLoop loop;
+    DeviceDirectory directory;
+    RelaySessions relays(loop, directory, options.relays);
+    if (!loop.valid() || !relays.valid()) {
+        std::perror("zqmediad: epoll_create1 or timerfd_create");
+        return 1;
+    }
     RtspListeners listeners(loop, [&relays](UniqueFd client, const std::string& deviceIndex) {
         relays.start(std::move(client), deviceIndex);
     });
-    MediaCommands commands(listeners);
+    MediaCommands commands(listeners, directory);
     CommandServer server(loop, commands, options.maxClients);
     const std::string socketPath = ZQ_Gateway_HomePath(ZQGateway::kMediaSocketPath);
-    std::string error;
     if (!server.listen(socketPath, error)) {
         std::fprintf(stderr, "zqmediad: %s\n", error.c_str());
         MEDIAD_LOG(5, "media daemon not started: %s", error.c_str());
@@ -113,12 +124,30 @@ int serve(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    ::umask(077);  // everything the daemon creates in the home is its own alone
     Options options;
     CLI::App app {"Media module of the reference gateway: RTSP listeners per device, relayed to the devices."};
     app.add_option("--home", options.home, "Gateway home directory (overrides ZQ_GATEWAY_HOME)");
     app.add_flag("-f,--foreground", options.foreground, "Stay in the foreground instead of detaching");
-    app.add_option("--max-relays", options.maxRelays, "Relayed RTSP connections at once; more are refused")
-        ->check(CLI::PositiveNumber);
+    app.add_option("--max-relays", options.relays.maxRelays, "Relayed RTSP connections at once; more are refused")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    app.add_option("--max-relays-per-device", options.relays.maxPerDevice,
+                   "Relayed connections to one device at once; more are refused")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    app.add_option("--max-relays-per-client", options.relays.maxPerClient,
+                   "Relayed connections of one client (IPv4 address or IPv6 /64) at once; more are refused")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    app.add_option("--first-request-timeout", options.relays.firstRequest,
+                   "Seconds a relayed client has to send its first bytes before it is closed")
+        ->check(CLI::Range(1, 86400))
+        ->capture_default_str();
+    app.add_option("--idle-timeout", options.relays.idle,
+                   "Seconds a relay may go without a byte from either side before it is closed")
+        ->check(CLI::Range(1, 86400))
+        ->capture_default_str();
     app.add_option("--max-clients", options.maxClients, "Command socket clients at once; more are refused")
         ->check(CLI::PositiveNumber);
     CLI11_PARSE(app, argc, argv);

@@ -108,6 +108,16 @@ Outcome curl(const std::string& arguments) {
     return splitStatusLast(runShell("curl -s -g --max-time 60 -w '\\n%{http_code}' " + arguments + " 2>/dev/null"));
 }
 
+Outcome curlAs(const std::string& user, const std::string& password, const std::string& arguments) {
+    std::string quoted;
+    for (char c : user + ":" + password) {
+        quoted += c == '"' || c == '\\' ? std::string("\\") + c : std::string(1, c);
+    }
+    return splitStatusLast(
+        runCommand("curl -s -g --max-time 60 -w '\\n%{http_code}' -K - " + arguments, "user = \"" + quoted + "\"\n")
+            .out);
+}
+
 Outcome pythonDigestGet(const std::string& url, const std::string& user, const std::string& password,
                         const std::string& againAfterSec) {
     static const char* const kScript =

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <regex>
+#include <fstream>
 
 #include "ZQGatewayHome.h"
 
@@ -39,6 +39,7 @@ GatewayRun::GatewayRun() : base_(testPortBlock(40)) {
             s.rtspPortFirst = static_cast<uint16_t>(base + 20);
             s.rtspPortLast = static_cast<uint16_t>(base + 29);
             s.nonceLifetimeSec = 2;  // so that a nonce goes stale within a test
+            s.allowedDeviceNetworks = {"127.0.0.0/8"};  // the stand-in and simulated devices
         });
     }));
 }
@@ -51,14 +52,11 @@ std::string GatewayRun::script(const std::string& action) {
 }
 
 void GatewayRun::start() {
-    const std::string output = script("start");
-    std::smatch password;
-    if (std::regex_search(output, password, std::regex("admin password: (\\S+)"))) {
-        adminPassword_ = password[1];
-    }
-    ASSERT_FALSE(adminPassword_.empty()) << output;
-    ASSERT_NE(output.find("zqgatewayd: running"), std::string::npos) << output;
-    ASSERT_NE(output.find("nginx: running"), std::string::npos) << output;
+    startOutput_ = script("start");
+    std::getline(std::ifstream(home_.path() + "/admin-password"), adminPassword_);
+    ASSERT_FALSE(adminPassword_.empty()) << startOutput_;
+    ASSERT_NE(startOutput_.find("zqgatewayd: running"), std::string::npos) << startOutput_;
+    ASSERT_NE(startOutput_.find("nginx: running"), std::string::npos) << startOutput_;
 }
 
 std::string GatewayRun::apiUrl(const std::string& path) const {
@@ -66,11 +64,11 @@ std::string GatewayRun::apiUrl(const std::string& path) const {
 }
 
 Outcome GatewayRun::api(const std::string& method, const std::string& path, const std::string& body) const {
-    std::string arguments = "--digest -u " + shellQuoted("admin:" + adminPassword_) + " -X " + method;
+    std::string arguments = "--digest -X " + method;
     if (!body.empty() || method == "POST") {
         arguments += " -H 'Content-Type: application/json' --data-binary " + shellQuoted(body);
     }
-    return curl(arguments + " " + shellQuoted(apiUrl(path)));
+    return curlAs("admin", adminPassword_, arguments + " " + shellQuoted(apiUrl(path)));
 }
 
 std::string GatewayRun::registerDevice(int protocol, const std::string& deviceID, unsigned short port) const {

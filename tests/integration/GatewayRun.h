@@ -37,6 +37,9 @@ public:
     void start();
 
     const std::string& adminPassword() const { return adminPassword_; }
+    // What the start script printed.
+    const std::string& startOutput() const { return startOutput_; }
+    unsigned short apiPort() const { return base_; }
     const TempHome& home() const { return home_; }
     unsigned short userPort() const { return static_cast<unsigned short>(base_ + 1); }
     unsigned short firstHttpPort() const { return static_cast<unsigned short>(base_ + 10); }
@@ -52,6 +55,7 @@ private:
     TempHome home_;
     unsigned short base_;
     std::string adminPassword_;
+    std::string startOutput_;
 };
 
 }  // namespace gwtest

@@ -37,6 +37,7 @@ void useSettings(unsigned short firstPort) {
         s.rtspPortLast = static_cast<uint16_t>(firstPort + 19);
         s.logFile = "";  // stderr, next to the test's own output
         s.logLevel = 4;
+        s.allowedDeviceNetworks = {"127.0.0.0/8"};  // the simulated camera
     });
 }
 

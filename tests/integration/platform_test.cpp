@@ -2,6 +2,7 @@
 // rating, port probing and picking, the device store, the device bus, the driver, settings.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sqlite3.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -280,7 +281,7 @@ TEST(DeviceStoreTest, OneAccountAndBindingPerDeviceRecordsOutliveDeletion) {
     });
 }
 
-TEST(DeviceStoreTest, LockOutCountsLocksExpiresAndIsBounded) {
+TEST(DeviceStoreTest, LockOutCountsLocksAndCannotBeFlushedByManyRequesters) {
     TempHome home;
     inChild(home, [] {
         changeSettings([](auto& s) { s.lockPeriodSec = 4; });
@@ -288,36 +289,101 @@ TEST(DeviceStoreTest, LockOutCountsLocksExpiresAndIsBounded) {
         ASSERT_EQ(ZQ_DeviceMgr_AddTELMIUser(user, userRecord("alice", registerDevice(2, "T1"))), 0);
         int slot = 0;
         for (int i = 1; i <= 6; ++i) {
-            EXPECT_EQ(user->getLockNum(slot, "10.0.0.1", 1), i);
+            EXPECT_EQ(user->getLockNum(slot, "127.0.0.2", 1), i);
         }
-        EXPECT_EQ(user->getUnlockTime(slot, "10.0.0.1"), 0);
-        EXPECT_EQ(user->getLockNum(slot, "10.0.0.1", 1), 7);
-        EXPECT_GT(user->getUnlockTime(slot, "10.0.0.1"), 0);
-        EXPECT_LE(user->getUnlockTime(slot, "10.0.0.1"), 4);
-        EXPECT_EQ(user->getLockNum(slot, "10.0.0.2", 0), 0) << "keys are counted apart";
+        EXPECT_EQ(user->getUnlockTime(slot, "127.0.0.2"), 0);
+        EXPECT_EQ(user->getLockNum(slot, "127.0.0.2", 1), 7);
+        EXPECT_GT(user->getUnlockTime(slot, "127.0.0.2"), 0);
+        EXPECT_LE(user->getUnlockTime(slot, "127.0.0.2"), 4);
+        EXPECT_EQ(user->getLockNum(slot, "127.0.0.3", 0), 0) << "keys are counted apart";
+        user->getLockNum(slot, "127.0.0.3", 1);
+        user->destroyLock(slot, "127.0.0.3");
+        EXPECT_EQ(user->getLockNum(slot, "127.0.0.3", 0), 0) << "a success forgets the key";
 
-        // The table per record keeps the newest keys only.
-        for (size_t i = 0; i < ZQGateway::kMaxLockKeysPerRecord; ++i) {
-            user->getLockNum(slot, ("key" + std::to_string(i)).c_str(), 1);
+        // One failure each from 300 other requesters, IPv4 and IPv6 /64 keys as the front ends
+        // make them: the locked key stays locked, and past the limit every requester is.
+        for (int i = 0; i < 300; ++i) {
+            char v6[19];
+            std::snprintf(v6, sizeof(v6), "6fd000000000%04x", i);
+            const std::string key = i % 2 == 0 ? "127.0." + std::to_string(i / 250 + 1) + "." + std::to_string(i % 250)
+                                               : std::string(v6);
+            user->getLockNum(slot, key.c_str(), 1);
+            ASSERT_GE(user->getLockNum(slot, "127.0.0.2", 0), 7) << "after " << i + 1 << " requesters";
+            ASSERT_GT(user->getUnlockTime(slot, "127.0.0.2"), 0) << "after " << i + 1 << " requesters";
         }
-        EXPECT_EQ(user->getLockNum(slot, "10.0.0.1", 0), 0) << "the oldest key was dropped";
-        EXPECT_EQ(user->getLockNum(slot, "key255", 0), 1);
-        user->destroyLock(slot, "key255");
-        EXPECT_EQ(user->getLockNum(slot, "key255", 0), 0);
-
-        for (int i = 0; i < 7; ++i) {
-            user->getLockNum(slot, "10.0.0.3", 1);
-        }
+        EXPECT_EQ(user->getLockNum(slot, "10.9.9.9", 0), 7) << "a newcomer meets the record's lock";
+        EXPECT_GT(user->getUnlockTime(slot, "10.9.9.9"), 0);
+        user->destroyLock(slot, "10.9.9.9");
+        EXPECT_GT(user->getUnlockTime(slot, "10.9.9.9"), 0) << "one requester's success does not lift it";
     });
-    inChild(home, [] {
+    inChild(home, [&home] {
         std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIUser>> users;
         ASSERT_EQ(ZQ_DeviceMgr_GetAllTELMIUser(users), 0);
         ASSERT_EQ(users.size(), 1u);
         int slot = 0;
-        EXPECT_GT(users[0]->getUnlockTime(slot, "10.0.0.3"), 0) << "the lock survived a restart";
+        EXPECT_GT(users[0]->getUnlockTime(slot, "127.0.0.2"), 0) << "the lock survived a restart";
+        EXPECT_GT(users[0]->getUnlockTime(slot, "10.9.9.9"), 0) << "so did the record's";
+        sqlite3* db = nullptr;
+        ASSERT_EQ(sqlite3_open_v2((home.path() + "/devices.db").c_str(), &db, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
+        sqlite3_stmt* rows = nullptr;
+        sqlite3_prepare_v2(db, "SELECT COUNT(*) FROM lockouts", -1, &rows, nullptr);
+        ASSERT_EQ(sqlite3_step(rows), SQLITE_ROW);
+        EXPECT_LE(sqlite3_column_int64(rows, 0), int64_t {ZQGateway::kMaxLockKeysPerRecord + 1})
+            << "memory and table stay bounded";
+        sqlite3_finalize(rows);
+        sqlite3_close(db);
         ::sleep(5);  // past the lock period
-        EXPECT_EQ(users[0]->getUnlockTime(slot, "10.0.0.3"), 0);
-        EXPECT_EQ(users[0]->getLockNum(slot, "10.0.0.3", 1), 1) << "counting starts again";
+        EXPECT_EQ(users[0]->getUnlockTime(slot, "127.0.0.2"), 0);
+        EXPECT_EQ(users[0]->getUnlockTime(slot, "10.9.9.9"), 0);
+        EXPECT_EQ(users[0]->getLockNum(slot, "127.0.0.2", 1), 1) << "counting starts again";
+    });
+}
+
+TEST(DeviceStoreTest, AddressesLeadingBackIntoTheGatewayAreRefusedAndLoggedEscaped) {
+    TempHome home;
+    inChild(home, [&home] {
+        const auto registers = [](const std::string& id, const std::string& rtsp, const std::string& telmi = "") {
+            ZQGateway::tagDeviceInfo info;
+            info.tarnDeviceID = id;
+            info.rtspAddress = rtsp;
+            info.telmiAddress = telmi;
+            std::string index;
+            return ZQ_DeviceMgr_RegisterDevice(index, info);
+        };
+        for (const char* refused : {"rtsp://127.0.0.1:554", "127.8.9.10:8000", "rtsp://[::1]:554", "localhost",
+                                    "rtsp://169.254.0.5/", "[fe80::1]:554", "224.0.0.1:554", "rtsp://[ff02::1]",
+                                    "0.0.0.0:554", "[::]:554", "rtsp://[::ffff:127.0.0.1]:554",
+                                    "rtsp://user:pw@127.0.0.1:554/stream", "rtsp://camera.example:554"}) {
+            EXPECT_EQ(registers("R", refused), ZQGateway::storeAddressRefused) << refused;
+            EXPECT_EQ(registers("R", "", std::string("http://") + refused), ZQGateway::storeAddressRefused) << refused;
+        }
+        EXPECT_EQ(registers("OK1", "rtsp://10.0.0.9:554/stream", "http://192.0.2.7"), 0);
+        EXPECT_EQ(registers("OK2", "[2001:db8::5]:8554"), 0);
+
+        ZQGateway::tagGatewaySettings settings;
+        ZQ_Gateway_GetSettings(settings);
+        settings.allowedDeviceNetworks = {"127.0.0.0/8", "fe80::/64"};
+        ASSERT_EQ(ZQ_Gateway_SetSettings(settings), 0);
+        EXPECT_EQ(registers("LOOP", "rtsp://127.0.0.1:9554", "http://[fe80::1]:8080"), 0) << "allowed networks";
+        for (const uint16_t port : {settings.managementPort, settings.telmiUserPort, settings.httpPortFirst,
+                                    settings.rtspPortLast}) {
+            EXPECT_EQ(registers("OWN", "rtsp://127.0.0.1:" + std::to_string(port)), ZQGateway::storeAddressRefused)
+                << "the gateway's own port " << port << ", allowed network or not";
+            EXPECT_EQ(registers("OWN", "rtsp://0.0.0.0:" + std::to_string(port)), ZQGateway::storeAddressRefused);
+        }
+        settings.allowedDeviceNetworks = {"127.0.0.0/33"};
+        EXPECT_EQ(ZQ_Gateway_SetSettings(settings), ZQGateway::configBadArgument);
+        settings.allowedDeviceNetworks = {};
+        settings.serviceUser = "root";
+        EXPECT_EQ(ZQ_Gateway_SetSettings(settings), ZQGateway::configBadArgument);
+
+        // The refusal names the device; a line break in its ID cannot start a line of its own.
+        EXPECT_EQ(registers("EVIL\nERROR forged", "127.0.0.1:" + std::to_string(settings.managementPort)),
+                  ZQGateway::storeAddressRefused);
+        std::ifstream log(home.path() + "/log/gateway.log");
+        const std::string text(std::istreambuf_iterator<char>(log), {});
+        EXPECT_NE(text.find("device EVIL\\x0aERROR forged not registered"), std::string::npos) << text;
+        EXPECT_EQ(text.find("\nERROR forged"), std::string::npos) << text;
     });
 }
 

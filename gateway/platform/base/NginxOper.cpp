@@ -1,5 +1,6 @@
 #include "base/NginxOper.h"
 
+#include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>
 #include <signal.h>
@@ -99,7 +100,12 @@ NginxOper::Paths NginxOper::paths() {
     p.authSocket = ZQ_Gateway_HomePath(ZQGateway::kTelmiAdmissionSocket);
     p.apiSocket = ZQ_Gateway_HomePath(ZQGateway::kManagementSocket);
     for (const char* dir : {"", "/logs", "/temp"}) {
-        ::mkdir((p.prefix + dir).c_str(), 0755);
+        const std::string path = p.prefix + dir;
+        if (::mkdir(path.c_str(), 0700) == 0) {
+            const int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+            ZQ_Gateway_GiveToHomeOwner(fd, path);
+            ::close(fd);
+        }
     }
     return p;
 }
@@ -120,7 +126,7 @@ std::set<int> NginxOper::readPorts(const Paths& p) {
 
 bool NginxOper::writePorts(const Paths& p, const std::set<int>& ports) {
     // Rebuilt from the device store at every start, so a crash cannot lose what it says.
-    return ZQ_Gateway_WriteFileAtomically(p.ports, nginxPortsConfig(p, ports, hostHasIpv6()), 0644, false) == 0;
+    return ZQ_Gateway_WriteFileAtomically(p.ports, nginxPortsConfig(p, ports, hostHasIpv6()), 0600, false) == 0;
 }
 
 bool NginxOper::writeMainConfig(const Paths& p) {
@@ -131,8 +137,8 @@ bool NginxOper::writeMainConfig(const Paths& p) {
     // the device store by the library at every start.
     struct stat portsFile {};
     return (::stat(p.ports.c_str(), &portsFile) == 0 || writePorts(p, {})) &&
-           ZQ_Gateway_WriteFileAtomically(p.request, nginxRequestConfig(), 0644, false) == 0 &&
-           ZQ_Gateway_WriteFileAtomically(p.devices, nginxDevicesConfig(deviceUpstreams()), 0644, false) == 0 &&
+           ZQ_Gateway_WriteFileAtomically(p.request, nginxRequestConfig(), 0600, false) == 0 &&
+           ZQ_Gateway_WriteFileAtomically(p.devices, nginxDevicesConfig(deviceUpstreams()), 0600, false) == 0 &&
            ZQ_Gateway_WriteFileAtomically(p.conf, nginxMainConfig(p, services)) == 0;
 }
 

@@ -80,6 +80,7 @@ bool NonceKeeper::loadSecret() {
         if (fd < 0) {
             return false;
         }
+        ZQ_Gateway_GiveToHomeOwner(fd, path);
         bool written = ::write(fd, fresh, sizeof(fresh)) == static_cast<ssize_t>(sizeof(fresh)) && ::fsync(fd) == 0;
         ::close(fd);
         if (written && ::link(temp.c_str(), path.c_str()) != 0 && errno != EEXIST) {

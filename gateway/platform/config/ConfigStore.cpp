@@ -5,10 +5,17 @@
 #include "ZQGatewayHome.h"
 #include "base/Md5Hex.h"
 #include "config/GatewayConfig.h"
+#include "config/NetworkRange.h"
 
 namespace {
 
 using zqgw::ConfigContent;
+
+bool validServiceUser(const std::string& name) {
+    return !name.empty() && name.size() <= 32 && name != "root" && name[0] != '-' &&
+           name.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-") ==
+               std::string::npos;
+}
 using zqgw::GatewayConfig;
 
 std::shared_ptr<const ConfigContent> current() { return GatewayConfig::instance().read().content; }
@@ -93,8 +100,13 @@ int ZQ_Gateway_SetSettings(const ZQGateway::tagGatewaySettings& settings) {
     if (s.realm.empty() || s.realm.find('"') != std::string::npos || s.realm.size() > 64 ||
         s.httpPortFirst == 0 || s.httpPortFirst > s.httpPortLast || s.rtspPortFirst == 0 ||
         s.rtspPortFirst > s.rtspPortLast || s.nonceLifetimeSec <= 0 || s.lockPeriodSec <= 0 ||
-        s.managementPort == 0) {
+        s.managementPort == 0 || !validServiceUser(s.serviceUser)) {
         return ZQGateway::configBadArgument;
+    }
+    for (const std::string& network : s.allowedDeviceNetworks) {
+        if (!zqgw::NetworkRange::parse(network)) {
+            return ZQGateway::configBadArgument;
+        }
     }
     return GatewayConfig::instance().modify([&](ConfigContent& c) {
         c.settings = settings;

@@ -1,6 +1,7 @@
 #include "config/GatewayConfig.h"
 
 #include "config/FileLock.h"
+#include "config/NetworkRange.h"
 
 #include <json/json.h>
 
@@ -20,6 +21,18 @@ int intMember(const Json::Value& root, const char* key, int fallback, int low, i
 std::string textMember(const Json::Value& root, const char* key, const std::string& fallback) {
     const Json::Value& v = root[key];
     return v.isString() ? v.asString() : fallback;
+}
+
+// Only well-formed ranges are taken: a range that cannot be understood allows nothing.
+std::vector<std::string> networksMember(const Json::Value& root, const char* key) {
+    std::vector<std::string> networks;
+    const Json::Value& v = root[key];
+    for (Json::ArrayIndex i = 0; v.isArray() && i < v.size(); ++i) {
+        if (v[i].isString() && NetworkRange::parse(v[i].asString())) {
+            networks.push_back(v[i].asString());
+        }
+    }
+    return networks;
 }
 
 void readRange(const Json::Value& root, const char* key, uint16_t& first, uint16_t& last) {
@@ -46,6 +59,8 @@ ConfigContent fromJson(const Json::Value& root) {
     s.logFile = textMember(root, "logFile", s.logFile);
     s.managementPort = static_cast<uint16_t>(intMember(root, "managementPort", s.managementPort, 1, 65535));
     s.telmiUserPort = static_cast<uint16_t>(intMember(root, "telmiUserPort", s.telmiUserPort, 0, 65535));
+    s.serviceUser = textMember(root, "serviceUser", s.serviceUser);
+    s.allowedDeviceNetworks = networksMember(root, "allowedDeviceNetworks");
     const Json::Value& users = root["users"];
     if (users.isObject()) {
         for (const std::string& name : users.getMemberNames()) {
@@ -74,6 +89,11 @@ Json::Value toJson(const ConfigContent& c) {
     root["logFile"] = s.logFile;
     root["managementPort"] = s.managementPort;
     root["telmiUserPort"] = s.telmiUserPort;
+    root["serviceUser"] = s.serviceUser;
+    root["allowedDeviceNetworks"] = Json::Value(Json::arrayValue);
+    for (const std::string& network : s.allowedDeviceNetworks) {
+        root["allowedDeviceNetworks"].append(network);
+    }
     root["users"] = Json::Value(Json::objectValue);
     for (const auto& [name, ha1] : c.userHA1) {
         root["users"][name] = ha1;

@@ -14,7 +14,8 @@ std::string resolveHome() {
     if (const char* home = std::getenv("ZQ_GATEWAY_HOME"); home != nullptr && home[0] != '\0') {
         return home;
     }
-    if (const char* user = std::getenv("HOME"); user != nullptr && user[0] != '\0') {
+    // root's services run as the service user, which cannot reach into root's own home.
+    if (const char* user = std::getenv("HOME"); user != nullptr && user[0] != '\0' && ::geteuid() != 0) {
         return std::string(user) + "/.zqgateway";
     }
     return "/var/lib/zqgateway";
@@ -32,6 +33,43 @@ bool makeDirs(const std::string& path, mode_t mode) {
     }
 }
 
+bool inside(const std::string& home, const std::string& path) {
+    return !home.empty() && path.size() > home.size() + 1 && path.compare(0, home.size(), home) == 0 &&
+           path[home.size()] == '/';
+}
+
+void giveToOwnerOf(const std::string& home, int fd) {
+    struct stat owner {};
+    struct stat file {};
+    if (::geteuid() == 0 && ::stat(home.c_str(), &owner) == 0 && ::fstat(fd, &file) == 0 &&
+        (file.st_uid != owner.st_uid || file.st_gid != owner.st_gid)) {
+        ::fchown(fd, owner.st_uid, owner.st_gid);
+    }
+}
+
+// Everything under the home is private to the user the gateway runs as: secrets (HA1s, the
+// nonce key) live in it, and nginx's workers run as that user too. A home made earlier with
+// looser bits, or by mkdir -p, is tightened by its owner.
+bool makePrivateDir(const std::string& home, const std::string& dir) {
+    if (::mkdir(dir.c_str(), 0700) != 0 && errno != EEXIST) {
+        return false;
+    }
+    const int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0) {
+        return false;
+    }
+    struct stat now {};
+    const bool ok = ::fstat(fd, &now) == 0;
+    if (ok && dir != home) {
+        giveToOwnerOf(home, fd);
+    }
+    if (ok && now.st_uid == ::geteuid() && (now.st_mode & 077) != 0) {
+        ::fchmod(fd, 0700);
+    }
+    ::close(fd);
+    return ok;
+}
+
 }  // namespace
 
 std::string ZQ_Gateway_HomeDir() {
@@ -40,12 +78,20 @@ std::string ZQ_Gateway_HomeDir() {
         while (dir.size() > 1 && dir.back() == '/') {
             dir.pop_back();
         }
-        // Others may pass through the home and run/ (nginx's workers reach the front end's socket
-        // there) but list nothing.
-        return makeDirs(dir, 0711) && makeDirs(dir + "/run", 0711) && makeDirs(dir + "/log", 0700) ? dir
-                                                                                                   : std::string();
+        const size_t parent = dir.rfind('/');
+        const bool made = (parent == 0 || parent == std::string::npos || makeDirs(dir.substr(0, parent), 0755)) &&
+                          makePrivateDir(dir, dir) && makePrivateDir(dir, dir + "/run") &&
+                          makePrivateDir(dir, dir + "/log");
+        return made ? dir : std::string();
     }();
     return home;
+}
+
+void ZQ_Gateway_GiveToHomeOwner(int fd, const std::string& path) {
+    const std::string home = ZQ_Gateway_HomeDir();
+    if (inside(home, path)) {
+        giveToOwnerOf(home, fd);
+    }
 }
 
 std::string ZQ_Gateway_HomePath(const std::string& relative) {
@@ -62,6 +108,7 @@ int ZQ_Gateway_WriteFileAtomically(const std::string& path, const std::string& c
     if (fd < 0) {
         return errno;
     }
+    ZQ_Gateway_GiveToHomeOwner(fd, path);
     size_t done = 0;
     while (done < content.size()) {
         ssize_t n = ::write(fd, content.data() + done, content.size() - done);

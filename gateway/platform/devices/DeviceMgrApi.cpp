@@ -1,6 +1,8 @@
 // The device store's interface functions, each one call into the process's store.
 #include "ZQDeviceMgr.h"
 #include "ZQGatewayDevices.h"
+#include "ZQGatewayHome.h"
+#include "devices/DeviceAddressRule.h"
 #include "devices/DeviceStore.h"
 
 using zqgw::DeviceStore;
@@ -85,4 +87,15 @@ int ZQ_DeviceMgr_GetAllDevices(std::vector<std::shared_ptr<ZQGateway::CGatewayDe
 int ZQ_DeviceMgr_ReservePort(unsigned short& port, unsigned short first, unsigned short last,
                              bool (*inUse)(unsigned short port)) {
     return store().reservePort(port, first, last, inUse);
+}
+
+bool ZQ_DeviceMgr_ParseDeviceAddress(const std::string& address, uint16_t defaultPort,
+                                     ZQGateway::tagDeviceEndpoint& endpoint) {
+    return zqgw::parseDeviceAddress(address, defaultPort, endpoint);
+}
+
+int ZQ_DeviceMgr_CheckDeviceAddress(const std::string& address, uint16_t defaultPort, std::string& why) {
+    ZQGateway::tagGatewaySettings settings;
+    ZQ_Gateway_GetSettings(settings);
+    return zqgw::checkDeviceAddress(address, defaultPort, settings, why);
 }

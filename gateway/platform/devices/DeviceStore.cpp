@@ -299,16 +299,24 @@ int DeviceStore::registerDevice(std::string& deviceIndex, const tagDeviceInfo& i
         (info.protocol == 2 && info.tarnDeviceID.empty()) || (info.protocol == 4 && info.tarn5DeviceID.empty())) {
         return storeBadArgument;
     }
-    std::unique_lock<std::shared_mutex> lock(mutex_);
-    if (!open_) {
-        return storeDatabase;
-    }
     // The access ID is how users and bindings name a device: two devices sharing one would make
     // every later lookup by it ambiguous.
     const auto accessIdOf = [](const tagDeviceInfo& d) -> const std::string& {
         return d.protocol == 4 ? d.tarn5DeviceID : d.tarnDeviceID;
     };
     const std::string& accessId = accessIdOf(info);
+    for (const auto& [address, defaultPort] :
+         {std::make_pair(&info.telmiAddress, kTelmiDefaultPort), std::make_pair(&info.rtspAddress, kRtspDefaultPort)}) {
+        std::string why;
+        if (ZQ_DeviceMgr_CheckDeviceAddress(*address, defaultPort, why) != storeOk) {
+            tvlog_format(4, "ZQDeviceMgr", "device %s not registered: %s", accessId.c_str(), why.c_str());
+            return storeAddressRefused;
+        }
+    }
+    std::unique_lock<std::shared_mutex> lock(mutex_);
+    if (!open_) {
+        return storeDatabase;
+    }
     for (const auto& device : devices_) {
         if (!accessId.empty() && accessIdOf(device->getInfo()) == accessId) {
             return storeDeviceIdTaken;

@@ -1,7 +1,9 @@
 #include "devices/LockBook.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <iterator>
 
 #include "ZQGatewayDevices.h"
 #include "ZQGatewayHome.h"
@@ -12,8 +14,16 @@ namespace zqgw {
 namespace {
 
 constexpr size_t kKeyWidth = 18;
+// Longer than kKeyWidth, so that no requester's key can be it.
+const std::string kEveryRequester = "<every requester of the record>";
 
 std::string keyText(const char* key) { return std::string(key, strnlen(key, kKeyWidth)); }
+
+int lockPeriod() {
+    ZQGateway::tagGatewaySettings settings;
+    ZQ_Gateway_GetSettings(settings);
+    return settings.lockPeriodSec;
+}
 
 int64_t nowMicros() {
     using namespace std::chrono;
@@ -55,29 +65,46 @@ int LockBook::failures(const std::string& record, const char* key, bool add) {
     const int64_t now = nowSeconds();
     std::lock_guard<std::mutex> lock(mutex_);
     Entries& entries = records_[record];
+    const bool recordLocked = liveEntry(entries, record, kEveryRequester, now) != nullptr;
     Entry* entry = liveEntry(entries, record, k, now);
+    const int count = entry == nullptr ? 0 : entry->failures;
+    if (recordLocked) {
+        return std::max(count, ZQGateway::kLockThreshold);
+    }
     if (!add) {
-        return entry == nullptr ? 0 : entry->failures;
+        return count;
     }
     if (entry == nullptr) {
         if (entries.size() >= ZQGateway::kMaxLockKeysPerRecord) {
-            auto oldest = entries.begin();
-            for (auto it = entries.begin(); it != entries.end(); ++it) {
-                oldest = it->second.touched < oldest->second.touched ? it : oldest;
-            }
-            erase(entries, record, oldest->first);
+            lockRecord(entries, record, now);
+            return ZQGateway::kLockThreshold;
         }
         entry = &entries[k];
     }
     ++entry->failures;
     entry->touched = nowMicros();
     if (entry->failures >= ZQGateway::kLockThreshold && entry->unlockAt == 0) {
-        ZQGateway::tagGatewaySettings settings;
-        ZQ_Gateway_GetSettings(settings);
-        entry->unlockAt = now + settings.lockPeriodSec;
+        entry->unlockAt = now + lockPeriod();
     }
     save(record, k, *entry);
     return entry->failures;
+}
+
+void LockBook::lockRecord(Entries& entries, const std::string& record, int64_t now) {
+    for (auto it = entries.begin(); it != entries.end();) {
+        const auto next = std::next(it);
+        if (it->second.unlockAt == 0) {
+            erase(entries, record, it->first);
+        }
+        it = next;
+    }
+    Entry& every = entries[kEveryRequester];
+    every.failures = ZQGateway::kLockThreshold;
+    every.unlockAt = now + lockPeriod();
+    every.touched = nowMicros();
+    save(record, kEveryRequester, every);
+    tvlog_format(4, "ZQDeviceMgr", "%s locked for every requester: more than %zu requesters failed", record.c_str(),
+                 ZQGateway::kMaxLockKeysPerRecord);
 }
 
 int LockBook::secondsLocked(const std::string& record, const char* key) {
@@ -87,8 +114,15 @@ int LockBook::secondsLocked(const std::string& record, const char* key) {
     const int64_t now = nowSeconds();
     std::lock_guard<std::mutex> lock(mutex_);
     auto it = records_.find(record);
-    Entry* entry = it == records_.end() ? nullptr : liveEntry(it->second, record, keyText(key), now);
-    return entry == nullptr || entry->unlockAt == 0 ? 0 : static_cast<int>(entry->unlockAt - now);
+    if (it == records_.end()) {
+        return 0;
+    }
+    int64_t unlockAt = 0;
+    for (const std::string& k : {keyText(key), kEveryRequester}) {
+        const Entry* entry = liveEntry(it->second, record, k, now);
+        unlockAt = entry == nullptr ? unlockAt : std::max(unlockAt, entry->unlockAt);
+    }
+    return unlockAt == 0 ? 0 : static_cast<int>(unlockAt - now);
 }
 
 void LockBook::forget(const std::string& record, const char* key) {

@@ -1,9 +1,15 @@
 #include "devices/StoreDatabase.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <thread>
 
 #include "ZQGatewayDevices.h"
+#include "ZQGatewayHome.h"
 #include "tvlog.h"
 
 namespace zqgw {
@@ -51,8 +57,28 @@ int64_t Statement::number(int column) const { return sqlite3_column_int64(stmt_,
 
 StoreDatabase::~StoreDatabase() { sqlite3_close_v2(db_); }
 
+namespace {
+
+// The database holds every TELMI user's HA1: it is created owner-only here, whatever the
+// process's umask, and SQLite gives its -wal and -shm files the database's mode and owner.
+bool createPrivately(const std::string& path) {
+    const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (fd < 0) {
+        return errno == EEXIST;
+    }
+    ZQ_Gateway_GiveToHomeOwner(fd, path);
+    ::close(fd);
+    return true;
+}
+
+}  // namespace
+
 bool StoreDatabase::open(const std::string& path) {
     std::lock_guard<std::mutex> lock(mutex_);
+    if (!createPrivately(path)) {
+        tvlog_format(5, "ZQDeviceMgr", "device store %s cannot be created: %s", path.c_str(), std::strerror(errno));
+        return false;
+    }
     if (sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX,
                         nullptr) != SQLITE_OK) {
         return false;

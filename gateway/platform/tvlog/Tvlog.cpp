@@ -1,6 +1,10 @@
 // Log lines: "<UTC time> <LEVEL> [<module>] <text>", to the file the settings name (under the
-// home when relative) or to stderr, dropping levels below the configured threshold.
+// home when relative) or to stderr, dropping levels below the configured threshold. Control
+// characters in the text are written as \xNN, so that text taken from a request (a device ID,
+// a user name) can never start a line of its own or drive a terminal.
+#include <fcntl.h>
 #include <sys/time.h>
+#include <unistd.h>
 
 #include <cstdarg>
 #include <cstdio>
@@ -12,6 +16,22 @@
 #include "tvlog.h"
 
 namespace {
+
+std::string escapeControls(const char* text) {
+    static const char kHex[] = "0123456789abcdef";
+    std::string line;
+    for (const char* c = text; *c != '\0'; ++c) {
+        const auto byte = static_cast<unsigned char>(*c);
+        if (byte < 0x20 || byte == 0x7f) {
+            line += "\\x";
+            line += kHex[byte >> 4];
+            line += kHex[byte & 0x0f];
+        } else {
+            line += *c;
+        }
+    }
+    return line;
+}
 
 const char* levelName(int level) {
     static const char* const kNames[] = {"TRACE", "TRACE", "DEBUG", "INFO", "WARN", "ERROR", "FATAL"};
@@ -37,11 +57,25 @@ public:
 
         std::lock_guard<std::mutex> lock(mutex_);
         FILE* out = open(settings.logFile);
-        std::fprintf(out, "%s %s [%s] %s\n", stamp, levelName(level), module != nullptr ? module : "-", text);
+        std::fprintf(out, "%s %s [%s] %s\n", stamp, levelName(level), module != nullptr ? module : "-",
+                     escapeControls(text).c_str());
         std::fflush(out);
     }
 
 private:
+    static FILE* openAppending(const std::string& path) {
+        const int fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+        if (fd < 0) {
+            return nullptr;
+        }
+        ZQ_Gateway_GiveToHomeOwner(fd, path);
+        FILE* file = ::fdopen(fd, "a");
+        if (file == nullptr) {
+            ::close(fd);
+        }
+        return file;
+    }
+
     // The stream for the configured destination; stderr when none or when it cannot be opened.
     FILE* open(const std::string& logFile) {
         const std::string path = logFile.empty() ? std::string() : ZQ_Gateway_HomePath(logFile);
@@ -49,7 +83,7 @@ private:
             if (file_ != nullptr) {
                 std::fclose(file_);
             }
-            file_ = path.empty() ? nullptr : std::fopen(path.c_str(), "ae");
+            file_ = path.empty() ? nullptr : openAppending(path);
             path_ = path;
         }
         return file_ != nullptr ? file_ : stderr;

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <json/json.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -44,6 +45,27 @@ int connectTo(const sockaddr* address, socklen_t length) {
 int connectTcp(unsigned short port) {
     const sockaddr_in address {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
     return connectTo(reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+}
+
+// A connection to 127.0.0.1:port from another loopback address, as another client would make it.
+int connectFrom(const char* source, unsigned short port) {
+    int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in local {AF_INET, 0, {}, {}};
+    ::inet_pton(AF_INET, source, &local.sin_addr);
+    const sockaddr_in remote {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
+    if (::bind(fd, reinterpret_cast<const sockaddr*>(&local), sizeof(local)) != 0 ||
+        ::connect(fd, reinterpret_cast<const sockaddr*>(&remote), sizeof(remote)) != 0) {
+        ::close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+// Whether the peer closes the connection within a minute (a wide margin over any limit here).
+bool closedByPeer(int fd) {
+    pollfd watched {fd, POLLIN, 0};
+    char byte = 0;
+    return ::poll(&watched, 1, 60000) == 1 && ::recv(fd, &byte, 1, 0) <= 0;
 }
 
 int connectCommandSocket(const TempHome& home) {
@@ -133,10 +155,17 @@ class MediadTest : public ::testing::Test {
 protected:
     void SetUp() override {
         inChild(home_, [] {  // the daemon's lines go to stderr, next to the test's output
-            gwtest::changeSettings([](ZQGateway::tagGatewaySettings& s) { s.logFile = ""; });
+            gwtest::changeSettings([](ZQGateway::tagGatewaySettings& s) {
+                s.logFile = "";
+                s.allowedDeviceNetworks = {"127.0.0.0/8"};  // the simulated camera and the test's own devices
+            });
         });
-        daemon_ = std::make_unique<Program>(
-            std::vector<std::string> {ZQ_MEDIAD_PATH, "--home", home_.path(), "--foreground"});
+        startDaemon({});
+    }
+    void startDaemon(const std::vector<std::string>& options) {
+        std::vector<std::string> argv {ZQ_MEDIAD_PATH, "--home", home_.path(), "--foreground"};
+        argv.insert(argv.end(), options.begin(), options.end());
+        daemon_ = std::make_unique<Program>(argv);
         ASSERT_TRUE(eventually([this] {
             const int fd = connectCommandSocket(home_);
             return fd >= 0 && ::close(fd) == 0;
@@ -192,13 +221,13 @@ TEST_F(MediadTest, RelaysRtspAndBulkDataToTheDevices) {
     const unsigned short port = first + 2, unusablePort = first + 3, echoPort = first + 4, devicePort = first + 5;
     inChild(home_, [&] {
         const std::string camera = registerDevice(4, "CAM-1", cameraAddress);
-        const std::string named = registerDevice(4, "CAM-2", "rtsp://camera.example:554/stream");
-        ASSERT_EQ(putMediaPort({{camera, port, true}, {named, unusablePort, true}}), parseJson(R"({"code":"0"})"));
+        const std::string silent = registerDevice(4, "CAM-2", "");
+        ASSERT_EQ(putMediaPort({{camera, port, true}, {silent, unusablePort, true}}), parseJson(R"({"code":"0"})"));
 
         EXPECT_EQ(gwtest::ffprobe(port), "pcm_mulaw,8000,25\n") << "a whole RTSP session, interleaved RTP included";
 
         const int unusable = connectTcp(unusablePort);
-        EXPECT_EQ(readUntil(unusable, "\r\n"), "") << "a device address that is no number: the client is closed";
+        EXPECT_EQ(readUntil(unusable, "\r\n"), "") << "a device without an RTSP address: the client is closed";
         ::close(unusable);
 
         // A live relay outlives its listener.
@@ -241,6 +270,62 @@ TEST_F(MediadTest, RelaysRtspAndBulkDataToTheDevices) {
         EXPECT_EQ(echoed, sent.size());
         EXPECT_TRUE(received == sent) << "received " << received.size() << " of " << sent.size() << " bytes";
         ::close(client);
+    });
+}
+
+TEST_F(MediadTest, SilentAndIdleClientsAreClosedWhileAPlayerPlaysAndCapsKeepOneClientFromTakingAll) {
+    ASSERT_EQ(daemon_->stop(), 0);
+    startDaemon({"--first-request-timeout", "2", "--idle-timeout", "4", "--max-relays-per-device", "10",
+                 "--max-relays-per-client", "8"});
+    const unsigned short first = gwtest::testPortBlock(3);
+    std::string cameraAddress;
+    const auto simulator = gwtest::simulatedCamera(first, cameraAddress);
+    const unsigned short port = first + 2;
+    inChild(home_, [&] {
+        const std::string camera = registerDevice(4, "CAM-1", cameraAddress);
+        ASSERT_EQ(putMediaPort({{camera, port, true}}), parseJson(R"({"code":"0"})"));
+
+        // A real player takes 8 s of the stream, longer than either limit, while silent and idle
+        // clients are closed around it.
+        std::string played;
+        std::thread player([&] {
+            played = gwtest::runShell("timeout 60 ffmpeg -nostdin -v error -rtsp_transport tcp -i rtsp://127.0.0.1:" +
+                                      std::to_string(port) + "/stream -t 8 -f null -progress pipe:1 - 2>&1");
+        });
+        std::vector<int> silent;
+        for (int i = 0; i < 5; ++i) {
+            silent.push_back(connectTcp(port));
+        }
+        const int idle = connectTcp(port);
+        EXPECT_NE(rtspOptions(idle, 1).find("CSeq: 1"), std::string::npos);
+        for (const int fd : silent) {
+            EXPECT_TRUE(closedByPeer(fd)) << "a client that sends no request is closed";
+            ::close(fd);
+        }
+        EXPECT_TRUE(closedByPeer(idle)) << "a relay without traffic is closed";
+        ::close(idle);
+        player.join();
+        const size_t at = played.rfind("out_time_us=");
+        ASSERT_NE(at, std::string::npos) << played;
+        EXPECT_GE(std::stoll(played.substr(at + 12)), 7000000) << "the player got its 8 s: " << played;
+        EXPECT_NE(played.find("progress=end"), std::string::npos) << played;
+
+        // One client (address) holds at most 8 relays, one device at most 10.
+        std::vector<int> held;
+        for (const char* client : {"127.0.0.1", "127.0.0.1", "127.0.0.1", "127.0.0.1", "127.0.0.1", "127.0.0.1",
+                                   "127.0.0.1", "127.0.0.1", "127.0.0.2", "127.0.0.2"}) {
+            held.push_back(connectFrom(client, port));
+            EXPECT_NE(rtspOptions(held.back(), static_cast<int>(held.size())).find("CSeq"), std::string::npos)
+                << "relay " << held.size() << " from " << client;
+        }
+        for (const char* client : {"127.0.0.1", "127.0.0.3"}) {
+            const int refused = connectFrom(client, port);
+            EXPECT_EQ(rtspOptions(refused, 99), "") << "a client past the per-client or per-device cap: " << client;
+            ::close(refused);
+        }
+        for (const int fd : held) {
+            ::close(fd);
+        }
     });
 }
 

@@ -144,7 +144,7 @@ ProxyPass / http://127.0.0.1:{device_port}/ ttl=4
     return ["/usr/sbin/apache2", "-f", conf, "-k", "stop"]
 
 
-def request_rows(home, api, session, seconds, device_ids, device_ports):
+def request_rows(home, api, session, seconds, device_ids, device_ports, port_password):
     """The five rows, each against a device of its own."""
     answers = int(ANSWERS_PER_SECOND * seconds / THREADS)
     rows, stops = {}, []
@@ -158,7 +158,7 @@ def request_rows(home, api, session, seconds, device_ids, device_ports):
 
         bound = session.post(f"{api}/api/ports", json={"deviceIDs": [device_ids[port_device]]}).json()["results"][0]
         url = f"http://127.0.0.1:{bound['httpPort']}{URI}"
-        rows["port"] = wrk(url, seconds, write_answers(f"{home}/port-answers", url, "admin", ADMIN_PASSWORD, answers))
+        rows["port"] = wrk(url, seconds, write_answers(f"{home}/port-answers", url, "admin", port_password, answers))
 
         added = session.post(f"{api}/api/users", json={"users": [
             {"userName": "bench", "password": USER_PASSWORD, "deviceID": device_ids[user_device]}]}).json()
@@ -196,6 +196,8 @@ def main():
     try:
         subprocess.run([f"{args.build}/gateway/gatewayd/zqgatewayd", "init", "--home", home, "--password-file", "-"],
                        input=ADMIN_PASSWORD + "\n", text=True, check=True, env=env, stdout=subprocess.DEVNULL)
+        with open(f"{home}/port-admin-password") as f:
+            port_password = f.readline().strip()
         with open(f"{home}/gateway.json") as f:
             settings = json.load(f)
         settings.update(managementPort=api_port, telmiUserPort=USER_PORT, nonceLifetimeSec=86400,
@@ -222,7 +224,7 @@ def main():
                                   stdout=subprocess.PIPE, text=True, env=env)
         device_ids = [devsim.stdout.readline().split()[0] for _ in range(5)]
         figures["rows"] = request_rows(home, api, session, args.seconds, device_ids,
-                                       [device_http + n for n in range(5)])
+                                       [device_http + n for n in range(5)], port_password)
 
         if args.requests_only:
             return

@@ -15,6 +15,10 @@
 
 namespace ZQGateway {
 
+// The Digest realm of the management API, never the TELMI realm: its challenges and HA1s are
+// its own.
+constexpr const char* kManagementRealm = "ZQ gateway management";
+
 struct tagGatewaySettings {
     std::string realm = "TELMI";  // Digest realm; changing it invalidates every stored HA1
     uint16_t commPort = 0;        // internal communication port, kept for the media module
@@ -42,6 +46,7 @@ enum tagConfigCode : int {
     configUnreadable = 62002,  // the settings file exists but is not valid JSON; never overwritten
     configWriteFailed = 62003,
     configNoHome = 62004,
+    configNoUser = 62005,  // no such gateway or management user
 };
 
 }  // namespace ZQGateway
@@ -51,11 +56,19 @@ std::string ZQ_Gateway_HomeDir();
 // A path inside the home ("run/media.sock" -> "<home>/run/media.sock"); absolute paths unchanged.
 std::string ZQ_Gateway_HomePath(const std::string& relative);
 
-// Gateway initialisation: stores the HA1 of the gateway user "admin" for the current realm.
-// There is no built-in admin password; until this is called, port mode accepts no one.
+// Two credentials, kept apart so that an answer captured on a device port (plain HTTP, seen by
+// the device LAN) can never administer the gateway:
+// - the gateway user "admin" of the TELMI realm, which port mode asks for (the library reads its
+//   HA1 through CUserCfg); there is no built-in password: until one is set, port mode accepts no
+//   one. ZQ_Gateway_Init sets it.
+// - the management API's administrator "admin", of the realm kManagementRealm.
+// Passwords are stored as HA1 = MD5(user:realm:password).
 int ZQ_Gateway_Init(const char* adminPassword);
-// Sets (or replaces) a gateway user's password, stored as HA1 = MD5(user:realm:password).
+// Sets (or replaces) a gateway user's password in the TELMI realm.
 int ZQ_Gateway_SetUserPassword(const char* user, const char* password);
+// Sets (or replaces) a management API user's password; its HA1, or configNoUser.
+int ZQ_Gateway_SetManagerPassword(const char* user, const char* password);
+int ZQ_Gateway_GetManagerHA1(const std::string& user, std::string& ha1);
 
 int ZQ_Gateway_GetSettings(ZQGateway::tagGatewaySettings& settings);
 int ZQ_Gateway_SetSettings(const ZQGateway::tagGatewaySettings& settings);

@@ -275,7 +275,8 @@ pwfile="$home/admin-password"
 say "Everything this gateway owns lives in one directory, the gateway home:" "  $home" \
   "(another one with ZQ_GATEWAY_HOME=DIR make demo), private to the user the gateway runs as" \
   "(started by root, an unprivileged user of its own, zqgateway). The reference gateway's script" \
-  "initialises a new home, leaving its generated admin password in $pwfile (mode 0600)," \
+  "initialises a new home, leaving the generated password of the management API's admin in" \
+  "$pwfile (mode 0600) and the one of port mode's TELMI admin beside it," \
   "and starts the media daemon (zqmediad) and the host service (zqgatewayd), which starts nginx." \
   "A running demo gateway is reused."
 
@@ -390,8 +391,10 @@ run "telmictl --admin-password-file \"\$pwfile\" port list"
 listening() { printf '%s\n' "$out" | awk -v id="$1" '$2 == id { print $5, $6 }'; }
 check "CAM002 listening on both ports" test "$(listening CAM002)" = "yes yes"
 check "CAM003 listening on both ports" test "$(listening CAM003)" = "yes yes"
-say "" "A device's own port takes the gateway's users; here the admin:"
-run_here "admin_netrc=\$(netrc admin \"\$(head -n 1 \"\$pwfile\")\")"
+say "" "A device's own port takes the gateway's TELMI admin, whose password is not the management" \
+  "API's: a header seen on the device LAN can never administer the gateway. init left it in" \
+  "$home/port-admin-password:"
+run_here "admin_netrc=\$(netrc admin \"\$(head -n 1 $(q "$home/port-admin-password"))\")"
 run "curl -sS -i --digest --netrc-file \"\$admin_netrc\" http://127.0.0.1:$cam002_http/TELMI/System/deviceInfo"
 check "HTTP 200 through CAM002's port" status_is 200
 check "the answer of CAM002 (X-Device-ID)" device_answered CAM002

@@ -6,8 +6,9 @@
 #   gateway.sh [--home DIR] [--build DIR] [--library PATH] start|stop|status
 #
 # The home is --home, else $ZQ_GATEWAY_HOME, else $HOME/.zqgateway (/var/lib/zqgateway for root).
-# A new home is initialised at the first start; its generated admin password is left in the
-# home's admin-password file (mode 0600), never printed. Started by root, the programs create
+# A new home is initialised at the first start; the generated passwords of its two admins are
+# left in the home's admin-password (management API) and port-admin-password (TELMI port mode)
+# files (mode 0600), never printed. Started by root, the programs create
 # the service user (gateway.json: serviceUser, default zqgateway), give it the home and run as
 # it. The programs are taken from the build directory: --build, else $ZQ_BUILD_DIR, else build/
 # in the source tree.

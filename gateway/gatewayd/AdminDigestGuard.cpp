@@ -5,7 +5,7 @@
 #include "DigestChallenge.h"
 #include "DigestScopeGuard.h"
 #include "ZQBase.h"
-#include "ZQConfigMgr.h"
+#include "ZQGatewayHome.h"
 
 namespace gatewayd {
 namespace {
@@ -14,7 +14,7 @@ constexpr const char* kAdmin = "admin";
 constexpr int kStaleNonce = -2;
 
 bool refuse(httplib::Response& res, bool stale, const std::string& message) {
-    const std::string challenge = digestChallenge(stale);
+    const std::string challenge = digestChallenge(stale, ZQGateway::kManagementRealm);
     if (!challenge.empty()) {
         res.set_header("WWW-Authenticate", challenge);
     }
@@ -44,8 +44,7 @@ bool admitAdmin(const httplib::Request& req, httplib::Response& res) {
         return refuse(res, false, "only the gateway user \"admin\" may use the management API");
     }
     std::string ha1;
-    const auto userCfg = ZQ_ConfigMgr_GetUserCfg();
-    if (userCfg == nullptr || userCfg->getDigestHA1(ha1, kAdmin) != 0) {
+    if (ZQ_Gateway_GetManagerHA1(kAdmin, ha1) != 0) {
         return refuse(res, false, "the gateway has no admin password yet: initialise the gateway home");
     }
     const int verdict = ZQ_BASE_CheckDigest(req.method.c_str(), answer.c_str(), ha1.c_str());

@@ -1,6 +1,6 @@
-// The management API's door: every request must carry a valid Digest answer of the gateway
-// user "admin" (HA1 from the configuration store, nonce from the platform, checked by the
-// platform's ZQ_BASE_CheckDigest) for this very request target, in the API's own nonce scope.
+// The management API's door: every request must carry a valid Digest answer of the management
+// user "admin" (realm kManagementRealm, HA1 from the configuration store, nonce from the
+// platform, checked by the platform's ZQ_BASE_CheckDigest) for this very request target, in the API's own nonce scope.
 #pragma once
 
 #include <httplib.h>

@@ -15,14 +15,14 @@ constexpr int kParameterBuffer = 512;
 
 }  // namespace
 
-std::string digestChallenge(bool stale) {
+std::string digestChallenge(bool stale, const std::string& realm) {
     char nonce[kNonceBuffer] = {};
     const auto userCfg = ZQ_ConfigMgr_GetUserCfg();
     if (CreateNonce(nonce, sizeof(nonce)) != 0 || userCfg == nullptr) {
         return "";
     }
-    return "Digest qop=\"auth\", realm=\"" + userCfg->getRealm() + "\", nonce=\"" + nonce + "\", stale=\"" +
-           (stale ? "TRUE" : "FALSE") + "\"";
+    return "Digest qop=\"auth\", realm=\"" + (realm.empty() ? userCfg->getRealm() : realm) + "\", nonce=\"" + nonce +
+           "\", stale=\"" + (stale ? "TRUE" : "FALSE") + "\"";
 }
 
 std::string digestParameter(const std::string& header, const char* name) {

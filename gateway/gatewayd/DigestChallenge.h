@@ -7,9 +7,10 @@
 
 namespace gatewayd {
 
-// "Digest qop=\"auth\", realm=\"<realm>\", nonce=\"<nonce>\", stale=\"TRUE|FALSE\""; empty when
-// no nonce or realm can be had.
-std::string digestChallenge(bool stale);
+// "Digest qop=\"auth\", realm=\"<realm>\", nonce=\"<nonce>\", stale=\"TRUE|FALSE\"" with a nonce of
+// the calling thread's scope; empty when no nonce or realm can be had. The TELMI realm unless
+// another is named.
+std::string digestChallenge(bool stale, const std::string& realm = "");
 
 // The value of name="..." in a Digest Authorization header, empty when absent.
 std::string digestParameter(const std::string& header, const char* name);

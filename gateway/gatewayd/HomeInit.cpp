@@ -43,14 +43,19 @@ bool generatePassword(std::string& password) {
 
 }  // namespace
 
-InitOutcome initialiseHome(const std::string& given, std::string& error) {
+const char* generatedPasswordFile(Credential credential) {
+    return credential == Credential::management ? "admin-password" : "port-admin-password";
+}
+
+InitOutcome initialiseCredential(Credential credential, const std::string& given, std::string& error) {
     const auto userCfg = ZQ_ConfigMgr_GetUserCfg();
     if (userCfg == nullptr) {
         error = "the gateway home cannot be created";
         return InitOutcome::failed;
     }
     std::string ha1;
-    if (userCfg->getDigestHA1(ha1, "admin") == 0) {
+    if ((credential == Credential::management ? ZQ_Gateway_GetManagerHA1("admin", ha1)
+                                              : userCfg->getDigestHA1(ha1, "admin")) == 0) {
         return InitOutcome::alreadyInitialised;
     }
     std::string password = given;
@@ -59,15 +64,16 @@ InitOutcome initialiseHome(const std::string& given, std::string& error) {
             error = "no random bytes for a password";
             return InitOutcome::failed;
         }
-        const std::string path = ZQ_Gateway_HomePath(kGeneratedPasswordFile);
+        const std::string path = ZQ_Gateway_HomePath(generatedPasswordFile(credential));
         if (const int code = ZQ_Gateway_WriteFileAtomically(path, password + "\n", 0600); code != 0) {
-            error = "the generated admin password cannot be written to " + path + " (errno " + std::to_string(code) +
-                    ")";
+            error = "the generated password cannot be written to " + path + " (errno " + std::to_string(code) + ")";
             return InitOutcome::failed;
         }
     }
-    if (const int code = ZQ_Gateway_Init(password.c_str()); code != 0) {
-        error = "the admin password cannot be stored (code " + std::to_string(code) + ")";
+    const int code = credential == Credential::management ? ZQ_Gateway_SetManagerPassword("admin", password.c_str())
+                                                          : ZQ_Gateway_Init(password.c_str());
+    if (code != 0) {
+        error = "the password cannot be stored (code " + std::to_string(code) + ")";
         return InitOutcome::failed;
     }
     return InitOutcome::initialised;

@@ -1,4 +1,5 @@
-// First start of a gateway home: the gateway user "admin" gets its password (ZQ_Gateway_Init).
+// First start of a gateway home: its two administrator credentials (see ZQGatewayHome.h) get
+// their passwords.
 #pragma once
 
 #include <string>
@@ -7,13 +8,18 @@ namespace gatewayd {
 
 enum class InitOutcome { initialised, alreadyInitialised, failed };
 
-// Where a generated admin password is left for the administrator, relative to the home.
-constexpr const char* kGeneratedPasswordFile = "admin-password";
+enum class Credential {
+    management,  // the management API's "admin"
+    portMode,    // the TELMI "admin" that port mode asks for
+};
 
-// Sets the admin password of a home that has none yet: the given one, or when it is empty a
-// generated one (16 characters of letters and digits, from OpenSSL's random generator), which is
-// written to kGeneratedPasswordFile (mode 0600, like everything in the home) and never printed.
-// A home that has one is left alone.
-InitOutcome initialiseHome(const std::string& password, std::string& error);
+// Where a generated password is left for the administrator, relative to the home.
+const char* generatedPasswordFile(Credential credential);
+
+// Sets the credential's password when the home has none yet: the given one, or when it is empty
+// a generated one (16 characters of letters and digits, from OpenSSL's random generator), which
+// is written to generatedPasswordFile (mode 0600, like everything in the home) and never
+// printed. A credential that has a password is left alone.
+InitOutcome initialiseCredential(Credential credential, const std::string& password, std::string& error);
 
 }  // namespace gatewayd

@@ -1,6 +1,6 @@
 // zqgatewayd: the reference gateway's management service, the host of libZQTELMIMgrBus.
 //   zqgatewayd [--home DIR] [--library PATH] [--foreground]
-//   zqgatewayd init [--home DIR] [--password-file FILE|-]
+//   zqgatewayd init [--home DIR] [--password-file FILE|-] [--port-password-file FILE|-]
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -31,34 +31,53 @@ struct Options {
     std::string libraryPath = ZQ_DEFAULT_LIBRARY_PATH;
     bool foreground = false;
     std::string passwordFile;
+    std::string portPasswordFile;
 };
 
+// The two credentials, each from its file or generated; false with error when one fails.
+bool initialiseCredentials(const Options& options, const std::string& home, std::string& error) {
+    const struct {
+        Credential credential;
+        const char* what;
+        const std::string& file;
+    } credentials[] = {{Credential::management, "management API admin password", options.passwordFile},
+                       {Credential::portMode, "TELMI port-mode admin password", options.portPasswordFile}};
+    for (const auto& c : credentials) {
+        std::string password;
+        if (!c.file.empty() && !gwapi::readSecret(c.what, c.file == "-" ? "" : c.file, password, error)) {
+            return false;
+        }
+        switch (initialiseCredential(c.credential, password, error)) {
+            case InitOutcome::initialised:
+                if (password.empty()) {
+                    std::printf("gateway home %s: its generated %s is in %s\n", home.c_str(), c.what,
+                                ZQ_Gateway_HomePath(generatedPasswordFile(c.credential)).c_str());
+                } else {
+                    std::printf("gateway home %s: %s set\n", home.c_str(), c.what);
+                }
+                break;
+            case InitOutcome::alreadyInitialised:
+                std::printf("gateway home %s already has a %s\n", home.c_str(), c.what);
+                break;
+            case InitOutcome::failed:
+                return false;
+        }
+    }
+    return true;
+}
+
 int runInit(const Options& options) {
-    std::string error, password;
+    std::string error;
     const std::string home = ZQ_Gateway_HomeDir();
     ZQGateway::tagGatewaySettings settings;
     ZQ_Gateway_GetSettings(settings);
     if (home.empty()) {
         error = "the gateway home cannot be created";
+    } else if (options.passwordFile == "-" && options.portPasswordFile == "-") {
+        error = "only one of the two passwords can come from standard input";
     } else if (gwio::prepareServiceUser(settings.serviceUser, home, error) &&
-               (options.passwordFile.empty() ||
-                gwapi::readSecret("admin password", options.passwordFile == "-" ? "" : options.passwordFile, password,
-                                  error))) {
-        switch (initialiseHome(password, error)) {
-            case InitOutcome::initialised:
-                if (password.empty()) {
-                    std::printf("gateway home %s initialised; its generated admin password is in %s\n", home.c_str(),
-                                ZQ_Gateway_HomePath(kGeneratedPasswordFile).c_str());
-                } else {
-                    std::printf("gateway home %s initialised with the given admin password\n", home.c_str());
-                }
-                return 0;
-            case InitOutcome::alreadyInitialised:
-                std::printf("gateway home %s already has an admin password\n", home.c_str());
-                return 0;
-            case InitOutcome::failed:
-                break;
-        }
+               initialiseCredentials(options, home, error)) {
+        return 0;
     }
     std::fprintf(stderr, "zqgatewayd init: %s\n", error.c_str());
     return 1;
@@ -125,8 +144,11 @@ int main(int argc, char** argv) {
     CLI::App* init = app.add_subcommand(
         "init", "Give a new gateway home its admin password (as root, also create the service user and give it the home)");
     init->add_option("--password-file", options.passwordFile,
-                     "File whose first line is the admin password; - reads standard input (default: a generated "
-                     "password, left in the home's admin-password file)");
+                     "File whose first line is the management API's admin password; - reads standard input "
+                     "(default: a generated password, left in the home's admin-password file)");
+    init->add_option("--port-password-file", options.portPasswordFile,
+                     "File whose first line is the TELMI port-mode admin password; - reads standard input "
+                     "(default: a generated password, left in the home's port-admin-password file)");
     init->fallthrough();
     CLI11_PARSE(app, argc, argv);
 

@@ -54,7 +54,8 @@ std::string GatewayRun::script(const std::string& action) {
 void GatewayRun::start() {
     startOutput_ = script("start");
     std::getline(std::ifstream(home_.path() + "/admin-password"), adminPassword_);
-    ASSERT_FALSE(adminPassword_.empty()) << startOutput_;
+    std::getline(std::ifstream(home_.path() + "/port-admin-password"), portPassword_);
+    ASSERT_FALSE(adminPassword_.empty() || portPassword_.empty()) << startOutput_;
     ASSERT_NE(startOutput_.find("zqgatewayd: running"), std::string::npos) << startOutput_;
     ASSERT_NE(startOutput_.find("nginx: running"), std::string::npos) << startOutput_;
 }

@@ -36,7 +36,9 @@ public:
     std::string script(const std::string& action);
     void start();
 
+    // The management API's admin, and the TELMI "admin" that port mode takes.
     const std::string& adminPassword() const { return adminPassword_; }
+    const std::string& portPassword() const { return portPassword_; }
     // What the start script printed.
     const std::string& startOutput() const { return startOutput_; }
     unsigned short apiPort() const { return base_; }
@@ -55,6 +57,7 @@ private:
     TempHome home_;
     unsigned short base_;
     std::string adminPassword_;
+    std::string portPassword_;
     std::string startOutput_;
 };
 

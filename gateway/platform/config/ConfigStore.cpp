@@ -75,16 +75,41 @@ std::shared_ptr<ZQConfigMgr::CPrivateCfg> ZQ_ConfigMgr_GetPrivateCfg() {
     return ZQ_Gateway_HomeDir().empty() ? nullptr : cfg;
 }
 
-int ZQ_Gateway_SetUserPassword(const char* user, const char* password) {
+namespace {
+
+// Stores HA1 = MD5(user:realm:password) in one of the content's tables; the TELMI realm when
+// realm is null.
+int storePassword(const char* user, const char* password, std::map<std::string, std::string> ConfigContent::*table,
+                  const char* realm) {
     if (user == nullptr || password == nullptr || user[0] == '\0' || password[0] == '\0' ||
         std::strchr(user, ':') != nullptr) {
         return ZQGateway::configBadArgument;
     }
     const std::string name = user, secret = password;
     return GatewayConfig::instance().modify([&](ConfigContent& c) {
-        c.userHA1[name] = zqbase::md5Hex(name + ":" + c.settings.realm + ":" + secret);
+        (c.*table)[name] = zqbase::md5Hex(name + ":" + (realm != nullptr ? realm : c.settings.realm) + ":" + secret);
         return 0;
     });
+}
+
+}  // namespace
+
+int ZQ_Gateway_SetUserPassword(const char* user, const char* password) {
+    return storePassword(user, password, &ConfigContent::userHA1, nullptr);
+}
+
+int ZQ_Gateway_SetManagerPassword(const char* user, const char* password) {
+    return storePassword(user, password, &ConfigContent::managerHA1, ZQGateway::kManagementRealm);
+}
+
+int ZQ_Gateway_GetManagerHA1(const std::string& user, std::string& ha1) {
+    const GatewayConfig::Snapshot config = GatewayConfig::instance().read();
+    const auto it = config.content->managerHA1.find(user);
+    if (it == config.content->managerHA1.end()) {
+        return config.status != ZQGateway::configOk ? config.status : ZQGateway::configNoUser;
+    }
+    ha1 = it->second;
+    return 0;
 }
 
 int ZQ_Gateway_Init(const char* adminPassword) { return ZQ_Gateway_SetUserPassword("admin", adminPassword); }

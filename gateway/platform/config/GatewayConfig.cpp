@@ -44,6 +44,24 @@ void readRange(const Json::Value& root, const char* key, uint16_t& first, uint16
     }
 }
 
+void readHA1s(const Json::Value& users, std::map<std::string, std::string>& ha1s) {
+    if (users.isObject()) {
+        for (const std::string& name : users.getMemberNames()) {
+            if (users[name].isString()) {
+                ha1s[name] = users[name].asString();
+            }
+        }
+    }
+}
+
+Json::Value ha1Object(const std::map<std::string, std::string>& ha1s) {
+    Json::Value object(Json::objectValue);
+    for (const auto& [name, ha1] : ha1s) {
+        object[name] = ha1;
+    }
+    return object;
+}
+
 ConfigContent fromJson(const Json::Value& root) {
     ConfigContent c;
     tagGatewaySettings& s = c.settings;
@@ -61,14 +79,8 @@ ConfigContent fromJson(const Json::Value& root) {
     s.telmiUserPort = static_cast<uint16_t>(intMember(root, "telmiUserPort", s.telmiUserPort, 0, 65535));
     s.serviceUser = textMember(root, "serviceUser", s.serviceUser);
     s.allowedDeviceNetworks = networksMember(root, "allowedDeviceNetworks");
-    const Json::Value& users = root["users"];
-    if (users.isObject()) {
-        for (const std::string& name : users.getMemberNames()) {
-            if (users[name].isString()) {
-                c.userHA1[name] = users[name].asString();
-            }
-        }
-    }
+    readHA1s(root["users"], c.userHA1);
+    readHA1s(root["managers"], c.managerHA1);
     return c;
 }
 
@@ -94,10 +106,8 @@ Json::Value toJson(const ConfigContent& c) {
     for (const std::string& network : s.allowedDeviceNetworks) {
         root["allowedDeviceNetworks"].append(network);
     }
-    root["users"] = Json::Value(Json::objectValue);
-    for (const auto& [name, ha1] : c.userHA1) {
-        root["users"][name] = ha1;
-    }
+    root["users"] = ha1Object(c.userHA1);
+    root["managers"] = ha1Object(c.managerHA1);
     return root;
 }
 

@@ -16,7 +16,8 @@ namespace zqgw {
 struct ConfigContent {
     int telmiParam = 0;
     ZQGateway::tagGatewaySettings settings;
-    std::map<std::string, std::string> userHA1;  // gateway user -> HA1
+    std::map<std::string, std::string> userHA1;     // gateway user (TELMI realm) -> HA1
+    std::map<std::string, std::string> managerHA1;  // management API user (its own realm) -> HA1
 };
 
 // gateway.json in the home. Read again whenever the file on disk changed, so a change made by

@@ -17,10 +17,10 @@ TEST(GatewayService, TelmiRequestsReachTheirDevicesInBothModesWithStaleNoncesAnd
     TwoDevices devices(gateway);
     const unsigned short userPort = gateway.userPort();
     const auto asUser = [&] { return digestCurl(userPort, "tarnuser", kUserPassword); };
-    const auto asAdmin = [&] { return digestCurl(devices.httpPort, "admin", gateway.adminPassword()); };
+    const auto asAdmin = [&] { return digestCurl(devices.httpPort, "admin", gateway.portPassword()); };
 
     EXPECT_EQ(asUser().withOut(), deviceAnswer("tarn-cam"));
-    EXPECT_EQ(pythonDigestGet(url(devices.httpPort), "admin", gateway.adminPassword()).withOut(),
+    EXPECT_EQ(pythonDigestGet(url(devices.httpPort), "admin", gateway.portPassword()).withOut(),
               deviceAnswer("tarn5-cam"));
     // The device restarts: the connection the gateway kept open to it is gone.
     devices.tarn5.reset();
@@ -28,7 +28,7 @@ TEST(GatewayService, TelmiRequestsReachTheirDevicesInBothModesWithStaleNoncesAnd
     EXPECT_EQ(asAdmin().withOut(), deviceAnswer("tarn5-cam"));
     // Port mode takes the gateway's admin only, user mode its TELMI users only.
     EXPECT_EQ(digestCurl(devices.httpPort, "tarnuser", kUserPassword).status, 401);
-    EXPECT_EQ(digestCurl(userPort, "admin", gateway.adminPassword()).status, 401);
+    EXPECT_EQ(digestCurl(userPort, "admin", gateway.portPassword()).status, 401);
 
     // A request without credentials is challenged in the library's form, in both modes.
     for (unsigned short port : {userPort, devices.httpPort}) {
@@ -71,7 +71,7 @@ TEST(GatewayService, SevenWrongPasswordsLockTheRequesterOutInBothModes) {
         std::string user, password;
     };
     for (const Mode& mode : {Mode {gateway.userPort(), "tarnuser", kUserPassword},
-                             Mode {devices.httpPort, "admin", gateway.adminPassword()}}) {
+                             Mode {devices.httpPort, "admin", gateway.portPassword()}}) {
         SCOPED_TRACE("port " + std::to_string(mode.port));
         // Requests without credentials, as a browser opening a page sends them, never count.
         for (int i = 0; i < 10; ++i) {

@@ -117,7 +117,7 @@ TEST(HostileClients, StalledConnectionsNeitherDelayALegitimateClientNorOutstayTh
                    shellQuoted(url(gateway.userPort())))
                   .withOut(),
               deviceAnswer("tarn-cam"));
-    EXPECT_EQ(curl(inOneSecond + "--digest -u " + shellQuoted("admin:" + gateway.adminPassword()) + " " +
+    EXPECT_EQ(curl(inOneSecond + "--digest -u " + shellQuoted("admin:" + gateway.portPassword()) + " " +
                    shellQuoted(url(devices.httpPort)))
                   .withOut(),
               deviceAnswer("tarn5-cam"));
@@ -148,7 +148,7 @@ TEST(HostileClients, BodiesOverTheLimitAreRefusedChunkedOrNotWithoutTheGatewayHo
         const std::string userAnswer = capturedAnswer(gateway.userPort(), "tarnuser", kUserPassword, "POST", kUri);
         EXPECT_EQ(sendWith(userAnswer, gateway.userPort(), kUri, chunked + upload).status, 413);
         const std::string adminAnswer =
-            capturedAnswer(devices.httpPort, "admin", gateway.adminPassword(), "POST", kUri);
+            capturedAnswer(devices.httpPort, "admin", gateway.portPassword(), "POST", kUri);
         EXPECT_EQ(sendWith(adminAnswer, devices.httpPort, kUri, chunked + upload).status, 413);
         EXPECT_EQ(curl("-X PUT -H 'Expect:' " + chunked + "--data-binary @" + apiBody + " " +
                        shellQuoted(gateway.apiUrl("/api/telmi")))
@@ -174,7 +174,7 @@ TEST(HostileClients, ACapturedAnswerOpensNothingElse) {
     gateway.registerDevice(4, "TARN50002", gateway.freePort(2));
     const Outcome bound = gateway.api("POST", "/api/ports", "{\"deviceIDs\":[\"TARN50002\"]}");
     const auto otherPort = static_cast<unsigned short>(firstResult(bound)["httpPort"].asUInt());
-    const std::string password = gateway.adminPassword();
+    const std::string password = gateway.portPassword();
 
     const std::string captured = capturedAnswer(devices.httpPort, "admin", password, "GET", kUri);
     EXPECT_EQ(sendWith(captured, devices.httpPort, kUri).status, 200);
@@ -188,6 +188,12 @@ TEST(HostileClients, ACapturedAnswerOpensNothingElse) {
                    shellQuoted(gateway.apiUrl("/api/users")))
                   .status,
               401);
+
+    // The port-mode credential administers nothing, and the API's opens no device port.
+    EXPECT_EQ(curl("--digest -u " + shellQuoted("admin:" + password) + " " + shellQuoted(gateway.apiUrl("/api/telmi")))
+                  .status,
+              401);
+    EXPECT_EQ(digestCurl(devices.httpPort, "admin", gateway.adminPassword()).status, 401);
 
     // Answers for one device port are stale on another: its client may answer again there.
     const std::string forFirst = capturedAnswer(devices.httpPort, "admin", password, "GET", kUri);
@@ -221,13 +227,13 @@ TEST(HostileClients, AnIpv6ClientIsLockedOutApartFromIpv4Ones) {
     GatewayRun gateway;
     TwoDevices devices(gateway);
     const std::string v6 = "http://[::1]:" + std::to_string(devices.httpPort) + kUri;
-    const std::string admin = shellQuoted("admin:" + gateway.adminPassword());
+    const std::string admin = shellQuoted("admin:" + gateway.portPassword());
     for (int i = 0; i < 7; ++i) {
         EXPECT_EQ(curl("--digest -u admin:Wrong!Pass1 " + shellQuoted(v6)).status, 401);
     }
     EXPECT_THAT(curl("--digest -u " + admin + " " + shellQuoted(v6)).withOut(),
                 testing::StartsWith("401 too many failed attempts: locked out for "));
-    EXPECT_EQ(digestCurl(devices.httpPort, "admin", gateway.adminPassword()).withOut(), deviceAnswer("tarn5-cam"));
+    EXPECT_EQ(digestCurl(devices.httpPort, "admin", gateway.portPassword()).withOut(), deviceAnswer("tarn5-cam"));
 }
 
 }  // namespace

@@ -170,7 +170,7 @@ TEST(GatewaySecurity, ServicesRunAsTheServiceUserInAPrivateHomeAndNoPasswordIsSh
     EXPECT_TRUE(std::any_of(seen.begin(), seen.end(), [](const std::string& line) {
         return line.find("zqmediad --home") != std::string::npos;
     })) << "the watch saw the gateway's programs";
-    for (const std::string& secret : {gateway.adminPassword(), kUserPassword}) {
+    for (const std::string& secret : {gateway.adminPassword(), gateway.portPassword(), kUserPassword}) {
         for (const std::string& line : seen) {
             EXPECT_THAT(line, Not(HasSubstr(secret))) << "a password on a command line";
         }

@@ -72,6 +72,12 @@ std::string nginxMainConfig(const NginxFiles& files, const NginxServices& servic
         "            proxy_set_header Content-Length $api_request_length;\n"
         // A bind retry waits up to about 50 s for nginx.
         "            proxy_read_timeout 120s;\n"
+        // nginx's own refusal when the service is down is JSON too, in the API's error form.
+        "            error_page 502 504 = @api_down;\n"
+        "        }\n"
+        "        location @api_down {\n"
+        "            default_type application/json;\n"
+        "            return 503 '{\"error\":{\"code\":0,\"message\":\"the management service does not answer\"}}\\n';\n"
         "        }\n"
         "    }\n";
     if (services.userPort != 0) {

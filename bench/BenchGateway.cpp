@@ -14,6 +14,7 @@
 #include "ZQGatewayHome.h"
 #include "ZQMediaFrame.h"
 #include "ZQTELMIMgrBus.h"
+#include "base/Md5Hex.h"
 
 namespace bench {
 namespace {
@@ -130,10 +131,22 @@ std::vector<std::string> BenchGateway::newDevicesToBind(int count) {
     return ids;
 }
 
-std::string BenchGateway::clientHeader(const std::string& user, const std::string& password) const {
+std::vector<std::string> BenchGateway::clientAnswers(const std::string& user, const std::string& password,
+                                                     int count) const {
     char nonce[kNonceBytes] = {};
     require(CreateNonce(nonce, sizeof(nonce)) == 0, "CreateNonce failed");
-    return gwtest::pythonDigestHeader(user, kRealm, password, kMethod, kUri, nonce, true);
+    const std::string ha1 = zqbase::md5Hex(user + ":" + kRealm + ":" + password);
+    const std::string ha2 = zqbase::md5Hex(std::string(kMethod) + ":" + kUri);
+    std::vector<std::string> answers;
+    for (int n = 1; n <= count; ++n) {
+        char nc[9];
+        std::snprintf(nc, sizeof(nc), "%08x", static_cast<unsigned>(n));
+        const std::string response = zqbase::md5Hex(ha1 + ":" + nonce + ":" + nc + ":0a4f113b:auth:" + ha2);
+        answers.push_back(std::string("Digest username=\"") + user + "\", realm=\"" + kRealm + "\", nonce=\"" +
+                          nonce + "\", uri=\"" + kUri + "\", qop=auth, nc=" + nc + ", cnonce=\"0a4f113b\", response=\"" +
+                          response + "\", algorithm=MD5");
+    }
+    return answers;
 }
 
 std::string BenchGateway::userHA1(const std::string& user) const {

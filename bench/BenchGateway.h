@@ -38,8 +38,9 @@ public:
     // Access IDs of count further devices registered for binding through the library.
     std::vector<std::string> newDevicesToBind(int count);
 
-    // The Authorization header a client sends as user on a fresh nonce, and the HA1 it matches.
-    std::string clientHeader(const std::string& user, const std::string& password) const;
+    // count Digest answers to one fresh nonce, with nonce counts 1 to count, as a client sends
+    // them: the gateway accepts each (nonce, count) once.
+    std::vector<std::string> clientAnswers(const std::string& user, const std::string& password, int count) const;
     std::string userHA1(const std::string& user) const;
     std::string adminHA1() const;
 

@@ -28,17 +28,17 @@ StandInDevice::~StandInDevice() {
     thread_.join();
 }
 
-GatewayRun::GatewayRun() : base_(testPortBlock(40)) {
+GatewayRun::GatewayRun(int nonceLifetimeSec) : base_(testPortBlock(40)) {
     const unsigned short base = base_;
-    EXPECT_TRUE(inChild(home_, [base] {
-        changeSettings([base](ZQGateway::tagGatewaySettings& s) {
+    EXPECT_TRUE(inChild(home_, [base, nonceLifetimeSec] {
+        changeSettings([base, nonceLifetimeSec](ZQGateway::tagGatewaySettings& s) {
             s.managementPort = base;
             s.telmiUserPort = static_cast<uint16_t>(base + 1);
             s.httpPortFirst = static_cast<uint16_t>(base + 10);
             s.httpPortLast = static_cast<uint16_t>(base + 19);
             s.rtspPortFirst = static_cast<uint16_t>(base + 20);
             s.rtspPortLast = static_cast<uint16_t>(base + 29);
-            s.nonceLifetimeSec = 2;  // so that a nonce goes stale within a test
+            s.nonceLifetimeSec = nonceLifetimeSec;
             s.allowedDeviceNetworks = {"127.0.0.0/8"};  // the stand-in and simulated devices
         });
     }));

@@ -28,8 +28,9 @@ private:
 class GatewayRun {
 public:
     // Ports: apiPort, userPort, device HTTP ports [firstHttpPort, +9], RTSP ports after them,
-    // then freePort() for the test's own listeners.
-    GatewayRun();
+    // then freePort() for the test's own listeners. Nonces live long enough for a client that
+    // computes its answer in another process on a busy machine, unless a test ages them itself.
+    explicit GatewayRun(int nonceLifetimeSec = 60);
     ~GatewayRun();
 
     // scripts/gateway.sh start|stop|status; its output.

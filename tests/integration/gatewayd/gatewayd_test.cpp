@@ -13,7 +13,7 @@ using testing::HasSubstr;
 namespace {
 
 TEST(GatewayService, TelmiRequestsReachTheirDevicesInBothModesWithStaleNoncesAndAfterARestart) {
-    GatewayRun gateway;
+    GatewayRun gateway(2);  // so that a nonce goes stale within the test
     TwoDevices devices(gateway);
     const unsigned short userPort = gateway.userPort();
     const auto asUser = [&] { return digestCurl(userPort, "tarnuser", kUserPassword); };

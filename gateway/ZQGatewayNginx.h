@@ -7,6 +7,7 @@
 // of CNginxOper); API requests go to the host over kManagementSocket.
 #pragma once
 
+#include <set>
 #include <string>
 
 namespace ZQGateway {
@@ -23,3 +24,12 @@ std::string ZQ_Gateway_DeviceUpstream(const std::string& deviceIndex);
 // numeric IPv4 address, a bracketed IPv6 one or "localhost"; port 80 by default); empty when
 // the address is none of these. Names are never resolved: a slow resolver would stall nginx.
 std::string ZQ_Gateway_TelmiHostPort(const std::string& telmiAddress);
+
+// The TELMI ports nginx's configuration lists: what nginx listens on once it has (re)loaded it.
+std::set<int> ZQ_Gateway_NginxConfiguredPorts();
+// The pid of this home's running nginx master; 0 when it does not run.
+int ZQ_Gateway_NginxMasterPid();
+// Empties nginx's TELMI port list, so that the library's start rebuilds it from the stored
+// bindings alone (ports of bindings lost meanwhile would otherwise stay); false when it cannot
+// be written.
+bool ZQ_Gateway_ClearNginxPorts();

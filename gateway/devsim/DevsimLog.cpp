@@ -2,7 +2,8 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <ctime>
+
+#include "UtcTime.h"
 
 namespace devsim {
 
@@ -14,13 +15,8 @@ void log(LogLevel level, const char* format, ...) {
     std::vsnprintf(text, sizeof(text), format, arguments);
     va_end(arguments);
 
-    const std::time_t now = std::time(nullptr);
-    std::tm utc {};
-    ::gmtime_r(&now, &utc);
-    char stamp[32];
-    std::strftime(stamp, sizeof(stamp), "%Y-%m-%dT%H:%M:%SZ", &utc);
     // One call per line, so that lines of different threads never interleave.
-    std::fprintf(stderr, "%s %s zqdevsim: %s\n", stamp, kNames[static_cast<int>(level)], text);
+    std::fprintf(stderr, "%s %s zqdevsim: %s\n", gwio::utcTimestamp().c_str(), kNames[static_cast<int>(level)], text);
 }
 
 }  // namespace devsim

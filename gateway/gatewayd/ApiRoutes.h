@@ -5,6 +5,7 @@
 #include <httplib.h>
 
 #include "ApiRouter.h"
+#include "ListenerKeeper.h"
 #include "TelmiLibrary.h"
 
 namespace gatewayd {
@@ -17,9 +18,12 @@ void addUserRoutes(ApiRouter& routes, const TelmiLibrary& library);
 void addPortRoutes(ApiRouter& routes, const TelmiLibrary& library);
 // GET/POST /api/devices, DELETE /api/devices/{deviceIndex}
 void addDeviceRoutes(ApiRouter& routes);
+// GET /api/health, GET /api/listeners, POST /api/listeners/repair
+void addListenerRoutes(ApiRouter& routes, ListenerKeeper& keeper);
 
 // Every route above, the admin Digest guard before each, and JSON errors for refusals,
 // unknown routes, wrong methods and failures. The router must live as long as the server.
-void installManagementApi(httplib::Server& server, ApiRouter& routes, const TelmiLibrary& library);
+void installManagementApi(httplib::Server& server, ApiRouter& routes, const TelmiLibrary& library,
+                          ListenerKeeper& keeper);
 
 }  // namespace gatewayd

@@ -18,9 +18,9 @@ constexpr ServerLimits kAdmissionLimits {100, 0};
 
 }  // namespace
 
-GatewayService::GatewayService(const TelmiLibrary& library)
-    : library_(library), api_(kApiLimits), apiRoutes_(api_), admission_(kAdmissionLimits) {
-    installManagementApi(api_, apiRoutes_, library_);
+GatewayService::GatewayService(const TelmiLibrary& library, const std::string& mediadProgram)
+    : library_(library), keeper_(mediadProgram), api_(kApiLimits), apiRoutes_(api_), admission_(kAdmissionLimits) {
+    installManagementApi(api_, apiRoutes_, library_, keeper_);
     installTelmiAdmission(admission_, library_);
 }
 
@@ -35,6 +35,10 @@ bool GatewayService::start(std::string& error) {
     if (!api_.bindUnix(ZQ_Gateway_HomePath(ZQGateway::kManagementSocket), error) ||
         !admission_.bindUnix(ZQ_Gateway_HomePath(ZQGateway::kTelmiAdmissionSocket), error)) {
         return false;
+    }
+    // Ports of bindings lost while the service was down would otherwise be listened on again.
+    if (!ZQ_Gateway_ClearNginxPorts()) {
+        GATEWAYD_LOG(4, "nginx's port list could not be emptied before start: it may keep ports no binding holds");
     }
     library_.start();
     started_ = true;
@@ -53,12 +57,14 @@ bool GatewayService::start(std::string& error) {
         stop();
         return false;
     }
+    keeper_.start();
     GATEWAYD_LOG(3, "gateway service started: API on 127.0.0.1:%d, TELMI user mode on port %d (0: none)",
                  settings.managementPort, settings.telmiUserPort);
     return true;
 }
 
 void GatewayService::stop() {
+    keeper_.stop();
     for (GatewayHttpServer* server : {&api_, &admission_}) {
         if (server->is_running()) {
             server->stop();

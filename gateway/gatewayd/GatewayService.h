@@ -9,24 +9,29 @@
 
 #include "ApiRouter.h"
 #include "GatewayHttpServer.h"
+#include "ListenerKeeper.h"
 #include "TelmiLibrary.h"
 
 namespace gatewayd {
 
 class GatewayService {
 public:
-    explicit GatewayService(const TelmiLibrary& library);
+    // mediadProgram: the media daemon to start when it has not been seen running.
+    GatewayService(const TelmiLibrary& library, const std::string& mediadProgram);
     ~GatewayService();
 
-    // Binds both sockets, calls ZQ_TELMIMgrBus_Start, starts serving and makes sure nginx runs
-    // with the bindings' ports. False with error when a socket cannot be had (then nothing was
-    // started).
+    // Binds both sockets, calls ZQ_TELMIMgrBus_Start over an emptied nginx port list (so that
+    // it holds the stored bindings alone), starts serving, makes sure nginx runs with the
+    // bindings' ports and starts keeping the listeners in step. False with error when a socket
+    // cannot be had (then nothing was started).
     bool start(std::string& error);
-    // Stops accepting, lets running requests finish, then calls ZQ_TELMIMgrBus_Stop.
+    // Stops keeping the listeners, stops accepting, lets running requests finish, then calls
+    // ZQ_TELMIMgrBus_Stop.
     void stop();
 
 private:
     const TelmiLibrary& library_;
+    ListenerKeeper keeper_;
     GatewayHttpServer api_;
     ApiRouter apiRoutes_;
     GatewayHttpServer admission_;

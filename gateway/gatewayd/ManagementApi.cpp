@@ -23,7 +23,8 @@ const char* httpLayerMessage(int status) {
 
 }  // namespace
 
-void installManagementApi(httplib::Server& server, ApiRouter& routes, const TelmiLibrary& library) {
+void installManagementApi(httplib::Server& server, ApiRouter& routes, const TelmiLibrary& library,
+                          ListenerKeeper& keeper) {
     server.set_pre_routing_handler([](const httplib::Request& req, httplib::Response& res) {
         return admitAdmin(req, res) ? httplib::Server::HandlerResponse::Unhandled
                                     : httplib::Server::HandlerResponse::Handled;
@@ -32,6 +33,7 @@ void installManagementApi(httplib::Server& server, ApiRouter& routes, const Telm
     addUserRoutes(routes, library);
     addPortRoutes(routes, library);
     addDeviceRoutes(routes);
+    addListenerRoutes(routes, keeper);
 
     server.set_exception_handler([](const httplib::Request&, httplib::Response& res, std::exception_ptr failure) {
         try {

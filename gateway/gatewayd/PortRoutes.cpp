@@ -5,12 +5,14 @@
 #include "ApiRoutes.h"
 #include "JsonInput.h"
 #include "RecordJson.h"
+#include "ZQGatewayMedia.h"
 
 namespace gatewayd {
 namespace {
 
 constexpr size_t kMaxDeviceID = 31;
 constexpr size_t kMaxIndex = 36;
+constexpr int kServiceFailed = 9;
 
 }  // namespace
 
@@ -19,14 +21,27 @@ void addPortRoutes(ApiRouter& routes, const TelmiLibrary& library) {
         const ZQTELMIMgrBus::tagTelmiQueryReq page = pageRequest(req);
         std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIPort>> ports;
         ZQTELMIMgrBus::tagTelmiQueryRsp rsp {};
+        const unsigned unansweredBefore = ZQ_Gateway_UnansweredMediaCommands();
         if (const int code = library.queryPortList(ports, rsp, page); code != 0) {
             throw ApiError::fromCode(code, "the port list cannot be read");
         }
+        // Unasked, the records keep the RTSP states of the last refresh the media daemon
+        // answered: shown as they are, a dead daemon would look as if it still listened.
+        const bool mediaSilent = ZQ_Gateway_UnansweredMediaCommands() != unansweredBefore;
         Json::Value items(Json::arrayValue);
         for (const auto& port : ports) {
-            items.append(portJson(*port));
+            Json::Value item = portJson(*port);
+            if (mediaSilent) {
+                item["rtspListening"] = 0;
+            }
+            items.append(item);
         }
-        replyJson(res, 200, pageJson(rsp, "ports", items));
+        Json::Value body = pageJson(rsp, "ports", items);
+        if (mediaSilent) {
+            body["mediaModule"] = resultEntry(kServiceFailed);
+            body["mediaModule"]["message"] = "the media module did not answer: no RTSP port is known to listen";
+        }
+        replyJson(res, 200, body);
     });
 
     routes.post("/api/ports", [&library](const httplib::Request& req, httplib::Response& res) {

@@ -1,5 +1,5 @@
 // zqgatewayd: the reference gateway's management service, the host of libZQTELMIMgrBus.
-//   zqgatewayd [--home DIR] [--library PATH] [--foreground]
+//   zqgatewayd [--home DIR] [--library PATH] [--mediad PATH] [--foreground]
 //   zqgatewayd init [--home DIR] [--password-file FILE|-] [--port-password-file FILE|-]
 #include <signal.h>
 #include <sys/stat.h>
@@ -29,6 +29,7 @@ constexpr const char* kPidFile = "run/gatewayd.pid";
 struct Options {
     std::string home;
     std::string libraryPath = ZQ_DEFAULT_LIBRARY_PATH;
+    std::string mediadPath = ZQ_DEFAULT_MEDIAD_PATH;
     bool foreground = false;
     std::string passwordFile;
     std::string portPasswordFile;
@@ -105,7 +106,7 @@ int runService(const Options& options) {
     if (home.empty()) {
         error = "the gateway home cannot be created";
     } else if (gwio::runAsServiceUser(settings.serviceUser, home, error) && library.load(options.libraryPath, error)) {
-        service.emplace(library);
+        service.emplace(library, options.mediadPath);
         if (!service->start(error)) {
             service.reset();
         }
@@ -140,6 +141,9 @@ int main(int argc, char** argv) {
     CLI::App app {"Management service of the reference gateway: the management API and the TELMI admission check."};
     app.add_option("--home", options.home, "Gateway home directory (overrides ZQ_GATEWAY_HOME)");
     app.add_option("--library", options.libraryPath, "Path of libZQTELMIMgrBus.so to load")->capture_default_str();
+    app.add_option("--mediad", options.mediadPath,
+                   "The media daemon to start when it is not running and has not been seen running")
+        ->capture_default_str();
     app.add_flag("-f,--foreground", options.foreground, "Stay in the foreground instead of detaching");
     CLI::App* init = app.add_subcommand(
         "init", "Give a new gateway home its admin password (as root, also create the service user and give it the home)");

@@ -115,6 +115,9 @@ std::string MediaCommands::answer(const std::string& command) {
         if (name == "GetMediaPortStatus") {
             return compact(getMediaPortStatus(*params));
         }
+        if (name == "ListMediaPorts") {
+            return compact(listMediaPorts());
+        }
         MEDIAD_LOG(4, "command refused: unknown method %s", name.c_str());
         return refusal(refusedMethod, "Unknown method " + name);
     } catch (const std::exception& error) {
@@ -225,6 +228,16 @@ Json::Value MediaCommands::getMediaPortStatus(const Json::Value& params) {
         if (listeners_.has(deviceIndex) && listed.insert(deviceIndex).second) {
             statuses.append(listenStatus(deviceIndex, listeners_.port(deviceIndex)));
         }
+    }
+    return answer;
+}
+
+// Every entry, so that the gateway can compare them with the stored bindings.
+Json::Value MediaCommands::listMediaPorts() const {
+    Json::Value answer(Json::objectValue);
+    Json::Value& statuses = answer["data"]["listenStatus"] = Json::Value(Json::arrayValue);
+    for (const std::string& deviceIndex : listeners_.devices()) {
+        statuses.append(listenStatus(deviceIndex, listeners_.port(deviceIndex)));
     }
     return answer;
 }

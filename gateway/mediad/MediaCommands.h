@@ -33,6 +33,7 @@ private:
     Json::Value putMediaPort(const Json::Value& params);
     Json::Value refreshDevicePort(const Json::Value& params);
     Json::Value getMediaPortStatus(const Json::Value& params);
+    Json::Value listMediaPorts() const;
     // Opens one device's listener; false, with the reason logged, when it does not listen.
     bool openForDevice(const std::string& deviceIndex, uint16_t port);
     Json::Value listenStatus(const std::string& deviceIndex, uint16_t port) const;

@@ -110,6 +110,14 @@ void RtspListeners::close(const std::string& deviceIndex) {
     entries_.erase(found);
 }
 
+std::vector<std::string> RtspListeners::devices() const {
+    std::vector<std::string> indexes;
+    for (const auto& entry : entries_) {
+        indexes.push_back(entry.first);
+    }
+    return indexes;
+}
+
 uint16_t RtspListeners::port(const std::string& deviceIndex) const {
     auto found = entries_.find(deviceIndex);
     return found == entries_.end() ? 0 : found->second.port;

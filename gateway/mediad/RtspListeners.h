@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "EventLoop.h"
 #include "UniqueFd.h"
@@ -40,6 +41,8 @@ public:
     // True only when the device's socket is bound and accepting connections right now.
     bool listening(const std::string& deviceIndex) const;
     size_t count() const { return entries_.size(); }
+    // The devices that have an entry, in index order.
+    std::vector<std::string> devices() const;
 
 private:
     struct Entry {

@@ -258,9 +258,32 @@ int NginxOper::getPid(std::vector<int>& pids) {
     return 1;
 }
 
+std::set<int> NginxOper::configuredPorts() { return readPorts(paths()); }
+
+int NginxOper::masterPid() { return runningMaster(paths()); }
+
+bool NginxOper::clearPorts() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const Paths p = paths();
+    zqgw::FileLock fileLock(p.lock);
+    return fileLock.held() && writePorts(p, {});
+}
+
 }  // namespace zqbase
 
 ZQBase::CNginxOper* ZQBase::CNginxOper::getInstance() {
     static zqbase::NginxOper oper;
     return &oper;
 }
+
+namespace {
+
+zqbase::NginxOper& nginx() { return *static_cast<zqbase::NginxOper*>(ZQBase::CNginxOper::getInstance()); }
+
+}  // namespace
+
+std::set<int> ZQ_Gateway_NginxConfiguredPorts() { return nginx().configuredPorts(); }
+
+int ZQ_Gateway_NginxMasterPid() { return nginx().masterPid(); }
+
+bool ZQ_Gateway_ClearNginxPorts() { return nginx().clearPorts(); }

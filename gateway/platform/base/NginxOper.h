@@ -23,6 +23,11 @@ public:
     int Quit() override;
     int getPid(std::vector<int>& pids) override;
 
+    // For the gateway's own programs (ZQGatewayNginx.h).
+    std::set<int> configuredPorts();
+    int masterPid();
+    bool clearPorts();
+
 private:
     using Paths = NginxFiles;
 

@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <fstream>
@@ -76,6 +77,23 @@ std::string processCommand(int pid) {
         c = c == '\0' ? ' ' : c;
     }
     return command;
+}
+
+std::vector<std::string> processArguments(int pid) {
+    const std::string command = readProcFile(pid, "cmdline");
+    std::vector<std::string> arguments;
+    for (size_t start = 0; start < command.size();) {
+        const size_t end = std::min(command.find('\0', start), command.size());
+        arguments.push_back(command.substr(start, end - start));
+        start = end + 1;
+    }
+    return arguments;
+}
+
+std::string processExecutable(int pid) {
+    char path[4096];
+    const ssize_t length = ::readlink(("/proc/" + std::to_string(pid) + "/exe").c_str(), path, sizeof(path) - 1);
+    return length > 0 ? std::string(path, static_cast<size_t>(length)) : std::string();
 }
 
 std::string processName(int pid) {

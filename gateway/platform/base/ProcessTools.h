@@ -13,6 +13,8 @@ int runAndWait(const std::vector<std::string>& argv, const std::string& outputPa
 // Alive and not a zombie.
 bool processAlive(int pid);
 std::string processCommand(int pid);  // /proc/<pid>/cmdline with NULs as spaces
+std::vector<std::string> processArguments(int pid);  // /proc/<pid>/cmdline, one entry per argument
+std::string processExecutable(int pid);  // /proc/<pid>/exe; empty when it cannot be read
 std::string processName(int pid);     // /proc/<pid>/comm
 std::vector<int> childrenOf(int pid);
 

@@ -16,9 +16,12 @@
 
 #include "DriverCif.h"
 #include "ZQGatewayHome.h"
+#include "ZQGatewayMedia.h"
 #include "ZQMediaFrame.h"
 
 namespace {
+
+thread_local unsigned unansweredOnThisThread = 0;
 
 using Deadline = std::chrono::steady_clock::time_point;
 
@@ -99,6 +102,7 @@ bool exchange(int fd, const std::string& command, std::string& answer, Deadline 
 }
 
 int fail(std::string* errMsg, const std::string& text) {
+    ++unansweredOnThisThread;
     if (errMsg != nullptr) {
         *errMsg = text;
     }
@@ -148,3 +152,5 @@ int DriverCif_InputCmdToMediaSyn(const char* cmd, int cmdLen, char** rsp, int* r
 }
 
 void DriverCif_FreeBuffer(char* buf) { delete[] buf; }
+
+unsigned ZQ_Gateway_UnansweredMediaCommands() { return unansweredOnThisThread; }

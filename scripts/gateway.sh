@@ -40,7 +40,7 @@ while [ $# -gt 0 ]; do
     *) usage ;;
   esac
 done
-[ -n "$action" ] && [ -n "$home" ] || usage
+{ [ -n "$action" ] && [ -n "$home" ]; } || usage
 # Private from its creation: it holds every secret of the gateway.
 home="$(umask 077 && mkdir -p "$home" && cd "$home" && pwd)"
 export ZQ_GATEWAY_HOME="$home"

@@ -9,7 +9,7 @@ packages=(
   libjsoncpp-dev libsqlite3-dev libssl-dev
   libcpp-httplib-dev libcli11-dev
   nginx-light curl python3 python3-requests
-  ffmpeg
+  ffmpeg shellcheck
 )
 
 missing=()

@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Process helpers shared by gateway.sh and demo.sh (sourced, not run).
 
 # The pid in a pid file, when that process still runs the named program.

@@ -1,11 +1,14 @@
 #!/usr/bin/env bash
-# Builds and runs every test: all tests in a plain build, again under
+# Lints the shell scripts (shellcheck), then builds and runs every test: all tests in a plain build, again under
 # AddressSanitizer+UndefinedBehaviorSanitizer, and the concurrency tests under ThreadSanitizer.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
 
 bash scripts/install-deps.sh
+
+echo "== shellcheck: scripts and CI"
+shellcheck -x -P SCRIPTDIR scripts/*.sh .ci/run
 
 # configure_and_build DIR [TARGET] [CMAKE OPTIONS...]: builds everything, or only TARGET.
 configure_and_build() {

@@ -8,8 +8,23 @@
 
 namespace gwapi {
 
-// False with JsonCpp's message when text is not one strict JSON value.
-bool parseJson(const std::string& text, Json::Value& value, std::string& error);
+struct JsonReading {
+    // Strict: no comments, no duplicate keys, nothing after the value. Off only for files a
+    // person may have edited by hand, read as JsonCpp reads them by default.
+    bool strict = true;
+    // Deepest nesting of arrays and objects; JsonCpp throws Json::Exception past it.
+    int maxDepth = 1000;
+};
+
+// False with JsonCpp's message when text is not one JSON value.
+bool parseJson(const std::string& text, Json::Value& value, std::string& error, const JsonReading& reading = {});
 std::string compactJson(const Json::Value& value);
+// Two spaces an indentation level, for files a person may read.
+std::string indentedJson(const Json::Value& value);
+
+// A member of type int or uint (JsonCpp's isInt() also takes 2.0).
+inline bool isJsonInteger(const Json::Value& value) {
+    return value.type() == Json::intValue || value.type() == Json::uintValue;
+}
 
 }  // namespace gwapi

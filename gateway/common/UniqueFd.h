@@ -30,6 +30,8 @@ public:
         }
         fd_ = fd;
     }
+    // Hands the descriptor to an owner of another kind.
+    int release() { return std::exchange(fd_, -1); }
 
 private:
     int fd_ = -1;

@@ -1,12 +1,14 @@
 #include "UnixSocketPath.h"
 
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
 
+#include <cerrno>
 #include <cstring>
 
-#include "UniqueFd.h"
-
 namespace gwio {
+namespace {
 
 bool unixSocketAddress(const std::string& path, sockaddr_un& address) {
     address = {};
@@ -18,10 +20,41 @@ bool unixSocketAddress(const std::string& path, sockaddr_un& address) {
     return true;
 }
 
+// True when a process accepts connections on that socket file: it must not be taken over.
 bool someoneServesUnixSocket(const sockaddr_un& address) {
     UniqueFd probe(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     return probe.valid() &&
            ::connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
+}
+
+}  // namespace
+
+UniqueFd listenOnUnixSocket(const std::string& path, int socketFlags, UnixListenFailure& failure) {
+    sockaddr_un address {};
+    if (!unixSocketAddress(path, address)) {
+        failure = UnixListenFailure::badPath;
+        return UniqueFd();
+    }
+    if (someoneServesUnixSocket(address)) {
+        failure = UnixListenFailure::taken;
+        return UniqueFd();
+    }
+    ::unlink(path.c_str());
+    UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | socketFlags, 0));
+    // The umask makes the file private from its creation on.
+    const mode_t previous = ::umask(0177);
+    const bool bound =
+        fd.valid() && ::bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
+    ::umask(previous);
+    if (!bound || ::listen(fd.get(), SOMAXCONN) != 0) {
+        const int systemError = errno;  // closing the socket must not hide why it failed
+        fd.reset();
+        errno = systemError;
+        failure = UnixListenFailure::system;
+        return UniqueFd();
+    }
+    failure = UnixListenFailure::none;
+    return fd;
 }
 
 }  // namespace gwio

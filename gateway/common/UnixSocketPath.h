@@ -1,15 +1,19 @@
+// The socket files the gateway's daemons serve on.
 #pragma once
-
-#include <sys/un.h>
 
 #include <string>
 
+#include "UniqueFd.h"
+
 namespace gwio {
 
-// The address of the socket file at path; false when the path is empty or too long for it.
-bool unixSocketAddress(const std::string& path, sockaddr_un& address);
+// Why listenOnUnixSocket failed, for the caller to word in its own terms.
+enum class UnixListenFailure { none, badPath, taken, system };
 
-// True when a process accepts connections on that socket file: it must not be taken over.
-bool someoneServesUnixSocket(const sockaddr_un& address);
+// Listens at path (a private file, 0600), replacing a socket file nobody serves any more.
+// socketFlags are added to SOCK_STREAM | SOCK_CLOEXEC. On failure: an invalid descriptor, with
+// failure set and, for a system call's failure, errno. Changes the umask for a moment: call
+// it before any other thread exists.
+UniqueFd listenOnUnixSocket(const std::string& path, int socketFlags, UnixListenFailure& failure);
 
 }  // namespace gwio

@@ -2,7 +2,6 @@
 // interface and an RTSP source on loopback ports and, when asked, registers with the gateway
 // through its management API.
 #include <CLI/CLI.hpp>
-#include <csignal>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -14,6 +13,7 @@
 #include "ManagementClient.h"
 #include "SecretInput.h"
 #include "RtspServer.h"
+#include "StopSignals.h"
 #include "TelmiServer.h"
 
 using namespace devsim;
@@ -95,12 +95,7 @@ int simulate(const Options& options) {
     }
 
     // Every thread started from here on inherits the blocked stop signals; main takes them.
-    sigset_t stopSignals;
-    sigemptyset(&stopSignals);
-    sigaddset(&stopSignals, SIGTERM);
-    sigaddset(&stopSignals, SIGINT);
-    ::pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
-    std::signal(SIGPIPE, SIG_IGN);
+    const sigset_t stopSignals = gwio::blockStopSignals();
 
     RtspServer rtsp(devices, options.maxRtspClients);
     if (!rtsp.start(error)) {
@@ -128,8 +123,7 @@ int simulate(const Options& options) {
     std::fflush(stdout);
     log(LogLevel::info, "simulated devices running: %zu", devices.size());
 
-    int signal = 0;
-    ::sigwait(&stopSignals, &signal);
+    const int signal = gwio::waitForStopSignal(stopSignals);
     log(LogLevel::info, "stopping on signal %d", signal);
     const bool unregistered = !options.unregisterOnExit || unregisterAll(*gateway, indexes);
     telmi.clear();

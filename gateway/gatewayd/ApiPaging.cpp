@@ -1,5 +1,6 @@
 #include "ApiPaging.h"
 
+#include "FixedField.h"
 #include "JsonInput.h"
 
 namespace gatewayd {
@@ -14,7 +15,7 @@ ZQTELMIMgrBus::tagTelmiQueryReq pageRequest(const httplib::Request& req) {
     ZQTELMIMgrBus::tagTelmiQueryReq page {};
     page.startPos = queryInt(req, "start", 0, 0, kMaxPaging);
     page.maxResults = queryInt(req, "max", kDefaultPageSize, 0, kMaxPaging);
-    copyToField(page.keyWord, queryText(req, "keyword", sizeof(page.keyWord) - 1));
+    gwio::copyToField(page.keyWord, queryText(req, "keyword", sizeof(page.keyWord) - 1));
     return page;
 }
 

@@ -1,14 +1,13 @@
 #include "ApiReply.h"
 
+#include "JsonText.h"
 #include "ResultMeaning.h"
 
 namespace gatewayd {
 
 void replyJson(httplib::Response& res, int httpStatus, const Json::Value& body) {
-    Json::StreamWriterBuilder writer;
-    writer["indentation"] = "";
     res.status = httpStatus;
-    res.set_content(Json::writeString(writer, body) + "\n", "application/json");
+    res.set_content(gwapi::compactJson(body) + "\n", "application/json");
 }
 
 void replyError(httplib::Response& res, int httpStatus, int code, const std::string& message) {

@@ -2,9 +2,6 @@
 
 #include "UnixSocketPath.h"
 
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -39,31 +36,24 @@ GatewayHttpServer::~GatewayHttpServer() {
 }
 
 bool GatewayHttpServer::bindUnix(const std::string& path, std::string& error) {
-    sockaddr_un address {};
-    if (!gwio::unixSocketAddress(path, address)) {
-        error = "the socket path " + path + " is empty or too long";
-        return false;
+    gwio::UnixListenFailure failure;
+    gwio::UniqueFd fd = gwio::listenOnUnixSocket(path, 0, failure);
+    switch (failure) {
+        case gwio::UnixListenFailure::none:
+            svr_sock_ = fd.release();
+            unixPath_ = path;
+            return true;
+        case gwio::UnixListenFailure::badPath:
+            error = "the socket path " + path + " is empty or too long";
+            return false;
+        case gwio::UnixListenFailure::taken:
+            error = "another process already serves " + path;
+            return false;
+        case gwio::UnixListenFailure::system:
+            break;
     }
-    if (gwio::someoneServesUnixSocket(address)) {
-        error = "another process already serves " + path;
-        return false;
-    }
-    ::unlink(path.c_str());
-    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    // The umask makes the file private from its creation on; this runs before any thread does.
-    const mode_t previous = ::umask(0177);
-    const bool bound = fd >= 0 && ::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
-    ::umask(previous);
-    if (!bound || ::listen(fd, SOMAXCONN) != 0) {
-        error = "cannot listen on " + path + ": " + std::strerror(errno);
-        if (fd >= 0) {
-            ::close(fd);
-        }
-        return false;
-    }
-    svr_sock_ = fd;
-    unixPath_ = path;
-    return true;
+    error = "cannot listen on " + path + ": " + std::strerror(errno);
+    return false;
 }
 
 }  // namespace gatewayd

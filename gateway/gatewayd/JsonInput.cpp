@@ -1,17 +1,12 @@
 #include "JsonInput.h"
 
-#include <memory>
-
 #include "ApiError.h"
+#include "JsonText.h"
 
 namespace gatewayd {
 namespace {
 
 std::string quoted(const char* name) { return std::string("\"") + name + "\""; }
-
-bool isInteger(const Json::Value& value) {
-    return value.type() == Json::intValue || value.type() == Json::uintValue;
-}
 
 void checkText(const std::string& text, const std::string& what, size_t maxLength) {
     if (text.size() > maxLength) {
@@ -36,15 +31,11 @@ const Json::Value& arrayMember(const Json::Value& object, const char* name) {
 }  // namespace
 
 Json::Value parseObject(const std::string& body) {
-    Json::CharReaderBuilder builder;
-    Json::CharReaderBuilder::strictMode(&builder.settings_);
-    builder.settings_["stackLimit"] = static_cast<int>(kMaxJsonDepth);
-    const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     Json::Value root;
     std::string errors;
     bool parsed = false;
     try {
-        parsed = reader->parse(body.data(), body.data() + body.size(), &root, &errors);
+        parsed = gwapi::parseJson(body, root, errors, {true, static_cast<int>(kMaxJsonDepth)});
     } catch (const Json::Exception&) {
         // JsonCpp throws rather than report a body nested past the stack limit.
         throw ApiError::badInput("the body is nested deeper than " + std::to_string(kMaxJsonDepth) + " levels");
@@ -84,7 +75,7 @@ int intMember(const Json::Value& object, const char* name, int low, int high) {
         throw ApiError::badInput(quoted(name) + " is missing");
     }
     const Json::Value& value = object[name];
-    if (!isInteger(value)) {
+    if (!gwapi::isJsonInteger(value)) {
         throw ApiError::badInput(quoted(name) + " must be an integer");
     }
     if (!value.isInt() || value.asInt() < low || value.asInt() > high) {

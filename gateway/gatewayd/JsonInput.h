@@ -6,7 +6,6 @@
 #include <json/json.h>
 
 #include <cstddef>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -37,15 +36,5 @@ const Json::Value& objectArrayMember(const Json::Value& object, const char* name
 int queryInt(const httplib::Request& req, const char* name, int fallback, int low, int high);
 // A query parameter of at most maxLength bytes, empty when absent.
 std::string queryText(const httplib::Request& req, const char* name, size_t maxLength);
-
-// Copies text into a fixed-width record field, zero-filling the rest; text must already have
-// been checked to leave room for the NUL.
-template <size_t N>
-void copyToField(char (&field)[N], const std::string& text) {
-    static_assert(N > 0);
-    const size_t length = text.size() < N - 1 ? text.size() : N - 1;
-    std::memset(field, 0, N);
-    std::memcpy(field, text.data(), length);
-}
 
 }  // namespace gatewayd

@@ -34,7 +34,7 @@ bool readMediaListeners(std::vector<MediaListener>& listeners) {
         return false;
     }
     for (const Json::Value& entry : answer["data"]["listenStatus"]) {
-        if (entry.isObject() && entry["deviceIndex"].isString() && entry["rtspPort"].isInt()) {
+        if (entry.isObject() && entry["deviceIndex"].isString() && gwapi::isJsonInteger(entry["rtspPort"])) {
             listeners.push_back({entry["deviceIndex"].asString(), entry["rtspPort"].asInt(),
                                  entry["status"].isString() && entry["status"].asString() == "success"});
         }

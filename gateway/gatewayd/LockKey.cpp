@@ -2,8 +2,9 @@
 
 #include <arpa/inet.h>
 
-#include <cstdio>
 #include <cstring>
+
+#include "HexText.h"
 
 namespace gatewayd {
 namespace {
@@ -28,11 +29,7 @@ std::string lockKeyFor(const std::string& address) {
         std::memcpy(&v4, &v6.s6_addr[12], sizeof(v4));
         return dotted(v4);
     }
-    char key[kMaxLockKey + 1] = {'6'};
-    for (int i = 0; i < 8; ++i) {
-        std::snprintf(key + 1 + 2 * i, 3, "%02x", v6.s6_addr[i]);
-    }
-    return key;
+    return "6" + gwio::hexText(v6.s6_addr, 8);
 }
 
 }  // namespace gatewayd

@@ -6,6 +6,7 @@
 #include "DigestAnswer.h"
 #include "DigestChallenge.h"
 #include "DigestScopeGuard.h"
+#include "FixedField.h"
 #include "GatewaydLog.h"
 #include "JsonInput.h"
 #include "LockKey.h"
@@ -105,8 +106,8 @@ void checkCredentials(const TelmiLibrary& library, const Arrival& arrival, const
         return;
     }
     authReq.httpPort = arrival.httpPort;
-    copyToField(authReq.lockKey, lockKey);
-    copyToField(authReq.authHeader, answer);
+    gwio::copyToField(authReq.lockKey, lockKey);
+    gwio::copyToField(authReq.authHeader, answer);
     tagTelmiAuthRsp rsp {};
     const int code = library.checkDigest(rsp, arrival.method, authReq, arrival.mode);
     const std::string challengeText(rsp.challenge, ::strnlen(rsp.challenge, sizeof(rsp.challenge)));

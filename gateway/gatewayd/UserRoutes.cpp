@@ -3,6 +3,7 @@
 #include "ApiPaging.h"
 #include "ApiReply.h"
 #include "ApiRoutes.h"
+#include "FixedField.h"
 #include "JsonInput.h"
 #include "RecordJson.h"
 
@@ -18,9 +19,9 @@ constexpr size_t kMaxIndex = 36;
 
 tagTELMIUserInput userInput(const Json::Value& item) {
     tagTELMIUserInput input {};
-    copyToField(input.userName, textMember(item, "userName", kMaxUserName));
-    copyToField(input.password, textMember(item, "password", kMaxPassword));
-    copyToField(input.deviceID, textMember(item, "deviceID", kMaxDeviceID));
+    gwio::copyToField(input.userName, textMember(item, "userName", kMaxUserName));
+    gwio::copyToField(input.password, textMember(item, "password", kMaxPassword));
+    gwio::copyToField(input.deviceID, textMember(item, "deviceID", kMaxDeviceID));
     return input;
 }
 

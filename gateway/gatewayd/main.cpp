@@ -1,7 +1,6 @@
 // zqgatewayd: the reference gateway's management service, the host of libZQTELMIMgrBus.
 //   zqgatewayd [--home DIR] [--library PATH] [--mediad PATH] [--foreground]
 //   zqgatewayd init [--home DIR] [--password-file FILE|-] [--port-password-file FILE|-]
-#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,6 +16,7 @@
 #include "HomeInit.h"
 #include "SecretInput.h"
 #include "ServiceUser.h"
+#include "StopSignals.h"
 #include "TelmiLibrary.h"
 #include "ZQGatewayHome.h"
 
@@ -86,16 +86,11 @@ int runInit(const Options& options) {
 
 int runService(const Options& options) {
     // Before any thread exists: the fork, and the signal mask every thread inherits.
-    std::optional<DetachedStart> detached;
+    std::optional<gwio::DetachedStart> detached;
     if (!options.foreground) {
-        detached = DetachedStart::fork();
+        detached = gwio::DetachedStart::fork("zqgatewayd");
     }
-    sigset_t stopSignals;
-    sigemptyset(&stopSignals);
-    sigaddset(&stopSignals, SIGTERM);
-    sigaddset(&stopSignals, SIGINT);
-    ::pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
-    ::signal(SIGPIPE, SIG_IGN);
+    const sigset_t stopSignals = gwio::blockStopSignals();
 
     std::string error;
     TelmiLibrary library;
@@ -125,8 +120,7 @@ int runService(const Options& options) {
         detached->started(true);
     }
 
-    int signal = 0;
-    ::sigwait(&stopSignals, &signal);
+    const int signal = gwio::waitForStopSignal(stopSignals);
     GATEWAYD_LOG(3, "gateway service stopping on signal %d", signal);
     service.reset();
     ::unlink(pidFile.c_str());

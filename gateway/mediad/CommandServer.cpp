@@ -2,8 +2,6 @@
 
 #include <sys/epoll.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
 
 #include <cerrno>
 #include <cstring>
@@ -21,21 +19,20 @@ CommandServer::~CommandServer() {
 }
 
 bool CommandServer::listen(const std::string& path, std::string& error) {
-    sockaddr_un address;
-    if (!gwio::unixSocketAddress(path, address)) {
-        error = "command socket path \"" + path + "\" is empty or too long";
-        return false;
-    }
-    if (gwio::someoneServesUnixSocket(address)) {
-        error = "another media daemon serves " + path;
-        return false;
-    }
-    ::unlink(path.c_str());
-    UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    if (!fd.valid() || ::bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
-        ::chmod(path.c_str(), 0600) != 0 || ::listen(fd.get(), SOMAXCONN) != 0) {
-        error = "cannot listen on " + path + ": " + std::strerror(errno);
-        return false;
+    gwio::UnixListenFailure failure;
+    UniqueFd fd = gwio::listenOnUnixSocket(path, SOCK_NONBLOCK, failure);
+    switch (failure) {
+        case gwio::UnixListenFailure::none:
+            break;
+        case gwio::UnixListenFailure::badPath:
+            error = "command socket path \"" + path + "\" is empty or too long";
+            return false;
+        case gwio::UnixListenFailure::taken:
+            error = "another media daemon serves " + path;
+            return false;
+        case gwio::UnixListenFailure::system:
+            error = "cannot listen on " + path + ": " + std::strerror(errno);
+            return false;
     }
     auto watch = std::make_unique<Watch>(loop_, fd.get(), [this](uint32_t) { acceptClients(); });
     if (!watch->setEvents(EPOLLIN)) {

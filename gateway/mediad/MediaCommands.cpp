@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cstring>
 #include <exception>
-#include <memory>
 #include <set>
 
 #include "DeviceDirectory.h"
+#include "JsonText.h"
 #include "MediadLog.h"
 #include "PortNumber.h"
 
@@ -17,12 +17,6 @@ namespace {
 constexpr int kModuleType = 10;
 constexpr size_t kMaxDeviceIndex = 36;
 constexpr const char* kRefreshPath = "/TELMI/ContentMgmt/DeviceMgmt/refreshDevicePort";
-
-std::string compact(const Json::Value& value) {
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    return Json::writeString(builder, value);
-}
 
 Json::Value refusalValue(int code, const std::string& text) {
     Json::Value refusal(Json::objectValue);
@@ -37,9 +31,7 @@ const Json::Value* member(const Json::Value& object, const char* key) {
     return object.isObject() ? object.find(key, key + std::strlen(key)) : nullptr;
 }
 
-bool isInteger(const Json::Value* value) {
-    return value != nullptr && (value->type() == Json::intValue || value->type() == Json::uintValue);
-}
+bool isInteger(const Json::Value* value) { return value != nullptr && gwapi::isJsonInteger(*value); }
 
 bool validDeviceIndex(const std::string& text) { return !text.empty() && text.size() <= kMaxDeviceIndex; }
 
@@ -61,7 +53,7 @@ int parseRefreshUri(const std::string& uri, std::string& deviceIndex, uint16_t& 
         if (key == "devIndex") {
             deviceIndex = value;
         } else if (key == "portNo") {
-            havePort = parsePortNumber(value, port);
+            havePort = gwio::parsePortNumber(value, port);
         } else if (key == "portType" && value != "rtsp") {
             error = "Only portType rtsp can be refreshed";
             return refusedMalformed;
@@ -81,16 +73,15 @@ int parseRefreshUri(const std::string& uri, std::string& deviceIndex, uint16_t& 
 
 }  // namespace
 
-std::string MediaCommands::refusal(int code, const std::string& text) { return compact(refusalValue(code, text)); }
+std::string MediaCommands::refusal(int code, const std::string& text) {
+    return gwapi::compactJson(refusalValue(code, text));
+}
 
 std::string MediaCommands::answer(const std::string& command) {
     try {
-        Json::CharReaderBuilder builder;
-        Json::CharReaderBuilder::strictMode(&builder.settings_);
-        std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
         Json::Value request;
         std::string parseError;
-        if (!reader->parse(command.data(), command.data() + command.size(), &request, &parseError)) {
+        if (!gwapi::parseJson(command, request, parseError)) {
             std::replace(parseError.begin(), parseError.end(), '\n', ' ');
             MEDIAD_LOG(4, "command refused: not JSON: %s", parseError.c_str());
             return refusal(refusedMalformed, "Invalid JSON: " + parseError);
@@ -107,13 +98,13 @@ std::string MediaCommands::answer(const std::string& command) {
         const std::string name = method->asString();
         MEDIAD_LOG(2, "command %s", name.c_str());
         if (name == "PutMediaPort") {
-            return compact(putMediaPort(*params));
+            return gwapi::compactJson(putMediaPort(*params));
         }
         if (name == "gatewayProtocol") {
-            return compact(refreshDevicePort(*params));
+            return gwapi::compactJson(refreshDevicePort(*params));
         }
         if (name == "GetMediaPortStatus") {
-            return compact(getMediaPortStatus(*params));
+            return gwapi::compactJson(getMediaPortStatus(*params));
         }
         if (name == "ListMediaPorts") {
             return compact(listMediaPorts());
@@ -142,7 +133,7 @@ Json::Value MediaCommands::putMediaPort(const Json::Value& params) {
         if (devIndex == nullptr || !devIndex->isString() || !validDeviceIndex(devIndex->asString()) ||
             bind == nullptr || !bind->isBool() || !isInteger(port) || port->asInt64() < 0 ||
             port->asInt64() > 65535) {
-            MEDIAD_LOG(4, "PutMediaPort: malformed device entry %s", compact(device).c_str());
+            MEDIAD_LOG(4, "PutMediaPort: malformed device entry %s", gwapi::compactJson(device).c_str());
             ++failed;
             continue;
         }

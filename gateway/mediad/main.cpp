@@ -8,19 +8,20 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 #include <string>
 
 #include "CommandServer.h"
+#include "DetachedStart.h"
 #include "EventLoop.h"
 #include "MediaCommands.h"
 #include "MediadLog.h"
 #include "RelaySessions.h"
 #include "RtspListeners.h"
 #include "ServiceUser.h"
-#include "StandardStreams.h"
+#include "StopSignals.h"
 #include "ZQGatewayHome.h"
 #include "ZQMediaFrame.h"
 
@@ -46,28 +47,14 @@ void raiseDescriptorLimit() {
     }
 }
 
-// Detaches from the terminal once the command socket is ready, so that the starting script
-// learns of a failed start from the exit status.
-bool detach() {
-    const pid_t child = ::fork();
-    if (child < 0) {
-        return false;
-    }
-    if (child > 0) {
-        std::_Exit(0);
-    }
-    ::setsid();
-    gwio::detachStandardStreams();
-    return true;
-}
-
 int serve(const Options& options) {
-    sigset_t stopSignals;
-    sigemptyset(&stopSignals);
-    sigaddset(&stopSignals, SIGTERM);
-    sigaddset(&stopSignals, SIGINT);
-    ::sigprocmask(SIG_BLOCK, &stopSignals, nullptr);
-    std::signal(SIGPIPE, SIG_IGN);
+    // The parent exits once the command socket is ready, so that the starting script learns of a
+    // failed start from the exit status.
+    std::optional<gwio::DetachedStart> detached;
+    if (!options.foreground) {
+        detached = gwio::DetachedStart::fork("zqmediad");
+    }
+    const sigset_t stopSignals = gwio::blockStopSignals();
     raiseDescriptorLimit();
 
     const std::string home = ZQ_Gateway_HomeDir();
@@ -101,9 +88,8 @@ int serve(const Options& options) {
         MEDIAD_LOG(5, "media daemon not started: %s", error.c_str());
         return 1;
     }
-    if (!options.foreground && !detach()) {
-        std::perror("zqmediad: fork");
-        return 1;
+    if (detached) {
+        detached->started(true);
     }
     UniqueFd signals(::signalfd(-1, &stopSignals, SFD_NONBLOCK | SFD_CLOEXEC));
     Watch signalWatch(loop, signals.get(), [&loop](uint32_t) { loop.stop(); });

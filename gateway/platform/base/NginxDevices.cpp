@@ -1,5 +1,6 @@
 #include <arpa/inet.h>
 
+#include "PortNumber.h"
 #include "ZQGatewayNginx.h"
 
 std::string ZQ_Gateway_DeviceUpstream(const std::string& deviceIndex) { return "telmi_device_" + deviceIndex; }
@@ -22,8 +23,8 @@ std::string ZQ_Gateway_TelmiHostPort(const std::string& telmiAddress) {
         host = authority.substr(0, colon);
         port = authority.substr(colon + 1);
     }
-    if (port.empty() || port.size() > 5 || port.find_first_not_of("0123456789") != std::string::npos ||
-        std::stoi(port) < 1 || std::stoi(port) > 65535) {
+    uint16_t portNumber = 0;
+    if (!gwio::parsePortNumber(port, portNumber)) {
         return "";
     }
     if (host == "localhost") {
@@ -34,7 +35,7 @@ std::string ZQ_Gateway_TelmiHostPort(const std::string& telmiAddress) {
     const bool bracketed = host.size() > 2 && host.front() == '[' && host.back() == ']';
     if ((!bracketed && ::inet_pton(AF_INET, host.c_str(), &v4) == 1) ||
         (bracketed && ::inet_pton(AF_INET6, host.substr(1, host.size() - 2).c_str(), &v6) == 1)) {
-        return host + ":" + std::to_string(std::stoi(port));
+        return host + ":" + std::to_string(portNumber);
     }
     return "";
 }

@@ -8,9 +8,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <cstdio>
 
+#include "HexText.h"
+#include "NowSeconds.h"
 #include "ZQGatewayDigest.h"
 #include "ZQGatewayHome.h"
 
@@ -22,16 +23,6 @@ constexpr size_t kBodyLength = 24;  // issue time and random digits
 constexpr size_t kMacBytes = 8;     // each MAC is cut to 16 hex digits
 const std::string kOursPurpose = "nonce";
 const std::string kScopePurpose = "scope:";
-
-std::string hex(const unsigned char* bytes, size_t n) {
-    static const char kHex[] = "0123456789abcdef";
-    std::string text;
-    for (size_t i = 0; i < n; ++i) {
-        text.push_back(kHex[bytes[i] >> 4]);
-        text.push_back(kHex[bytes[i] & 0x0f]);
-    }
-    return text;
-}
 
 bool readAll(const std::string& path, std::string& bytes) {
     int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -46,11 +37,6 @@ bool readAll(const std::string& path, std::string& bytes) {
     }
     bytes.assign(buf, kSecretBytes);
     return true;
-}
-
-int64_t nowSeconds() {
-    return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch())
-        .count();
 }
 
 }  // namespace
@@ -106,7 +92,7 @@ std::string NonceKeeper::mac(const std::string& purpose, const std::string& text
     unsigned int length = 0;
     HMAC(EVP_sha256(), secret_.data(), static_cast<int>(secret_.size()),
          reinterpret_cast<const unsigned char*>(message.data()), message.size(), digest, &length);
-    return hex(digest, kMacBytes);
+    return gwio::hexText(digest, kMacBytes);
 }
 
 std::string NonceKeeper::create() {
@@ -115,8 +101,8 @@ std::string NonceKeeper::create() {
         return std::string();
     }
     char stamp[16];
-    std::snprintf(stamp, sizeof(stamp), "%08x", static_cast<unsigned>(nowSeconds() & 0xffffffff));
-    const std::string body = stamp + hex(random, sizeof(random));
+    std::snprintf(stamp, sizeof(stamp), "%08x", static_cast<unsigned>(gwio::nowSeconds() & 0xffffffff));
+    const std::string body = stamp + gwio::hexText(random, sizeof(random));
     return body + mac(kOursPurpose, body) + mac(kScopePurpose + ZQ_Gateway_DigestScope(), body);
 }
 
@@ -134,7 +120,7 @@ NonceKeeper::Verdict NonceKeeper::verify(const std::string& nonce, const std::st
         return Verdict::stale;
     }
     const int64_t issuedAt = static_cast<int64_t>(std::stoul(nonce.substr(0, 8), nullptr, 16));
-    const int64_t now = nowSeconds();
+    const int64_t now = gwio::nowSeconds();
     ZQGateway::tagGatewaySettings settings;
     ZQ_Gateway_GetSettings(settings);
     if (issuedAt > now || now - issuedAt > settings.nonceLifetimeSec) {

@@ -2,8 +2,7 @@
 
 #include "config/FileLock.h"
 #include "config/NetworkRange.h"
-
-#include <json/json.h>
+#include "JsonText.h"
 
 #include <fstream>
 #include <sstream>
@@ -141,10 +140,12 @@ void GatewayConfig::refreshLocked(bool present, const struct stat& now) {
         return;
     }
     std::ifstream in(path_);
+    std::stringstream text;
+    text << in.rdbuf();
     Json::Value root;
-    Json::CharReaderBuilder builder;
     std::string errors;
-    if (in && Json::parseFromStream(builder, in, &root, &errors) && root.isObject()) {
+    // The file may have been edited by hand: comments and the like are forgiven.
+    if (in && gwapi::parseJson(text.str(), root, errors, {false}) && root.isObject()) {
         cached_ = std::make_shared<const ConfigContent>(fromJson(root));
         status_ = ZQGateway::configOk;
     } else {
@@ -189,9 +190,7 @@ int GatewayConfig::modify(const std::function<int(ConfigContent&)>& change) {
         result = change(next);
     }
     if (result == ZQGateway::configOk) {
-        Json::StreamWriterBuilder writer;
-        writer["indentation"] = "  ";
-        if (ZQ_Gateway_WriteFileAtomically(path_, Json::writeString(writer, toJson(next)) + "\n", 0600) != 0) {
+        if (ZQ_Gateway_WriteFileAtomically(path_, gwapi::indentedJson(toJson(next)) + "\n", 0600) != 0) {
             result = ZQGateway::configWriteFailed;
         } else {
             loaded_ = false;  // the next read takes the stamp of the new file

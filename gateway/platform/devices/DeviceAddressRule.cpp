@@ -7,6 +7,7 @@
 #include <cstring>
 #include <memory>
 
+#include "PortNumber.h"
 #include "config/NetworkRange.h"
 
 namespace zqgw {
@@ -14,15 +15,6 @@ namespace {
 
 using ZQGateway::storeAddressRefused;
 using ZQGateway::storeOk;
-
-bool parsePort(const std::string& digits, uint16_t& port) {
-    if (digits.empty() || digits.size() > 5 || digits.find_first_not_of("0123456789") != std::string::npos) {
-        return false;
-    }
-    const int number = std::stoi(digits);
-    port = static_cast<uint16_t>(number);
-    return number >= 1 && number <= 65535;
-}
 
 // What kind of address the gateway never relays to unless a network of allowedDeviceNetworks
 // holds it; null for an ordinary one.
@@ -124,7 +116,7 @@ bool parseDeviceAddress(const std::string& address, uint16_t defaultPort, ZQGate
     }
     endpoint.host = host == "localhost" ? "127.0.0.1" : host;
     endpoint.port = defaultPort;
-    return !host.empty() && (port.empty() || parsePort(port, endpoint.port));
+    return !host.empty() && (port.empty() || gwio::parsePortNumber(port, endpoint.port));
 }
 
 int checkDeviceAddress(const std::string& address, uint16_t defaultPort, const ZQGateway::tagGatewaySettings& settings,

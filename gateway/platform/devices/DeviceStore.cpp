@@ -6,6 +6,8 @@
 #include <optional>
 #include <set>
 
+#include "FixedField.h"
+#include "NowSeconds.h"
 #include "ZQGatewayHome.h"
 #include "tvlog.h"
 
@@ -13,16 +15,6 @@ namespace zqgw {
 namespace {
 
 using namespace ZQGateway;
-
-// The text of a fixed-width record field; empty when the field holds no NUL-terminated text.
-template <size_t N>
-std::optional<std::string> fieldText(const char (&field)[N]) {
-    size_t length = strnlen(field, N);
-    if (length == 0 || length == N) {
-        return std::nullopt;
-    }
-    return std::string(field, length);
-}
 
 constexpr int64_t kReservationSeconds = 120;
 
@@ -101,9 +93,9 @@ bool DeviceStore::deviceHasPort(const std::string& deviceIndex) const {
 }
 
 int DeviceStore::checkUser(const ZQDeviceMgr::tagTELMIUser& rec, const std::string& replacing) const {
-    auto name = fieldText(rec.userName);
-    auto ha1 = fieldText(rec.digestHA1);
-    auto deviceIndex = fieldText(rec.deviceIndex);
+    auto name = gwio::fieldText(rec.userName);
+    auto ha1 = gwio::fieldText(rec.digestHA1);
+    auto deviceIndex = gwio::fieldText(rec.deviceIndex);
     if (!name || !ha1 || !deviceIndex) {
         return storeBadArgument;
     }
@@ -133,8 +125,8 @@ int DeviceStore::addUser(std::shared_ptr<ZQDeviceMgr::CTELMIUser>& user, const Z
         return refused;
     }
     auto record = std::make_shared<UserRecord>(locks_, std::make_shared<std::atomic<bool>>(true), newRecordIndex(),
-                                               *fieldText(rec.userName), *fieldText(rec.deviceIndex),
-                                               *fieldText(rec.digestHA1), userClock_.next());
+                                               *gwio::fieldText(rec.userName), *gwio::fieldText(rec.deviceIndex),
+                                               *gwio::fieldText(rec.digestHA1), userClock_.next());
     int result = db_.transaction([&](sqlite3* db) {
         return Statement(db,
                          "INSERT INTO telmi_users(user_index, user_name, device_index, digest_ha1, add_time)"
@@ -165,8 +157,8 @@ int DeviceStore::modifyUser(const std::string& userIndex, const ZQDeviceMgr::tag
         return refused;
     }
     const auto& old = *it;
-    auto record = std::make_shared<UserRecord>(locks_, old->alive(), userIndex, *fieldText(rec.userName),
-                                               *fieldText(rec.deviceIndex), *fieldText(rec.digestHA1),
+    auto record = std::make_shared<UserRecord>(locks_, old->alive(), userIndex, *gwio::fieldText(rec.userName),
+                                               *gwio::fieldText(rec.deviceIndex), *gwio::fieldText(rec.digestHA1),
                                                old->getAddTime());
     int result = db_.transaction([&](sqlite3* db) {
         return Statement(db,
@@ -220,7 +212,7 @@ int DeviceStore::bind(std::shared_ptr<ZQDeviceMgr::CTELMIPort>& port, const ZQDe
     if (!open_) {
         return storeDatabase;
     }
-    auto deviceIndex = fieldText(rec.deviceIndex);
+    auto deviceIndex = gwio::fieldText(rec.deviceIndex);
     if (!deviceIndex || rec.httpPort == 0 || rec.httpPort == rec.rtspPort) {
         return storeBadArgument;
     }
@@ -387,7 +379,7 @@ int DeviceStore::reservePort(unsigned short& port, unsigned short first, unsigne
         return storeDatabase;
     }
     return db_.transaction([&](sqlite3* db) {
-        const int64_t now = nowSeconds();
+        const int64_t now = gwio::nowSeconds();
         if (!Statement(db, "DELETE FROM port_reservations WHERE expires_at <= ?").bind(now).run()) {
             return storeDatabase;
         }

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "NowSeconds.h"
 #include "ZQGatewayDevices.h"
 #include "ZQGatewayHome.h"
 #include "devices/StoreKeys.h"
@@ -62,7 +63,7 @@ int LockBook::failures(const std::string& record, const char* key, bool add) {
         return 0;
     }
     const std::string k = keyText(key);
-    const int64_t now = nowSeconds();
+    const int64_t now = gwio::nowSeconds();
     std::lock_guard<std::mutex> lock(mutex_);
     Entries& entries = records_[record];
     const bool recordLocked = liveEntry(entries, record, kEveryRequester, now) != nullptr;
@@ -111,7 +112,7 @@ int LockBook::secondsLocked(const std::string& record, const char* key) {
     if (key == nullptr) {
         return 0;
     }
-    const int64_t now = nowSeconds();
+    const int64_t now = gwio::nowSeconds();
     std::lock_guard<std::mutex> lock(mutex_);
     auto it = records_.find(record);
     if (it == records_.end()) {

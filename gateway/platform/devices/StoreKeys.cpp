@@ -52,9 +52,4 @@ std::string AddTimeClock::next() {
     return text;
 }
 
-int64_t nowSeconds() {
-    return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch())
-        .count();
-}
-
 }  // namespace zqgw

@@ -21,6 +21,4 @@ private:
     int64_t lastMicros_ = 0;
 };
 
-int64_t nowSeconds();
-
 }  // namespace zqgw

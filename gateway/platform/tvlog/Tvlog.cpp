@@ -12,20 +12,18 @@
 #include <mutex>
 #include <string>
 
+#include "HexText.h"
 #include "ZQGatewayHome.h"
 #include "tvlog.h"
 
 namespace {
 
 std::string escapeControls(const char* text) {
-    static const char kHex[] = "0123456789abcdef";
     std::string line;
     for (const char* c = text; *c != '\0'; ++c) {
         const auto byte = static_cast<unsigned char>(*c);
         if (byte < 0x20 || byte == 0x7f) {
-            line += "\\x";
-            line += kHex[byte >> 4];
-            line += kHex[byte & 0x0f];
+            line += "\\x" + gwio::hexText(&byte, 1);
         } else {
             line += *c;
         }

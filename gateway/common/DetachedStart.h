@@ -3,15 +3,16 @@
 // with it, so a failed start is seen by the script, with the child's message on its stderr.
 #pragma once
 
-namespace gatewayd {
+namespace gwio {
 
 class DetachedStart {
 public:
-    // Forks; returns in the child only. The parent exits with 0 once the child calls
-    // started(true), 1 when it reports failure or dies first.
-    static DetachedStart fork();
+    // Forks; returns in the child only, which has left its session. The parent exits with 0 once
+    // the child calls started(true), 1 when it reports failure or dies first. program prefixes
+    // the message of a failed fork.
+    static DetachedStart fork(const char* program);
 
-    // Tells the parent; on success the child leaves its session and drops the terminal.
+    // Tells the parent; on success the child drops the terminal.
     void started(bool ok);
 
 private:
@@ -19,4 +20,4 @@ private:
     int fd_;
 };
 
-}  // namespace gatewayd
+}  // namespace gwio

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-namespace mediad {
+namespace gwio {
 
 // 1 to 65535, digits only (no sign, no blanks).
 inline bool parsePortNumber(const std::string& text, uint16_t& port) {
@@ -25,4 +25,4 @@ inline bool parsePortNumber(const std::string& text, uint16_t& port) {
     return true;
 }
 
-}  // namespace mediad
+}  // namespace gwio

@@ -5,8 +5,8 @@
 // gateway users), devices.db (device store), nonce.key (Digest nonce secret), nginx/ (private
 // nginx prefix), run/ (sockets), log/. It is $ZQ_GATEWAY_HOME, or $HOME/.zqgateway when that is
 // unset (/var/lib/zqgateway when HOME is unset too); resolved once per process, created on
-// first use with mode 0700 (as are run/ and log/; an existing home with looser bits is
-// tightened by its owner).
+// first use with mode 0700, as are run/ and log/ (an existing one with any group or other bits
+// is tightened to 0700 by its owner).
 #pragma once
 
 #include <cstdint>

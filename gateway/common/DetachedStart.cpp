@@ -7,19 +7,20 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 
-namespace gatewayd {
+namespace gwio {
 
-DetachedStart DetachedStart::fork() {
+DetachedStart DetachedStart::fork(const char* program) {
     int verdict[2];
     if (::pipe2(verdict, O_CLOEXEC) != 0) {
-        std::perror("zqgatewayd: pipe");
+        std::perror((std::string(program) + ": pipe").c_str());
         std::exit(1);
     }
     std::fflush(nullptr);
     const pid_t child = ::fork();
     if (child < 0) {
-        std::perror("zqgatewayd: fork");
+        std::perror((std::string(program) + ": fork").c_str());
         std::exit(1);
     }
     if (child > 0) {
@@ -35,7 +36,7 @@ DetachedStart DetachedStart::fork() {
 
 void DetachedStart::started(bool ok) {
     if (ok) {
-        gwio::detachStandardStreams();
+        detachStandardStreams();
     }
     const char verdict = ok ? 1 : 0;
     if (::write(fd_, &verdict, 1) != 1) {
@@ -44,4 +45,4 @@ void DetachedStart::started(bool ok) {
     ::close(fd_);
 }
 
-}  // namespace gatewayd
+}  // namespace gwio

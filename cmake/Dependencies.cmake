@@ -1,0 +1,15 @@
+# Every library the project builds against, found once here for all of its directories. All come
+# from Debian packages (scripts/install-deps.sh).
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(JSONCPP REQUIRED IMPORTED_TARGET jsoncpp)
+pkg_check_modules(HTTPLIB REQUIRED IMPORTED_TARGET cpp-httplib)
+find_package(OpenSSL REQUIRED)
+find_package(SQLite3 REQUIRED)
+find_package(Threads REQUIRED)
+find_package(CLI11 REQUIRED)
+if(ZQ_BUILD_TESTS)
+  find_package(GTest REQUIRED)
+endif()
+if(ZQ_BUILD_TESTS AND ZQ_BUILD_BENCH)
+  find_package(benchmark REQUIRED)
+endif()

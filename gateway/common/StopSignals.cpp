@@ -1,0 +1,23 @@
+#include "StopSignals.h"
+
+#include <pthread.h>
+
+namespace gwio {
+
+sigset_t blockStopSignals() {
+    sigset_t stopSignals;
+    sigemptyset(&stopSignals);
+    sigaddset(&stopSignals, SIGTERM);
+    sigaddset(&stopSignals, SIGINT);
+    ::pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+    ::signal(SIGPIPE, SIG_IGN);
+    return stopSignals;
+}
+
+int waitForStopSignal(const sigset_t& stopSignals) {
+    int signal = 0;
+    ::sigwait(&stopSignals, &signal);
+    return signal;
+}
+
+}  // namespace gwio

@@ -1,0 +1,71 @@
+// Device addresses as the device store reads and checks them, and the host:port nginx is given.
+#include <gmock/gmock.h>
+
+#include <string>
+
+#include "PortNumber.h"
+#include "ZQGatewayNginx.h"
+#include "devices/DeviceAddressRule.h"
+
+using testing::HasSubstr;
+
+namespace {
+
+// "host port" of the address, or "refused".
+std::string endpointOf(const std::string& address) {
+    ZQGateway::tagDeviceEndpoint endpoint;
+    return zqgw::parseDeviceAddress(address, 554, endpoint) ? endpoint.host + " " + std::to_string(endpoint.port)
+                                                             : "refused";
+}
+
+TEST(DeviceAddressTest, AuthoritiesAreReadWithTheirDefaultPortAndBrackets) {
+    EXPECT_EQ(endpointOf("rtsp://user:pw@192.0.2.7:8554/live?x#y"), "192.0.2.7 8554");
+    EXPECT_EQ(endpointOf("192.0.2.7"), "192.0.2.7 554");
+    EXPECT_EQ(endpointOf("localhost:1"), "127.0.0.1 1");
+    EXPECT_EQ(endpointOf("[2001:db8::1]:65535"), "2001:db8::1 65535");
+    EXPECT_EQ(endpointOf("2001:db8::1"), "2001:db8::1 554");
+    for (const char* refused : {"", "rtsp://", "host:", "host:0", "host:65536", "host:123456", "host:+80", "host: 80",
+                                "[2001:db8::1", "[2001:db8::1]x", "[2001:db8::1]:", ":80"}) {
+        EXPECT_EQ(endpointOf(refused), "refused") << refused;
+    }
+}
+
+TEST(DeviceAddressTest, PortNumbersAreOneTo65535InDigitsOnly) {
+    uint16_t port = 0;
+    EXPECT_TRUE(gwio::parsePortNumber("00080", port));
+    EXPECT_EQ(port, 80);
+    EXPECT_TRUE(gwio::parsePortNumber("65535", port));
+    for (const char* refused : {"", "0", "65536", "-1", "8 0", "0x50", "000080"}) {
+        EXPECT_FALSE(gwio::parsePortNumber(refused, port)) << refused;
+    }
+}
+
+TEST(DeviceAddressTest, AddressesLeadingBackIntoTheGatewayAreRefusedUnlessAllowed) {
+    ZQGateway::tagGatewaySettings settings;
+    std::string why;
+    EXPECT_EQ(zqgw::checkDeviceAddress("", 554, settings, why), ZQGateway::storeOk) << "no such interface";
+    EXPECT_EQ(zqgw::checkDeviceAddress("rtsp://192.0.2.7", 554, settings, why), ZQGateway::storeOk);
+    EXPECT_EQ(zqgw::checkDeviceAddress("rtsp://camera.example", 554, settings, why), ZQGateway::storeAddressRefused);
+    EXPECT_THAT(why, HasSubstr("names are never resolved"));
+    EXPECT_EQ(zqgw::checkDeviceAddress("http://127.0.0.1:8600", 80, settings, why), ZQGateway::storeAddressRefused);
+    EXPECT_THAT(why, HasSubstr("leads to port 8600 of the gateway itself"));
+    EXPECT_EQ(zqgw::checkDeviceAddress("rtsp://[ff02::1]", 554, settings, why), ZQGateway::storeAddressRefused);
+    EXPECT_THAT(why, HasSubstr("a multicast address"));
+    settings.allowedDeviceNetworks = {"127.0.0.0/8"};
+    EXPECT_EQ(zqgw::checkDeviceAddress("rtsp://127.0.0.1:18554", 554, settings, why), ZQGateway::storeOk);
+    EXPECT_EQ(zqgw::checkDeviceAddress("http://127.0.0.1:8600", 80, settings, why), ZQGateway::storeAddressRefused)
+        << "allowed networks never open the gateway's own ports";
+}
+
+TEST(DeviceAddressTest, NginxGetsANumericHostAndPortOfHttpAddressesOnly) {
+    EXPECT_EQ(ZQ_Gateway_TelmiHostPort("http://192.0.2.7"), "192.0.2.7:80");
+    EXPECT_EQ(ZQ_Gateway_TelmiHostPort("http://192.0.2.7:0080/x"), "192.0.2.7:80");
+    EXPECT_EQ(ZQ_Gateway_TelmiHostPort("http://[2001:db8::1]:81"), "[2001:db8::1]:81");
+    EXPECT_EQ(ZQ_Gateway_TelmiHostPort("http://localhost:8080"), "127.0.0.1:8080");
+    for (const char* refused : {"https://192.0.2.7", "http://", "http://camera.example", "http://192.0.2.7:0",
+                                "http://192.0.2.7:65536", "http://[2001:db8::1"}) {
+        EXPECT_EQ(ZQ_Gateway_TelmiHostPort(refused), "") << refused;
+    }
+}
+
+}  // namespace

@@ -65,6 +65,11 @@ status() {
   report "zqmediad" "$home/run/mediad.pid" zqmediad || all=3
   report "zqgatewayd" "$home/run/gatewayd.pid" zqgatewayd || all=3
   report "nginx" "$home/nginx/nginx.pid" nginx || all=3
+  # zqgatewayd starts the other two again when they die, and brings their listeners back in
+  # step with the stored bindings; what it last had to repair:
+  if [ -f "$home/run/last-repair" ]; then
+    echo "last repair: $(cat "$home/run/last-repair")"
+  fi
   return $all
 }
 
@@ -76,7 +81,7 @@ case "$action" in
     "$gatewayd" init --home "$home"
     running_pid "$home/run/mediad.pid" zqmediad > /dev/null || "$mediad" --home "$home"
     if ! running_pid "$home/run/gatewayd.pid" zqgatewayd > /dev/null; then
-      "$gatewayd" --home "$home" ${library:+--library "$library"}
+      "$gatewayd" --home "$home" --mediad "$mediad" ${library:+--library "$library"}
     fi
     status || exit 1
     ;;

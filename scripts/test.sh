@@ -26,7 +26,7 @@ ctest --test-dir build --output-on-failure -j 2
 
 echo "== AddressSanitizer + UndefinedBehaviorSanitizer: unit and integration tests"
 configure_and_build build-asan "" -DZQ_ASAN_UBSAN=ON
-ctest --test-dir build-asan -LE 'install|e2e' --output-on-failure -j 2
+ctest --test-dir build-asan -LE 'install|e2e|chaos' --output-on-failure -j 2
 
 echo "== ThreadSanitizer: concurrency tests"
 configure_and_build build-tsan "concurrency_test frame_test" -DZQ_TSAN=ON

@@ -1,5 +1,7 @@
 #include "ListenerKeeper.h"
 
+#include "ZQGatewayHome.h"
+
 namespace gatewayd {
 namespace {
 
@@ -24,15 +26,18 @@ void ListenerKeeper::stop() {
 }
 
 void ListenerKeeper::run() {
-    auto nextPass = std::chrono::steady_clock::now() + kReconcilePeriod;
+    auto lastPass = std::chrono::steady_clock::now();
     std::unique_lock<std::mutex> lock(mutex_);
     while (!wake_.wait_for(lock, kSupervisionPeriod, [this] { return stopping_; })) {
         const bool restarted = supervisor_.check();
+        ZQGateway::tagGatewaySettings settings;
+        ZQ_Gateway_GetSettings(settings);
         const auto now = std::chrono::steady_clock::now();
-        if (!restarted && now < nextPass) {
+        const bool due = settings.listenerCheckSec > 0 && now - lastPass >= std::chrono::seconds(settings.listenerCheckSec);
+        if (!restarted && !due) {
             continue;
         }
-        nextPass = now + kReconcilePeriod;
+        lastPass = now;
         lock.unlock();
         reconciler_.pass(restarted);
         lock.lock();

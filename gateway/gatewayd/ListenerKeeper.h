@@ -1,6 +1,7 @@
 // The service's housekeeping thread: every second the supervisor looks after the media daemon
-// and nginx; every kReconcilePeriod the reconciler compares their listeners with the stored
-// bindings, and at once (forced) after it started one of them again.
+// and nginx; every listenerCheckSec (gateway.json, 2 s by default) the reconciler compares
+// their listeners with the stored bindings, and at once (forced) after it started one of them
+// again.
 #pragma once
 
 #include <json/json.h>
@@ -15,8 +16,6 @@
 #include "Supervisor.h"
 
 namespace gatewayd {
-
-constexpr std::chrono::seconds kReconcilePeriod {2};
 
 class ListenerKeeper {
 public:

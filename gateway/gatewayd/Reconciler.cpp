@@ -7,6 +7,7 @@
 #include "JsonText.h"
 #include "ZQBase.h"
 #include "ZQGatewayHome.h"
+#include "ZQGatewayNginx.h"
 
 namespace gatewayd {
 namespace {
@@ -95,7 +96,8 @@ void Reconciler::repair(const std::vector<Drift>& drift) {
     if (!closes.empty()) {
         putMediaPorts(closes);
     }
-    if (reload && nginx->Reboot() == 0) {
+    // A dead nginx is the supervisor's to start: two starters would race for its ports.
+    if (reload && ZQ_Gateway_NginxMasterPid() != 0 && nginx->Reboot() == 0) {
         GATEWAYD_LOG(5, "listeners: nginx did not take the repaired port list");
     }
 }

@@ -40,6 +40,8 @@ int Supervisor::runningMediad() {
     return pid;
 }
 
+int Supervisor::runningNginx() { return ZQ_Gateway_NginxMasterPid(); }
+
 bool Supervisor::startMediad() {
     // It detaches once its command socket listens, so its exit status tells whether it started.
     return zqbase::runAndWait(mediadCommand_, ZQ_Gateway_HomePath("log/mediad-start.log")) == 0;
@@ -47,8 +49,9 @@ bool Supervisor::startMediad() {
 
 bool Supervisor::startNginx() { return ZQBase::CNginxOper::getInstance()->Reboot() != 0; }
 
-bool Supervisor::keep(Daemon& daemon, int runningPid, bool (Supervisor::*start)()) {
+bool Supervisor::keep(Daemon& daemon, int (Supervisor::*running)(), bool (Supervisor::*start)()) {
     const Clock::time_point now = Clock::now();
+    const int runningPid = (this->*running)();
     if (runningPid != 0) {
         if (runningPid != daemon.pid) {
             daemon.pid = runningPid;
@@ -75,14 +78,16 @@ bool Supervisor::keep(Daemon& daemon, int runningPid, bool (Supervisor::*start)(
         return false;
     }
     ++daemon.restarts;
+    daemon.pid = (this->*running)();
+    daemon.upSince = now;
     daemon.lastRestart = gwio::utcTimestamp();
     GATEWAYD_LOG(4, "%s started again (restart %d)", daemon.name.c_str(), daemon.restarts);
     return true;
 }
 
 bool Supervisor::check() {
-    const bool mediad = keep(mediad_, runningMediad(), &Supervisor::startMediad);
-    const bool nginx = keep(nginx_, ZQ_Gateway_NginxMasterPid(), &Supervisor::startNginx);
+    const bool mediad = keep(mediad_, &Supervisor::runningMediad, &Supervisor::startMediad);
+    const bool nginx = keep(nginx_, &Supervisor::runningNginx, &Supervisor::startNginx);
     return mediad || nginx;
 }
 

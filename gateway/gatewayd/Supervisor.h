@@ -39,11 +39,13 @@ private:
         daemon.name = name;
         return daemon;
     }
+    // The pid of the running daemon; 0 when it does not run.
     int runningMediad();
+    int runningNginx();
     bool startMediad();
     bool startNginx();
     // Watches one daemon; true when it was started again.
-    bool keep(Daemon& daemon, int runningPid, bool (Supervisor::*start)());
+    bool keep(Daemon& daemon, int (Supervisor::*running)(), bool (Supervisor::*start)());
 
     std::vector<std::string> mediadCommand_;
     Daemon mediad_ = named("zqmediad");

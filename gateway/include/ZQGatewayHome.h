@@ -27,6 +27,9 @@ struct tagGatewaySettings {
     uint16_t rtspPortFirst = 30000, rtspPortLast = 30999;
     int nonceLifetimeSec = 300;   // a nonce older than this is stale
     int lockPeriodSec = 1800;     // lock-out after the 7th wrong answer
+    // How often zqgatewayd compares nginx's and the media daemon's listeners with the stored
+    // bindings; 0: only when a daemon was started again or an administrator asks.
+    int listenerCheckSec = 2;
     int logLevel = 3;             // tvlog drops lines below this level
     std::string logFile = "log/gateway.log";  // empty: stderr; relative: under the home
     uint16_t managementPort = 8600;  // the management API, served by nginx on loopback

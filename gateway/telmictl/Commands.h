@@ -50,6 +50,10 @@ void deviceList(Session& session);
 void deviceAdd(Session& session, const DeviceInput& device);
 void deviceRemove(Session& session, const std::string& deviceIndex);
 
+// Store, nginx and media daemon side by side; with repair, the reconciler runs first. Fails
+// while they disagree.
+void doctor(Session& session, bool repair);
+
 // Device index -> device ID, for tables that name devices; empty when the list is not available
 // (the tables then show device indexes).
 std::map<std::string, std::string> deviceIdsByIndex(Session& session);

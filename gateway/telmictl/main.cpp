@@ -27,6 +27,7 @@ struct Invocation {
     UserInput user;
     DeviceInput device;
     bool needsUserPassword = false;
+    bool repair = false;
     std::function<void(Session&, const std::string& userPassword)> run;
 };
 
@@ -146,6 +147,13 @@ void defineDevice(CLI::App& app, Invocation& inv) {
     remove->callback([&inv] { inv.run = [&inv](Session& s, const std::string&) { deviceRemove(s, inv.index); }; });
 }
 
+void defineDoctor(CLI::App& app, Invocation& inv) {
+    CLI::App* command = app.add_subcommand(
+        "doctor", "Compare what nginx and the media daemon listen on with the stored bindings; exit 1 while they differ");
+    command->add_flag("--repair", inv.repair, "Bring the listeners in step first, as the gateway does by itself");
+    command->callback([&inv] { inv.run = [&inv](Session& s, const std::string&) { doctor(s, inv.repair); }; });
+}
+
 // A user password, typed twice on a terminal so that a typing error does not lock a user out.
 bool readUserPassword(std::string& password, std::string& error) {
     if (!gwapi::readSecret("TELMI user password", "", password, error)) {
@@ -177,6 +185,7 @@ int main(int argc, char** argv) {
     defineUser(app, inv);
     definePort(app, inv);
     defineDevice(app, inv);
+    defineDoctor(app, inv);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {

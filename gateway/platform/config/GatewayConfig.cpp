@@ -72,6 +72,7 @@ ConfigContent fromJson(const Json::Value& root) {
     readRange(root, "rtspPorts", s.rtspPortFirst, s.rtspPortLast);
     s.nonceLifetimeSec = intMember(root, "nonceLifetimeSec", s.nonceLifetimeSec, 1, INT32_MAX);
     s.lockPeriodSec = intMember(root, "lockPeriodSec", s.lockPeriodSec, 1, INT32_MAX);
+    s.listenerCheckSec = intMember(root, "listenerCheckSec", s.listenerCheckSec, 0, 86400);
     s.logLevel = intMember(root, "logLevel", s.logLevel, INT32_MIN, INT32_MAX);
     s.logFile = textMember(root, "logFile", s.logFile);
     s.managementPort = static_cast<uint16_t>(intMember(root, "managementPort", s.managementPort, 1, 65535));
@@ -96,6 +97,7 @@ Json::Value toJson(const ConfigContent& c) {
     root["rtspPorts"].append(s.rtspPortLast);
     root["nonceLifetimeSec"] = s.nonceLifetimeSec;
     root["lockPeriodSec"] = s.lockPeriodSec;
+    root["listenerCheckSec"] = s.listenerCheckSec;
     root["logLevel"] = s.logLevel;
     root["logFile"] = s.logFile;
     root["managementPort"] = s.managementPort;

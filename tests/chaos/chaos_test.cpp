@@ -1,0 +1,208 @@
+// A seeded random walk over a running gateway: binds, unbinds, devices coming and going, list
+// reads, user changes and kill -9 of either daemon, in any order. After every step, once the
+// gateway has settled, what it listens on equals the stored bindings, no port is handed out
+// twice, every account belongs to an existing device, and a lock-out made at the start holds.
+//
+// ZQ_CHAOS_SEED replays a walk (a failure prints its seed); ZQ_CHAOS_STEPS sets its length.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <random>
+#include <set>
+
+#include "gatewayd/GatewayScenario.h"
+
+namespace {
+
+using namespace gwtest;
+
+unsigned long fromEnvironment(const char* name, unsigned long otherwise) {
+    const char* text = std::getenv(name);
+    return text != nullptr && *text != '\0' ? std::strtoul(text, nullptr, 10) : otherwise;
+}
+
+class Walk {
+public:
+    Walk(GatewayRun& gateway, unsigned long seed) : gateway_(gateway), random_(seed) {}
+
+    // One random step; its name.
+    std::string step() {
+        switch (pick(9)) {
+            case 0: return bind();
+            case 1: return call("POST", "/api/ports/unbind", R"({"portIndexes":[")" + any(bindings()) + R"("]})"), "unbind";
+            case 2: return addDevice();
+            case 3: return call("DELETE", "/api/devices/" + any(devices(false)), ""), "remove a device";
+            case 4: return call("GET", "/api/ports?start=0&max=500&keyWord=CHAOS", ""), "list ports";
+            case 5: return addUser();
+            case 6: return call("POST", "/api/users/delete", R"({"userIndexes":[")" + any(users(false)) + R"("]})"), "delete a user";
+            case 7: return kill("run/mediad.pid"), "kill -9 zqmediad";
+            default: return kill("nginx/nginx.pid"), "kill -9 nginx";
+        }
+    }
+
+    // Every promise holds once the gateway has settled.
+    void check() {
+        EXPECT_TRUE(eventually([this] { return listened() == bound(); })) << "listened on: " << listed(listened())
+                                                                          << "; bound: " << listed(bound());
+        std::multiset<int> handedOut;
+        const Json::Value portsList = api("GET", "/api/ports?start=0&max=500");
+        for (const Json::Value& port : portsList["ports"]) {
+            handedOut.insert(port["httpPort"].asInt());
+            if (port["rtspPort"].asInt() != 0) {
+                handedOut.insert(port["rtspPort"].asInt());
+            }
+        }
+        EXPECT_EQ(std::set<int>(handedOut.begin(), handedOut.end()).size(), handedOut.size()) << "a port handed out twice";
+        const std::vector<std::string> known = devices(true);
+        const Json::Value usersList = api("GET", "/api/users?start=0&max=500");
+        for (const Json::Value& user : usersList["users"]) {
+            EXPECT_NE(std::find(known.begin(), known.end(), user["deviceIndex"].asString()), known.end())
+                << "account " << user["userName"] << " of a device that is gone";
+        }
+        EXPECT_THAT(digestCurl(gateway_.userPort(), "keeper", kUserPassword).withOut(),
+                    testing::StartsWith("401 too many failed attempts: locked out"));
+    }
+
+    void lockOutTheKeeper() {
+        gateway_.registerDevice(2, "CHAOSKEEP", gateway_.freePort(0));
+        gwtest::addUser(gateway_, "keeper", "CHAOSKEEP");
+        for (int attempt = 0; attempt < 7; ++attempt) {
+            digestCurl(gateway_.userPort(), "keeper", "Wrong!Pass1");
+        }
+    }
+
+private:
+    size_t pick(size_t count) { return std::uniform_int_distribution<size_t>(0, count - 1)(random_); }
+    std::string any(const std::vector<std::string>& items) { return items.empty() ? "none" : items[pick(items.size())]; }
+
+    Json::Value api(const std::string& method, const std::string& path, const std::string& body = "") {
+        return gateway_.api(method, path, body).json();
+    }
+    std::string call(const std::string& method, const std::string& path, const std::string& body) {
+        api(method, path, body);
+        return method + " " + path;
+    }
+
+    std::string bind() {
+        std::vector<std::string> free;
+        const Json::Value devicesList = api("GET", "/api/devices");
+        for (const Json::Value& device : devicesList["devices"]) {
+            if (device["protocol"].asInt() == 4 && device["portBound"].asInt() == 0) {
+                free.push_back(device["deviceID"].asString());
+            }
+        }
+        return call("POST", "/api/ports", R"({"deviceIDs":[")" + any(free) + R"("]})"), "bind";
+    }
+    std::string addDevice() {
+        if (devices(false).size() < 8) {
+            gateway_.registerDevice(4, "CHAOS" + std::to_string(++devicesAdded_), gateway_.freePort(0));
+        }
+        return "add a device";
+    }
+    std::string addUser() {
+        std::vector<std::string> free;
+        const Json::Value devicesList = api("GET", "/api/devices");
+        for (const Json::Value& device : devicesList["devices"]) {
+            if (device["telmiBound"].asInt() == 0) {
+                free.push_back(device["deviceID"].asString());
+            }
+        }
+        const std::string name = "user" + std::to_string(++usersAdded_);
+        return call("POST", "/api/users", R"({"users":[{"userName":")" + name + R"(","password":")" + kUserPassword +
+                                              R"(","deviceID":")" + any(free) + R"("}]})"), "add a user";
+    }
+    void kill(const std::string& pidFile) {
+        int pid = 0;
+        std::ifstream(gateway_.home().path() + "/" + pidFile) >> pid;
+        if (pid > 0) {
+            runShell("kill -9 $(pgrep -P " + std::to_string(pid) + ") " + std::to_string(pid) + " 2>/dev/null");
+        }
+    }
+
+    std::vector<std::string> bindings() {
+        std::vector<std::string> indexes;
+        const Json::Value portsList = api("GET", "/api/ports?start=0&max=500");
+        for (const Json::Value& port : portsList["ports"]) {
+            indexes.push_back(port["portIndex"].asString());
+        }
+        return indexes;
+    }
+    // Device indexes; the lock-out keeper's only when withKeeper.
+    std::vector<std::string> devices(bool withKeeper) {
+        std::vector<std::string> indexes;
+        const Json::Value devicesList = api("GET", "/api/devices");
+        for (const Json::Value& device : devicesList["devices"]) {
+            if (withKeeper || device["deviceID"].asString() != "CHAOSKEEP") {
+                indexes.push_back(device["deviceIndex"].asString());
+            }
+        }
+        return indexes;
+    }
+    std::vector<std::string> users(bool withKeeper) {
+        std::vector<std::string> indexes;
+        const Json::Value usersList = api("GET", "/api/users?start=0&max=500");
+        for (const Json::Value& user : usersList["users"]) {
+            if (withKeeper || user["userName"].asString() != "keeper") {
+                indexes.push_back(user["userIndex"].asString());
+            }
+        }
+        return indexes;
+    }
+
+    std::set<int> listened() {
+        std::set<int> ports;
+        for (int port = gateway_.firstHttpPort(); port < gateway_.firstHttpPort() + 20; ++port) {
+            if (listening(static_cast<unsigned short>(port))) {
+                ports.insert(port);
+            }
+        }
+        return ports;
+    }
+    std::set<int> bound() {
+        std::set<int> ports;
+        const Json::Value portsList = api("GET", "/api/ports?start=0&max=500");
+        for (const Json::Value& port : portsList["ports"]) {
+            ports.insert(port["httpPort"].asInt());
+            if (port["rtspPort"].asInt() != 0) {
+                ports.insert(port["rtspPort"].asInt());
+            }
+        }
+        return ports;
+    }
+    static std::string listed(const std::set<int>& ports) {
+        std::string text;
+        for (int port : ports) {
+            text += std::to_string(port) + " ";
+        }
+        return text;
+    }
+
+    GatewayRun& gateway_;
+    std::mt19937 random_;
+    int devicesAdded_ = 0;
+    int usersAdded_ = 0;
+};
+
+TEST(Chaos, ARandomWalkKeepsEveryPromise) {
+    const unsigned long seed = fromEnvironment("ZQ_CHAOS_SEED", std::random_device {}());
+    const unsigned long steps = fromEnvironment("ZQ_CHAOS_STEPS", 12);
+    std::printf("chaos walk: ZQ_CHAOS_SEED=%lu ZQ_CHAOS_STEPS=%lu\n", seed, steps);
+    SCOPED_TRACE("replay with ZQ_CHAOS_SEED=" + std::to_string(seed));
+
+    GatewayRun gateway;
+    StandInDevice device("chaos-cam", gateway.freePort(0));
+    gateway.start();
+    switchTelmi(gateway, 1);
+    Walk walk(gateway, seed);
+    walk.lockOutTheKeeper();
+    for (unsigned long n = 1; n <= steps && !testing::Test::HasFailure(); ++n) {
+        const std::string what = walk.step();
+        SCOPED_TRACE("after step " + std::to_string(n) + ": " + what);
+        walk.check();
+    }
+}
+
+}  // namespace

@@ -1,0 +1,192 @@
+// The gateway keeps what nginx and the media daemon listen on equal to the stored bindings, by
+// itself: after devices vanish under port-list reads, after either daemon is killed, after a
+// restart; and telmictl doctor shows and repairs what is out of step. Listening ports are seen
+// from outside the gateway, through the kernel.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <atomic>
+#include <fstream>
+#include <set>
+#include <thread>
+
+#include "DriverCif.h"
+#include "GatewayScenario.h"
+#include "ZQBase.h"
+
+namespace {
+
+using namespace gwtest;
+using testing::HasSubstr;
+using testing::Not;
+
+// The ports of the gateway's two ranges that something listens on.
+std::set<int> listenedPorts(const GatewayRun& gateway) {
+    std::set<int> ports;
+    for (int port = gateway.firstHttpPort(); port < gateway.firstHttpPort() + 20; ++port) {
+        if (listening(static_cast<unsigned short>(port))) {
+            ports.insert(port);
+        }
+    }
+    return ports;
+}
+
+// The HTTP and RTSP ports of every stored binding.
+std::set<int> boundPorts(const GatewayRun& gateway) {
+    std::set<int> ports;
+    const Outcome list = gateway.api("GET", "/api/ports?start=0&max=500");
+    EXPECT_EQ(list.status, 200) << list.out;
+    const Json::Value page = list.json();
+    for (const Json::Value& port : page["ports"]) {
+        ports.insert(port["httpPort"].asInt());
+        if (port["rtspPort"].asInt() != 0) {
+            ports.insert(port["rtspPort"].asInt());
+        }
+    }
+    return ports;
+}
+
+bool inStep(const GatewayRun& gateway) {
+    return eventually([&gateway] { return listenedPorts(gateway) == boundPorts(gateway); });
+}
+
+std::string bind(const GatewayRun& gateway, const std::string& deviceID) {
+    return firstResult(gateway.api("POST", "/api/ports", "{\"deviceIDs\":[\"" + deviceID + "\"]}"))["portIndex"].asString();
+}
+
+int pidIn(const GatewayRun& gateway, const std::string& file) {
+    int pid = 0;
+    std::ifstream(gateway.home().path() + "/" + file) >> pid;
+    return pid;
+}
+
+void setListenerCheck(const GatewayRun& gateway, int seconds) {
+    ASSERT_TRUE(inChild(gateway.home(), [seconds] {
+        changeSettings([seconds](ZQGateway::tagGatewaySettings& s) { s.listenerCheckSec = seconds; });
+    }));
+}
+
+Outcome doctor(const GatewayRun& gateway, const std::string& arguments) {
+    return runCommand(std::string(ZQ_TELMICTL_PATH) + " --gateway " + gateway.apiUrl("") + " --json doctor " + arguments,
+                      gateway.adminPassword() + "\n");
+}
+
+TEST(Listeners, FollowTheStoredBindingsThroughVanishingDevicesAndRestarts) {
+    GatewayRun gateway;
+    TwoDevices devices(gateway);
+    std::vector<std::string> deviceIndexes;
+    for (const char* id : {"TARN50002", "TARN50003", "TARN50004"}) {
+        deviceIndexes.push_back(gateway.registerDevice(4, id, gateway.freePort(1)));
+        bind(gateway, id);
+    }
+    EXPECT_EQ(listenedPorts(gateway).size(), 8u) << "four bindings, HTTP and RTSP each";
+    EXPECT_TRUE(inStep(gateway));
+
+    // Devices leave while an administrator keeps reading the port list, which drops the
+    // binding of a vanished device without closing its listeners.
+    std::atomic<bool> reading {true};
+    std::thread reader([&] {
+        while (reading) {
+            gateway.api("GET", "/api/ports?start=0&max=500");
+        }
+    });
+    for (const std::string& index : deviceIndexes) {
+        gateway.api("DELETE", "/api/devices/" + index);
+    }
+    reading = false;
+    reader.join();
+    EXPECT_TRUE(inStep(gateway)) << "no listener outlives its binding";
+    EXPECT_EQ(boundPorts(gateway).size(), 2u);
+
+    // Stopped with a port no binding holds in nginx's list, started again: the list is rebuilt.
+    ASSERT_TRUE(inChild(gateway.home(), [] {
+        int orphan = 1;  // any port no binding holds
+        ASSERT_NE(ZQBase::CNginxOper::getInstance()->ModifyConfig(ZQBase::addListenPort, &orphan, nullptr), 0);
+    }));
+    gateway.script("stop");
+    gateway.start();
+    std::ifstream portsFile(gateway.home().path() + "/nginx/telmi-ports.conf");
+    const std::string ports((std::istreambuf_iterator<char>(portsFile)), std::istreambuf_iterator<char>());
+    EXPECT_THAT(ports, Not(HasSubstr("listen 1;")));
+    EXPECT_THAT(ports, HasSubstr("listen " + std::to_string(devices.httpPort) + ";"));
+    EXPECT_TRUE(inStep(gateway));
+}
+
+TEST(Listeners, KilledDaemonsComeBackWithTheirListenersAndASilentMediaDaemonIsShownAsSuch) {
+    GatewayRun gateway;
+    TwoDevices devices(gateway);
+    const std::set<int> bound = boundPorts(gateway);
+    ASSERT_EQ(bound.size(), 2u);
+
+    // A media daemon that does not answer: no RTSP port is known to listen, and the list says why.
+    const int mediad = pidIn(gateway, "run/mediad.pid");
+    ASSERT_EQ(::kill(mediad, SIGSTOP), 0);
+    const Json::Value silent = gateway.api("GET", "/api/ports?start=0&max=10").json();
+    ::kill(mediad, SIGCONT);
+    EXPECT_EQ(silent["ports"][0]["rtspListening"].asInt(), 0);
+    EXPECT_EQ(silent["mediaModule"]["code"].asInt(), 9);
+    const Json::Value answered = gateway.api("GET", "/api/ports?start=0&max=10").json();
+    EXPECT_EQ(answered["ports"][0]["rtspListening"].asInt(), 1);
+    EXPECT_FALSE(answered.isMember("mediaModule"));
+
+    // Killed outright, each daemon is started again and listens on its bindings' ports again.
+    ASSERT_EQ(::kill(mediad, SIGKILL), 0);
+    EXPECT_TRUE(eventually([&] { return pidIn(gateway, "run/mediad.pid") != mediad && listenedPorts(gateway) == bound; }));
+    const int nginx = pidIn(gateway, "nginx/nginx.pid");
+    runShell("kill -9 $(pgrep -P " + std::to_string(nginx) + ") " + std::to_string(nginx));
+    EXPECT_TRUE(eventually([&] { return pidIn(gateway, "nginx/nginx.pid") != nginx && listenedPorts(gateway) == bound; }));
+    EXPECT_EQ(digestCurl(devices.httpPort, "admin", gateway.portPassword()).withOut(), deviceAnswer("tarn5-cam"));
+    EXPECT_EQ(gateway.api("GET", "/api/ports?start=0&max=10").json()["ports"][0]["rtspListening"].asInt(), 1);
+
+    Json::Value health;
+    EXPECT_TRUE(eventually([&] {
+        health = gateway.api("GET", "/api/health").json();
+        return health["daemons"][0]["running"].asBool() && health["daemons"][1]["running"].asBool();
+    })) << health;
+    for (const Json::Value& daemon : health["daemons"]) {
+        EXPECT_EQ(daemon["restarts"].asInt(), 1) << daemon;
+    }
+    EXPECT_THAT(gateway.script("status"), HasSubstr("last repair: "));
+}
+
+TEST(Listeners, DoctorShowsWhatIsOutOfStepAndRepairsIt) {
+    GatewayRun gateway;
+    TwoDevices devices(gateway);
+    setListenerCheck(gateway, 0);  // only the administrator repairs here
+    const unsigned short orphanHttp = static_cast<unsigned short>(gateway.firstHttpPort() + 9);
+    const unsigned short orphanRtsp = static_cast<unsigned short>(gateway.firstHttpPort() + 19);
+    const std::string tarnIndex = gateway.api("GET", "/api/users").json()["users"][0]["deviceIndex"].asString();
+    ASSERT_TRUE(inChild(gateway.home(), [&] {
+        int port = orphanHttp;
+        ZQBase::CNginxOper* nginx = ZQBase::CNginxOper::getInstance();
+        ASSERT_NE(nginx->ModifyConfig(ZQBase::addListenPort, &port, nullptr), 0);
+        ASSERT_NE(nginx->Reboot(), 0);
+        const std::string open = R"({"method":"PutMediaPort","moduleType":10,"params":{"devices":[{"devIndex":")" +
+                                 tarnIndex + R"(","rtspPortBind":true,"rtspPort":)" + std::to_string(orphanRtsp) + "}]}}";
+        char* answer = nullptr;
+        int length = 0;
+        ASSERT_EQ(DriverCif_InputCmdToMediaSyn(open.c_str(), static_cast<int>(open.size()), &answer, &length, nullptr, 0, 3), 0);
+        DriverCif_FreeBuffer(answer);
+    }));
+    ASSERT_TRUE(listening(orphanHttp) && listening(orphanRtsp));
+
+    const Outcome found = doctor(gateway, "");
+    EXPECT_EQ(found.status, 1) << found.err;
+    const Json::Value views = found.json();
+    EXPECT_FALSE(views["inStep"].asBool());
+    EXPECT_EQ(views["orphans"]["nginx"][0].asInt(), orphanHttp);
+    EXPECT_EQ(views["orphans"]["media"][0]["rtspPort"].asInt(), orphanRtsp);
+    EXPECT_EQ(views["bindings"][0]["nginx"].asString(), "listening");
+    EXPECT_EQ(views["bindings"][0]["media"].asString(), "listening");
+
+    const Outcome repaired = doctor(gateway, "--repair");
+    EXPECT_EQ(repaired.status, 0) << repaired.out << repaired.err;
+    EXPECT_THAT(repaired.out, HasSubstr("which no binding holds"));
+    // nginx's old workers let go of the port once they have seen the reload.
+    EXPECT_TRUE(eventually([&] { return !listening(orphanHttp) && !listening(orphanRtsp); }));
+    EXPECT_TRUE(inStep(gateway));
+    EXPECT_EQ(doctor(gateway, "").status, 0);
+}
+
+}  // namespace

@@ -107,7 +107,7 @@ std::string MediaCommands::answer(const std::string& command) {
             return gwapi::compactJson(getMediaPortStatus(*params));
         }
         if (name == "ListMediaPorts") {
-            return compact(listMediaPorts());
+            return gwapi::compactJson(listMediaPorts());
         }
         MEDIAD_LOG(4, "command refused: unknown method %s", name.c_str());
         return refusal(refusedMethod, "Unknown method " + name);

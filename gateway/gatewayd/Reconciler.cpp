@@ -26,7 +26,7 @@ bool putMediaPorts(const Json::Value& devices) {
     std::string error;
     if (DriverCif_InputCmdToMediaSyn(text.c_str(), static_cast<int>(text.size()), &answer, &length, &error, 0,
                                      std::max(1, settings.mediaTimeoutMs / 1000)) != 0) {
-        GATEWAYD_LOG(4, "listeners: the media daemon did not take the repair: %s", error.c_str());
+        GATEWAYD_LOG(gwlog::kWarning, "listeners: the media daemon did not take the repair: %s", error.c_str());
         return false;
     }
     DriverCif_FreeBuffer(answer);
@@ -67,7 +67,8 @@ std::vector<std::string> Reconciler::pass(bool force) {
     for (const Drift& d : due) {
         repaired.push_back(d.what);
         if (logged_.insert(d.key).second) {
-            GATEWAYD_LOG(4, "listeners out of step with the stored bindings, repaired: %s", d.what.c_str());
+            GATEWAYD_LOG(gwlog::kWarning, "listeners out of step with the stored bindings, repaired: %s",
+                         d.what.c_str());
         }
     }
     remember(repaired);
@@ -96,7 +97,7 @@ void Reconciler::repair(const std::vector<Drift>& drift) {
         putMediaPorts(closes);
     }
     if (reload && nginx->Reboot() == 0) {
-        GATEWAYD_LOG(5, "listeners: nginx did not take the repaired port list");
+        GATEWAYD_LOG(gwlog::kError, "listeners: nginx did not take the repaired port list");
     }
 }
 

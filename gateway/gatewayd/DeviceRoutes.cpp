@@ -74,7 +74,8 @@ void addDeviceRoutes(ApiRouter& routes) {
         }
         // nginx reaches each device through an upstream of its own, made from the store.
         if (ZQBase::CNginxOper::getInstance()->Reboot() == 0) {
-            GATEWAYD_LOG(4, "device %s registered, but nginx could not take its upstream", deviceIndex.c_str());
+            GATEWAYD_LOG(gwlog::kWarning, "device %s registered, but nginx could not take its upstream",
+                         deviceIndex.c_str());
         }
         Json::Value answer;
         answer["deviceIndex"] = deviceIndex;

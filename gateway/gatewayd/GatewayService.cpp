@@ -38,7 +38,8 @@ bool GatewayService::start(std::string& error) {
     }
     // Ports of bindings lost while the service was down would otherwise be listened on again.
     if (!ZQ_Gateway_ClearNginxPorts()) {
-        GATEWAYD_LOG(4, "nginx's port list could not be emptied before start: it may keep ports no binding holds");
+        GATEWAYD_LOG(gwlog::kWarning,
+                     "nginx's port list could not be emptied before start: it may keep ports no binding holds");
     }
     library_.start();
     started_ = true;
@@ -58,7 +59,7 @@ bool GatewayService::start(std::string& error) {
         return false;
     }
     keeper_.start();
-    GATEWAYD_LOG(3, "gateway service started: API on 127.0.0.1:%d, TELMI user mode on port %d (0: none)",
+    GATEWAYD_LOG(gwlog::kStartEnd, "gateway service started: API on 127.0.0.1:%d, TELMI user mode on port %d (0: none)",
                  settings.managementPort, settings.telmiUserPort);
     return true;
 }
@@ -77,7 +78,7 @@ void GatewayService::stop() {
     if (started_) {
         library_.stop();
         started_ = false;
-        GATEWAYD_LOG(3, "gateway service stopped");
+        GATEWAYD_LOG(gwlog::kStartEnd, "gateway service stopped");
     }
 }
 

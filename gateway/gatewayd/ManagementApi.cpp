@@ -61,8 +61,8 @@ void installManagementApi(httplib::Server& server, ApiRouter& routes, const Telm
             return httplib::Server::HandlerResponse::Handled;
         }));
     server.set_logger([](const httplib::Request& req, const httplib::Response& res) {
-        GATEWAYD_LOG(res.status < 400 || res.status == 401 ? 2 : 4, "API %s %s from %s: %d", req.method.c_str(),
-                     req.path.c_str(), req.get_header_value("X-Real-IP").c_str(), res.status);
+        GATEWAYD_LOG(res.status < 400 || res.status == 401 ? gwlog::kDetail : gwlog::kWarning, "API %s %s from %s: %d",
+                     req.method.c_str(), req.path.c_str(), req.get_header_value("X-Real-IP").c_str(), res.status);
     });
 }
 

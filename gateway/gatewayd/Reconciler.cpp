@@ -27,7 +27,7 @@ bool putMediaPorts(const Json::Value& devices) {
     std::string error;
     if (DriverCif_InputCmdToMediaSyn(text.c_str(), static_cast<int>(text.size()), &answer, &length, &error, 0,
                                      std::max(1, settings.mediaTimeoutMs / 1000)) != 0) {
-        GATEWAYD_LOG(4, "listeners: the media daemon did not take the repair: %s", error.c_str());
+        GATEWAYD_LOG(gwlog::kWarning, "listeners: the media daemon did not take the repair: %s", error.c_str());
         return false;
     }
     DriverCif_FreeBuffer(answer);
@@ -68,7 +68,8 @@ std::vector<std::string> Reconciler::pass(bool force) {
     for (const Drift& d : due) {
         repaired.push_back(d.what);
         if (logged_.insert(d.key).second) {
-            GATEWAYD_LOG(4, "listeners out of step with the stored bindings, repaired: %s", d.what.c_str());
+            GATEWAYD_LOG(gwlog::kWarning, "listeners out of step with the stored bindings, repaired: %s",
+                         d.what.c_str());
         }
     }
     remember(repaired);
@@ -98,7 +99,7 @@ void Reconciler::repair(const std::vector<Drift>& drift) {
     }
     // A dead nginx is the supervisor's to start: two starters would race for its ports.
     if (reload && ZQ_Gateway_NginxMasterPid() != 0 && nginx->Reboot() == 0) {
-        GATEWAYD_LOG(5, "listeners: nginx did not take the repaired port list");
+        GATEWAYD_LOG(gwlog::kError, "listeners: nginx did not take the repaired port list");
     }
 }
 

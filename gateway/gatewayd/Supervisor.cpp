@@ -63,7 +63,7 @@ bool Supervisor::keep(Daemon& daemon, int (Supervisor::*running)(), bool (Superv
         return false;
     }
     if (daemon.pid != 0) {
-        GATEWAYD_LOG(4, "%s (pid %d) is gone; starting it again", daemon.name.c_str(), daemon.pid);
+        GATEWAYD_LOG(gwlog::kWarning, "%s (pid %d) is gone; starting it again", daemon.name.c_str(), daemon.pid);
         daemon.pid = 0;
     }
     if (now < daemon.nextAttempt) {
@@ -73,15 +73,16 @@ bool Supervisor::keep(Daemon& daemon, int (Supervisor::*running)(), bool (Superv
     daemon.nextAttempt = now + std::min<Clock::duration>(kLongestBackOff, kFirstBackOff * (1 << std::min(daemon.failedAttempts, 6)));
     ++daemon.failedAttempts;
     if (!started) {
-        GATEWAYD_LOG(5, "%s could not be started again; next attempt in %lld s", daemon.name.c_str(),
-                     static_cast<long long>(std::chrono::duration_cast<std::chrono::seconds>(daemon.nextAttempt - now).count()));
+        GATEWAYD_LOG(
+            gwlog::kError, "%s could not be started again; next attempt in %lld s", daemon.name.c_str(),
+            static_cast<long long>(std::chrono::duration_cast<std::chrono::seconds>(daemon.nextAttempt - now).count()));
         return false;
     }
     ++daemon.restarts;
     daemon.pid = (this->*running)();
     daemon.upSince = now;
     daemon.lastRestart = gwio::utcTimestamp();
-    GATEWAYD_LOG(4, "%s started again (restart %d)", daemon.name.c_str(), daemon.restarts);
+    GATEWAYD_LOG(gwlog::kWarning, "%s started again (restart %d)", daemon.name.c_str(), daemon.restarts);
     return true;
 }
 

@@ -96,12 +96,13 @@ void checkCredentials(const TelmiLibrary& library, const Arrival& arrival, const
         rebuildDigestAnswer(authorization, req.get_header_value("X-TELMI-Target"), arrival.target, answer, userName);
     tagTELMIAuthReq authReq {};
     if (fault == DigestAnswerFault::otherTarget) {
-        GATEWAYD_LOG(4, "TELMI request from %s refused: its Digest answer names another target", lockKey.c_str());
+        GATEWAYD_LOG(gwlog::kWarning, "TELMI request from %s refused: its Digest answer names another target",
+                     lockKey.c_str());
         refuse(res, 400, "the Digest uri does not name this request");
         return;
     }
     if (fault == DigestAnswerFault::malformed || answer.size() >= sizeof(authReq.authHeader)) {
-        GATEWAYD_LOG(4, "TELMI request from %s refused: malformed Digest answer", lockKey.c_str());
+        GATEWAYD_LOG(gwlog::kWarning, "TELMI request from %s refused: malformed Digest answer", lockKey.c_str());
         refuse(res, 400, "the Authorization header is not a well-formed Digest answer");
         return;
     }
@@ -116,7 +117,8 @@ void checkCredentials(const TelmiLibrary& library, const Arrival& arrival, const
     } else if (code == kDigestFailed) {
         refuse(res, 401, refusalMessage(rsp), challengeText);
         if (rsp.leftTryNum <= 0) {
-            GATEWAYD_LOG(4, "TELMI requester %s is locked out (%d s left)", lockKey.c_str(), rsp.remainLockTime);
+            GATEWAYD_LOG(gwlog::kWarning, "TELMI requester %s is locked out (%d s left)", lockKey.c_str(),
+                         rsp.remainLockTime);
         }
     } else if (code == kBadArgument && !challengeText.empty()) {
         refuse(res, 401, "authentication required: the credentials name no user", challengeText);
@@ -127,7 +129,7 @@ void checkCredentials(const TelmiLibrary& library, const Arrival& arrival, const
     } else if (code == kNotFound) {
         refuse(res, 404, "no device is bound to gateway port " + std::to_string(arrival.httpPort));
     } else {
-        GATEWAYD_LOG(5, "TELMI Digest check failed with code %d", code);
+        GATEWAYD_LOG(gwlog::kError, "TELMI Digest check failed with code %d", code);
         refuse(res, 500, "the gateway cannot check credentials (code " + std::to_string(code) + ")");
     }
 }

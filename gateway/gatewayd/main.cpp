@@ -108,7 +108,7 @@ int runService(const Options& options) {
     }
     if (!service) {
         std::fprintf(stderr, "zqgatewayd: %s\n", error.c_str());
-        GATEWAYD_LOG(5, "gateway service not started: %s", error.c_str());
+        GATEWAYD_LOG(gwlog::kError, "gateway service not started: %s", error.c_str());
         if (detached) {
             detached->started(false);
         }
@@ -121,7 +121,7 @@ int runService(const Options& options) {
     }
 
     const int signal = gwio::waitForStopSignal(stopSignals);
-    GATEWAYD_LOG(3, "gateway service stopping on signal %d", signal);
+    GATEWAYD_LOG(gwlog::kStartEnd, "gateway service stopping on signal %d", signal);
     service.reset();
     ::unlink(pidFile.c_str());
     return 0;

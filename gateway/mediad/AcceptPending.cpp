@@ -38,9 +38,9 @@ void acceptPending(int listenFd, int limit, const std::function<void(UniqueFd)>&
             UniqueFd turnedAway(::accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC));
             turnedAway.reset();
             spare.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-            MEDIAD_LOG(4, "client of %s turned away: out of file descriptors", what);
+            MEDIAD_LOG(gwlog::kWarning, "client of %s turned away: out of file descriptors", what);
         } else if (error != EAGAIN && error != EWOULDBLOCK) {
-            MEDIAD_LOG(4, "accept on %s failed: %s", what, std::strerror(error));
+            MEDIAD_LOG(gwlog::kWarning, "accept on %s failed: %s", what, std::strerror(error));
         }
         return;
     }

@@ -63,7 +63,7 @@ void CommandConnection::answerCompleteFrames() {
     while (!refusing_ && !out_.full() && in_.size() >= ZQGateway::kMediaFrameHeader) {
         const uint32_t length = ZQGateway::decodeMediaFrameLength(reinterpret_cast<const unsigned char*>(in_.data()));
         if (length > ZQGateway::kMaxMediaFrame) {
-            MEDIAD_LOG(4, "command frame of %u bytes refused; closing the connection", length);
+            MEDIAD_LOG(gwlog::kWarning, "command frame of %u bytes refused; closing the connection", length);
             queueAnswer(MediaCommands::refusal(refusedTooLarge, "Command frame larger than " +
                                                                     std::to_string(ZQGateway::kMaxMediaFrame) +
                                                                     " bytes"));
@@ -81,7 +81,7 @@ void CommandConnection::answerCompleteFrames() {
 
 void CommandConnection::queueAnswer(const std::string& answer) {
     if (answer.size() > ZQGateway::kMaxMediaFrame) {
-        MEDIAD_LOG(4, "answer of %zu bytes replaced by a refusal", answer.size());
+        MEDIAD_LOG(gwlog::kWarning, "answer of %zu bytes replaced by a refusal", answer.size());
         out_.append(ZQGateway::encodeMediaFrame(MediaCommands::refusal(refusedTooLarge, "Answer too large")));
         return;
     }
@@ -108,7 +108,7 @@ void CommandConnection::close(const char* reason) {
     closed_ = true;
     watch_.stop();
     fd_.reset();
-    MEDIAD_LOG(2, "command client closed: %s", reason);
+    MEDIAD_LOG(gwlog::kDetail, "command client closed: %s", reason);
     onClosed_();
 }
 

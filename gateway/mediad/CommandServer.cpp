@@ -51,7 +51,8 @@ void CommandServer::acceptClients() {
         fd_.get(), kAcceptsPerWakeup,
         [this](UniqueFd client) {
             if (clients_.size() >= maxClients_) {
-                MEDIAD_LOG(4, "command client turned away: %zu clients already connected", clients_.size());
+                MEDIAD_LOG(gwlog::kWarning, "command client turned away: %zu clients already connected",
+                           clients_.size());
                 return;
             }
             const uint64_t id = nextId_++;

@@ -24,7 +24,7 @@ bool EventLoop::run() {
     while (running_) {
         const int count = ::epoll_wait(epoll_.get(), events, kBatch, -1);
         if (count < 0 && errno != EINTR) {
-            MEDIAD_LOG(5, "epoll_wait failed: errno %d", errno);
+            MEDIAD_LOG(gwlog::kError, "epoll_wait failed: errno %d", errno);
             return false;
         }
         for (int i = 0; i < count; ++i) {
@@ -57,7 +57,7 @@ bool Watch::setEvents(uint32_t events) {
     }
     if (!ok) {
         const int error = errno;
-        MEDIAD_LOG(5, "epoll_ctl on descriptor %d failed: errno %d", fd_, error);
+        MEDIAD_LOG(gwlog::kError, "epoll_ctl on descriptor %d failed: errno %d", fd_, error);
         if (events != 0 && events_ != 0) {
             // A failed change leaves nothing half registered.
             loop_.control(EPOLL_CTL_DEL, fd_, 0, this);

@@ -83,7 +83,7 @@ std::string MediaCommands::answer(const std::string& command) {
         std::string parseError;
         if (!gwapi::parseJson(command, request, parseError)) {
             std::replace(parseError.begin(), parseError.end(), '\n', ' ');
-            MEDIAD_LOG(4, "command refused: not JSON: %s", parseError.c_str());
+            MEDIAD_LOG(gwlog::kWarning, "command refused: not JSON: %s", parseError.c_str());
             return refusal(refusedMalformed, "Invalid JSON: " + parseError);
         }
         const Json::Value* method = member(request, "method");
@@ -91,12 +91,12 @@ std::string MediaCommands::answer(const std::string& command) {
         const Json::Value* params = member(request, "params");
         if (method == nullptr || !method->isString() || !isInteger(moduleType) ||
             moduleType->asInt64() != kModuleType || params == nullptr || !params->isObject()) {
-            MEDIAD_LOG(4, "command refused: bad envelope");
+            MEDIAD_LOG(gwlog::kWarning, "command refused: bad envelope");
             return refusal(refusedMalformed,
                            "A command needs \"method\" (string), \"moduleType\" 10 and \"params\" (object)");
         }
         const std::string name = method->asString();
-        MEDIAD_LOG(2, "command %s", name.c_str());
+        MEDIAD_LOG(gwlog::kDetail, "command %s", name.c_str());
         if (name == "PutMediaPort") {
             return gwapi::compactJson(putMediaPort(*params));
         }
@@ -109,11 +109,11 @@ std::string MediaCommands::answer(const std::string& command) {
         if (name == "ListMediaPorts") {
             return gwapi::compactJson(listMediaPorts());
         }
-        MEDIAD_LOG(4, "command refused: unknown method %s", name.c_str());
+        MEDIAD_LOG(gwlog::kWarning, "command refused: unknown method %s", name.c_str());
         return refusal(refusedMethod, "Unknown method " + name);
     } catch (const std::exception& error) {
         // JsonCpp asserts by throwing; no command may end the daemon.
-        MEDIAD_LOG(4, "command refused: %s", error.what());
+        MEDIAD_LOG(gwlog::kWarning, "command refused: %s", error.what());
         return refusal(refusedMalformed, std::string("Malformed command: ") + error.what());
     }
 }
@@ -122,7 +122,7 @@ std::string MediaCommands::answer(const std::string& command) {
 Json::Value MediaCommands::putMediaPort(const Json::Value& params) {
     const Json::Value* devices = member(params, "devices");
     if (devices == nullptr || !devices->isArray()) {
-        MEDIAD_LOG(4, "PutMediaPort refused: no devices array");
+        MEDIAD_LOG(gwlog::kWarning, "PutMediaPort refused: no devices array");
         return refusalValue(refusedMalformed, "params.devices must be an array");
     }
     int failed = 0;
@@ -133,7 +133,7 @@ Json::Value MediaCommands::putMediaPort(const Json::Value& params) {
         if (devIndex == nullptr || !devIndex->isString() || !validDeviceIndex(devIndex->asString()) ||
             bind == nullptr || !bind->isBool() || !isInteger(port) || port->asInt64() < 0 ||
             port->asInt64() > 65535) {
-            MEDIAD_LOG(4, "PutMediaPort: malformed device entry %s", gwapi::compactJson(device).c_str());
+            MEDIAD_LOG(gwlog::kWarning, "PutMediaPort: malformed device entry %s", gwapi::compactJson(device).c_str());
             ++failed;
             continue;
         }
@@ -153,7 +153,7 @@ Json::Value MediaCommands::putMediaPort(const Json::Value& params) {
 bool MediaCommands::openForDevice(const std::string& deviceIndex, uint16_t port) {
     const DeviceRoute& route = directory_.reread(deviceIndex);
     if (route.lookup != DeviceLookup::found) {
-        MEDIAD_LOG(4, "device %s cannot listen: %s", deviceIndex.c_str(), route.error.c_str());
+        MEDIAD_LOG(gwlog::kWarning, "device %s cannot listen: %s", deviceIndex.c_str(), route.error.c_str());
         return false;
     }
     std::string error;
@@ -177,14 +177,14 @@ Json::Value MediaCommands::refreshDevicePort(const Json::Value& params) {
         uriCode = parseRefreshUri(uri->asString(), deviceIndex, port, error);
     }
     if (uriCode != 0) {
-        MEDIAD_LOG(4, "refresh refused: %s", error.c_str());
+        MEDIAD_LOG(gwlog::kWarning, "refresh refused: %s", error.c_str());
         rsp = refusalValue(uriCode, error);
         return answer;
     }
     const DeviceLookup lookup = directory_.reread(deviceIndex).lookup;
     if (lookup != DeviceLookup::found) {
         const bool unknown = lookup == DeviceLookup::unknown;
-        MEDIAD_LOG(4, "refresh of device %s refused: %s", deviceIndex.c_str(),
+        MEDIAD_LOG(gwlog::kWarning, "refresh of device %s refused: %s", deviceIndex.c_str(),
                    unknown ? "no such device" : "device store unreadable");
         rsp = refusalValue(unknown ? refusedUnknown : refusedStoreFailed,
                            unknown ? "Unknown device" : "Device store unavailable");
@@ -202,12 +202,12 @@ Json::Value MediaCommands::refreshDevicePort(const Json::Value& params) {
 Json::Value MediaCommands::getMediaPortStatus(const Json::Value& params) {
     const Json::Value* asked = member(params, "devindexCodeList");
     if (asked == nullptr || !asked->isArray()) {
-        MEDIAD_LOG(4, "GetMediaPortStatus refused: no devindexCodeList array");
+        MEDIAD_LOG(gwlog::kWarning, "GetMediaPortStatus refused: no devindexCodeList array");
         return refusalValue(refusedMalformed, "params.devindexCodeList must be an array of strings");
     }
     for (const Json::Value& deviceIndex : *asked) {
         if (!deviceIndex.isString()) {
-            MEDIAD_LOG(4, "GetMediaPortStatus refused: a device index is not a string");
+            MEDIAD_LOG(gwlog::kWarning, "GetMediaPortStatus refused: a device index is not a string");
             return refusalValue(refusedMalformed, "params.devindexCodeList must be an array of strings");
         }
     }

@@ -163,8 +163,9 @@ void RelaySession::finish(const char* reason, int error) {
     }
     // A reset is how many clients hang up; only other errors are worth a warning.
     const bool normalEnd = error == 0 || error == ECONNRESET || error == EPIPE;
-    MEDIAD_LOG(normalEnd ? 2 : 4, "relay for device %s ended: %s%s%s (client sent %llu bytes, device %llu)",
-               deviceIndex_.c_str(), reason, error == 0 ? "" : ": ", error == 0 ? "" : std::strerror(error),
+    MEDIAD_LOG(normalEnd ? gwlog::kDetail : gwlog::kWarning,
+               "relay for device %s ended: %s%s%s (client sent %llu bytes, device %llu)", deviceIndex_.c_str(), reason,
+               error == 0 ? "" : ": ", error == 0 ? "" : std::strerror(error),
                static_cast<unsigned long long>(client_.bytesIn), static_cast<unsigned long long>(device_.bytesIn));
     onFinished_();
 }

@@ -74,17 +74,19 @@ const char* RelaySessions::refusal(const std::string& deviceIndex, const std::st
 void RelaySessions::start(UniqueFd client, const std::string& deviceIndex) {
     const std::string clientKey = clientKeyOf(client.get());
     if (const char* refused = refusal(deviceIndex, clientKey)) {
-        MEDIAD_LOG(4, "relay for device %s refused to %s: %s", deviceIndex.c_str(), clientKey.c_str(), refused);
+        MEDIAD_LOG(gwlog::kWarning, "relay for device %s refused to %s: %s", deviceIndex.c_str(), clientKey.c_str(),
+                   refused);
         return;
     }
     const DeviceRoute& route = directory_.forRelay(deviceIndex);
     if (!route.usable) {
-        MEDIAD_LOG(4, "relay for device %s refused: %s", deviceIndex.c_str(), route.error.c_str());
+        MEDIAD_LOG(gwlog::kWarning, "relay for device %s refused: %s", deviceIndex.c_str(), route.error.c_str());
         return;
     }
     UniqueFd deviceSocket(::socket(route.address.storage.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     if (!deviceSocket.valid()) {
-        MEDIAD_LOG(4, "relay for device %s refused: socket: %s", deviceIndex.c_str(), std::strerror(errno));
+        MEDIAD_LOG(gwlog::kWarning, "relay for device %s refused: socket: %s", deviceIndex.c_str(),
+                   std::strerror(errno));
         return;
     }
     const uint64_t id = nextId_++;
@@ -96,7 +98,7 @@ void RelaySessions::start(UniqueFd client, const std::string& deviceIndex) {
     ++perDevice_[deviceIndex];
     ++perClient_[clientKey];
     armTimer(true);
-    MEDIAD_LOG(2, "relay for device %s from %s to %s started", deviceIndex.c_str(), clientKey.c_str(),
+    MEDIAD_LOG(gwlog::kDetail, "relay for device %s from %s to %s started", deviceIndex.c_str(), clientKey.c_str(),
                route.rtspAddress.c_str());
     live.session->connect(route.address);
 }
@@ -123,7 +125,7 @@ void RelaySessions::armTimer(bool on) {
     }
     timerArmed_ = ::timerfd_settime(timer_.get(), 0, &period, nullptr) == 0 && on;
     if (!timerWatch_.setEvents(timerArmed_ ? uint32_t {EPOLLIN} : 0) && on) {
-        MEDIAD_LOG(5, "the relays' time limits cannot be watched: %s", std::strerror(errno));
+        MEDIAD_LOG(gwlog::kError, "the relays' time limits cannot be watched: %s", std::strerror(errno));
     }
 }
 

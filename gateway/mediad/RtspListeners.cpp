@@ -66,14 +66,14 @@ ListenOutcome RtspListeners::open(const std::string& deviceIndex, uint16_t port,
         return ListenOutcome::listening;
     }
     if (entry.fd.valid()) {
-        MEDIAD_LOG(3, "device %s moves from RTSP port %u to %u", deviceIndex.c_str(), entry.port, port);
+        MEDIAD_LOG(gwlog::kStartEnd, "device %s moves from RTSP port %u to %u", deviceIndex.c_str(), entry.port, port);
     }
     entry.watch.reset();
     entry.fd.reset();
     entry.port = port;
     if (portUsedByOtherDevice(deviceIndex, port)) {
         error = "RTSP port " + std::to_string(port) + " is used by another device";
-        MEDIAD_LOG(4, "device %s cannot listen: %s", deviceIndex.c_str(), error.c_str());
+        MEDIAD_LOG(gwlog::kWarning, "device %s cannot listen: %s", deviceIndex.c_str(), error.c_str());
         return ListenOutcome::portTaken;
     }
     return bindEntry(entry, deviceIndex, error);
@@ -85,7 +85,7 @@ ListenOutcome RtspListeners::bindEntry(Entry& entry, const std::string& deviceIn
         const int cause = errno;
         error = cause == EADDRINUSE ? "RTSP port " + std::to_string(entry.port) + " is in use by another program"
                                     : "RTSP port " + std::to_string(entry.port) + ": " + std::strerror(cause);
-        MEDIAD_LOG(4, "device %s cannot listen: %s", deviceIndex.c_str(), error.c_str());
+        MEDIAD_LOG(gwlog::kWarning, "device %s cannot listen: %s", deviceIndex.c_str(), error.c_str());
         return cause == EADDRINUSE ? ListenOutcome::portTaken : ListenOutcome::failed;
     }
     const int listenFd = fd.get();
@@ -97,7 +97,7 @@ ListenOutcome RtspListeners::bindEntry(Entry& entry, const std::string& deviceIn
     }
     entry.fd = std::move(fd);
     entry.watch = std::move(watch);
-    MEDIAD_LOG(3, "device %s listens on RTSP port %u", deviceIndex.c_str(), entry.port);
+    MEDIAD_LOG(gwlog::kStartEnd, "device %s listens on RTSP port %u", deviceIndex.c_str(), entry.port);
     return ListenOutcome::listening;
 }
 
@@ -106,7 +106,7 @@ void RtspListeners::close(const std::string& deviceIndex) {
     if (found == entries_.end()) {
         return;
     }
-    MEDIAD_LOG(3, "device %s stops listening on RTSP port %u", deviceIndex.c_str(), found->second.port);
+    MEDIAD_LOG(gwlog::kStartEnd, "device %s stops listening on RTSP port %u", deviceIndex.c_str(), found->second.port);
     entries_.erase(found);
 }
 

@@ -67,7 +67,7 @@ int serve(const Options& options) {
     std::string error;
     if (!gwio::runAsServiceUser(settings.serviceUser, home, error)) {
         std::fprintf(stderr, "zqmediad: %s\n", error.c_str());
-        MEDIAD_LOG(5, "media daemon not started: %s", error.c_str());
+        MEDIAD_LOG(gwlog::kError, "media daemon not started: %s", error.c_str());
         return 1;
     }
     EventLoop loop;
@@ -85,7 +85,7 @@ int serve(const Options& options) {
     const std::string socketPath = ZQ_Gateway_HomePath(ZQGateway::kMediaSocketPath);
     if (!server.listen(socketPath, error)) {
         std::fprintf(stderr, "zqmediad: %s\n", error.c_str());
-        MEDIAD_LOG(5, "media daemon not started: %s", error.c_str());
+        MEDIAD_LOG(gwlog::kError, "media daemon not started: %s", error.c_str());
         return 1;
     }
     if (detached) {
@@ -94,15 +94,17 @@ int serve(const Options& options) {
     UniqueFd signals(::signalfd(-1, &stopSignals, SFD_NONBLOCK | SFD_CLOEXEC));
     Watch signalWatch(loop, signals.get(), [&loop](uint32_t) { loop.stop(); });
     if (!signals.valid() || !signalWatch.setEvents(EPOLLIN)) {
-        MEDIAD_LOG(5, "media daemon not started: no signal descriptor");
+        MEDIAD_LOG(gwlog::kError, "media daemon not started: no signal descriptor");
         return 1;
     }
     const std::string pidFile = ZQ_Gateway_HomePath(kPidFile);
     ZQ_Gateway_WriteFileAtomically(pidFile, std::to_string(::getpid()) + "\n");
-    MEDIAD_LOG(3, "media daemon started (pid %d), commands on %s", static_cast<int>(::getpid()), socketPath.c_str());
+    MEDIAD_LOG(gwlog::kStartEnd, "media daemon started (pid %d), commands on %s", static_cast<int>(::getpid()),
+               socketPath.c_str());
 
     const bool clean = loop.run();
-    MEDIAD_LOG(3, "media daemon stopping with %zu listeners and %zu relays", listeners.count(), relays.count());
+    MEDIAD_LOG(gwlog::kStartEnd, "media daemon stopping with %zu listeners and %zu relays", listeners.count(),
+               relays.count());
     ::unlink(pidFile.c_str());
     return clean ? 0 : 1;
 }

@@ -17,6 +17,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "LogLevel.h"
 #include "ZQGatewayDevices.h"
 #include "ZQGatewayHome.h"
 #include "ZQGatewayNginx.h"
@@ -169,7 +170,7 @@ int NginxOper::ModifyConfig(ZQBase::tagNginxOper op, void* arg, void*) {
     std::set<int> ports = readPorts(p);
     const bool changed = op == ZQBase::addListenPort ? ports.insert(port).second : ports.erase(port) != 0;
     if (changed && !writePorts(p, ports)) {
-        tvlog_format(5, "ZQBase", "cannot write %s", p.ports.c_str());
+        tvlog_format(gwlog::kError, "ZQBase", "cannot write %s", p.ports.c_str());
         return 0;
     }
     return 1;
@@ -186,28 +187,30 @@ int NginxOper::Reboot() {
         return 0;
     }
     if (!writeMainConfig(p)) {
-        tvlog_format(5, "ZQBase", "cannot write %s", p.conf.c_str());
+        tvlog_format(gwlog::kError, "ZQBase", "cannot write %s", p.conf.c_str());
         return 0;
     }
     const std::vector<std::string> base = {kBinary, "-p", p.prefix + "/", "-c", p.conf, "-e", p.errorLog};
     std::vector<std::string> test = base;
     test.insert(test.end(), {"-t", "-q"});
     if (runAndWait(test, p.errorLog) != 0) {
-        tvlog_format(5, "ZQBase", "nginx refuses %s; see %s", p.conf.c_str(), p.errorLog.c_str());
+        tvlog_format(gwlog::kError, "ZQBase", "nginx refuses %s; see %s", p.conf.c_str(), p.errorLog.c_str());
         return 0;
     }
     if (int master = runningMaster(p); master != 0) {
         if (!reload(master)) {
-            tvlog_format(5, "ZQBase", "nginx did not take its new configuration; see %s", p.errorLog.c_str());
+            tvlog_format(gwlog::kError, "ZQBase", "nginx did not take its new configuration; see %s",
+                         p.errorLog.c_str());
             return 0;
         }
     } else if (runAndWait(base, p.errorLog) != 0 || !waitFor(kStartWaitMs, [&p] { return runningMaster(p) != 0; })) {
-        tvlog_format(5, "ZQBase", "nginx did not start; see %s", p.errorLog.c_str());
+        tvlog_format(gwlog::kError, "ZQBase", "nginx did not start; see %s", p.errorLog.c_str());
         return 0;
     }
     const std::set<int> ports = readPorts(p);
     if (!waitFor(kStartWaitMs, [&ports] { return allListening(ports); })) {
-        tvlog_format(4, "ZQBase", "nginx runs but not every TELMI port listens; see %s", p.errorLog.c_str());
+        tvlog_format(gwlog::kWarning, "ZQBase", "nginx runs but not every TELMI port listens; see %s",
+                     p.errorLog.c_str());
     }
     return 1;
 }

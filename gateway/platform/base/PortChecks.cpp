@@ -3,6 +3,7 @@
 // The mode argument of CheckPort and CheckPortOccupy selects the transport: 1 is TCP (IPv4 and
 // IPv6 listening sockets); no other mode is supported (CheckPort answers -2, CheckPortOccupy 1).
 // When the kernel cannot be asked, a port counts as in use, so that it is never handed out.
+#include "LogLevel.h"
 #include "ZQBase.h"
 #include "ZQGatewayDevices.h"
 #include "ZQGatewayHome.h"
@@ -25,7 +26,7 @@ int pickPort(unsigned short* port, bool http) {
     int result = http ? ZQ_DeviceMgr_ReservePort(picked, s.httpPortFirst, s.httpPortLast, listenedOn)
                       : ZQ_DeviceMgr_ReservePort(picked, s.rtspPortFirst, s.rtspPortLast, listenedOn);
     if (result != 0) {
-        tvlog_format(4, "ZQBase", "no free %s port: store code %d", http ? "HTTP" : "RTSP", result);
+        tvlog_format(gwlog::kWarning, "ZQBase", "no free %s port: store code %d", http ? "HTTP" : "RTSP", result);
         return 0;
     }
     *port = picked;
@@ -43,7 +44,7 @@ int CheckPort(int port, int mode) {
     }
     auto listening = zqbase::tcpListening(static_cast<uint16_t>(port));
     if (!listening) {
-        tvlog_format(5, "ZQBase", "socket diagnostics unavailable; port %d taken as in use", port);
+        tvlog_format(gwlog::kError, "ZQBase", "socket diagnostics unavailable; port %d taken as in use", port);
         return -1;
     }
     return *listening ? -1 : 0;

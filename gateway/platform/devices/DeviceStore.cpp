@@ -7,6 +7,7 @@
 #include <set>
 
 #include "FixedField.h"
+#include "LogLevel.h"
 #include "NowSeconds.h"
 #include "ZQGatewayHome.h"
 #include "tvlog.h"
@@ -29,7 +30,7 @@ DeviceStore::DeviceStore() {
     const std::string path = ZQ_Gateway_HomePath("devices.db");
     open_ = !path.empty() && db_.open(path);
     if (!open_) {
-        tvlog_format(5, "ZQDeviceMgr", "cannot open the device store %s", path.c_str());
+        tvlog_format(gwlog::kError, "ZQDeviceMgr", "cannot open the device store %s", path.c_str());
         return;
     }
     load();
@@ -301,7 +302,7 @@ int DeviceStore::registerDevice(std::string& deviceIndex, const tagDeviceInfo& i
          {std::make_pair(&info.telmiAddress, kTelmiDefaultPort), std::make_pair(&info.rtspAddress, kRtspDefaultPort)}) {
         std::string why;
         if (ZQ_DeviceMgr_CheckDeviceAddress(*address, defaultPort, why) != storeOk) {
-            tvlog_format(4, "ZQDeviceMgr", "device %s not registered: %s", accessId.c_str(), why.c_str());
+            tvlog_format(gwlog::kWarning, "ZQDeviceMgr", "device %s not registered: %s", accessId.c_str(), why.c_str());
             return storeAddressRefused;
         }
     }

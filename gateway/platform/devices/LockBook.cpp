@@ -5,6 +5,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "LogLevel.h"
 #include "NowSeconds.h"
 #include "ZQGatewayDevices.h"
 #include "ZQGatewayHome.h"
@@ -104,8 +105,8 @@ void LockBook::lockRecord(Entries& entries, const std::string& record, int64_t n
     every.unlockAt = now + lockPeriod();
     every.touched = nowMicros();
     save(record, kEveryRequester, every);
-    tvlog_format(4, "ZQDeviceMgr", "%s locked for every requester: more than %zu requesters failed", record.c_str(),
-                 ZQGateway::kMaxLockKeysPerRecord);
+    tvlog_format(gwlog::kWarning, "ZQDeviceMgr", "%s locked for every requester: more than %zu requesters failed",
+                 record.c_str(), ZQGateway::kMaxLockKeysPerRecord);
 }
 
 int LockBook::secondsLocked(const std::string& record, const char* key) {
@@ -149,8 +150,8 @@ void LockBook::forgetRecord(const std::string& record) {
 
 // The count in memory stays right; only a restart would bring back the stored one.
 void LockBook::warnUnstored(const std::string& record, const std::string& key, sqlite3* db) {
-    tvlog_format(4, "ZQDeviceMgr", "lock-out of %s for %s not written to the device store: %s", key.c_str(),
-                 record.c_str(), sqlite3_errmsg(db));
+    tvlog_format(gwlog::kWarning, "ZQDeviceMgr", "lock-out of %s for %s not written to the device store: %s",
+                 key.c_str(), record.c_str(), sqlite3_errmsg(db));
 }
 
 void LockBook::save(const std::string& record, const std::string& key, const Entry& entry) {

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <thread>
 
+#include "LogLevel.h"
 #include "ZQGatewayDevices.h"
 #include "ZQGatewayHome.h"
 #include "tvlog.h"
@@ -76,7 +77,8 @@ bool createPrivately(const std::string& path) {
 bool StoreDatabase::open(const std::string& path) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (!createPrivately(path)) {
-        tvlog_format(5, "ZQDeviceMgr", "device store %s cannot be created: %s", path.c_str(), std::strerror(errno));
+        tvlog_format(gwlog::kError, "ZQDeviceMgr", "device store %s cannot be created: %s", path.c_str(),
+                     std::strerror(errno));
         return false;
     }
     if (sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX,
@@ -113,7 +115,7 @@ bool StoreDatabase::open(const std::string& path) {
         result = sqlite3_exec(db_, kSchema, nullptr, nullptr, nullptr);
     }
     if (result != SQLITE_OK) {
-        tvlog_format(5, "ZQDeviceMgr", "device store %s: %s", path.c_str(), sqlite3_errmsg(db_));
+        tvlog_format(gwlog::kError, "ZQDeviceMgr", "device store %s: %s", path.c_str(), sqlite3_errmsg(db_));
         sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
     }
     return result == SQLITE_OK;

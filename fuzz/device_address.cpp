@@ -10,7 +10,6 @@
 #include <string>
 
 #include "DeviceAddress.h"
-#include "FuzzHome.h"
 #include "config/NetworkRange.h"
 #include "devices/DeviceAddressRule.h"
 
@@ -28,11 +27,6 @@ bool sameEndpoint(const mediad::SocketAddress& resolved, const zqgw::IpAddress& 
 }
 
 }  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    zqfuzz::useScratchHome();
-    return 0;
-}
 
 // Input: the device address, then after a line feed a network range for allowedDeviceNetworks.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

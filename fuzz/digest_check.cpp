@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <string>
 
-#include "FuzzHome.h"
 #include "ZQBase.h"
 #include "ZQGatewayDigest.h"
 #include "base/DigestHeader.h"
@@ -25,11 +24,6 @@ std::string freshNonce() {
 }
 
 }  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    zqfuzz::useScratchHome();
-    return 0;
-}
 
 // Input: one byte choosing the scopes (bit 0: issue the nonce in another scope than the check's),
 // the method up to a line feed, then the header.

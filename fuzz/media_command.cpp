@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <string>
 
-#include "FuzzHome.h"
 #include "JsonText.h"
 #include "MediaCommands.h"
 #include "ZQMediaFrame.h"
@@ -34,11 +33,6 @@ Json::Value parsed(const std::string& text) {
 }
 
 }  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    zqfuzz::useScratchHome();
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string command(reinterpret_cast<const char*>(data), size);

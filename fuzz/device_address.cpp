@@ -21,8 +21,9 @@ bool sameEndpoint(const mediad::SocketAddress& resolved, const zqgw::IpAddress& 
         const auto& v4 = reinterpret_cast<const sockaddr_in&>(resolved.storage);
         return ip.isV4() && std::memcmp(&ip.bytes.s6_addr[12], &v4.sin_addr, 4) == 0 && ntohs(v4.sin_port) == port;
     }
+    // An IPv4-mapped IPv6 address reaches the IPv4 host the rule holds it for.
     const auto& v6 = reinterpret_cast<const sockaddr_in6&>(resolved.storage);
-    return resolved.storage.ss_family == AF_INET6 && !ip.isV4() &&
+    return resolved.storage.ss_family == AF_INET6 &&
            std::memcmp(&ip.bytes, &v6.sin6_addr, sizeof(ip.bytes)) == 0 && ntohs(v6.sin6_port) == port;
 }
 

@@ -9,10 +9,10 @@
 namespace gwapi {
 namespace {
 
-// glibc's UTF-8 to UTF-8 conversion decodes and re-encodes every character, so it stops at the
-// first malformed, overlong, surrogate or cut-off sequence.
+// Decoding into UTF-32 stops at the first malformed, overlong, surrogate or cut-off sequence and
+// at code points past U+10FFFF (which glibc's UTF-8 to UTF-8 conversion lets through).
 bool isUtf8(const std::string& text) {
-    const iconv_t converter = ::iconv_open("UTF-8", "UTF-8");
+    const iconv_t converter = ::iconv_open("UTF-32LE", "UTF-8");
     if (converter == reinterpret_cast<iconv_t>(-1)) {
         return false;
     }

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build, the tests and the reference gateway need.
 # Only what is missing is installed, so a prepared machine pays nothing.
+# With "fuzz", also the compiler and runtime of the libFuzzer targets (fuzz/).
 set -euo pipefail
 
 packages=(
@@ -11,6 +12,9 @@ packages=(
   nginx-light curl python3 python3-requests
   ffmpeg shellcheck
 )
+if [ "${1:-}" = fuzz ]; then
+  packages+=(clang-14 libclang-rt-14-dev)
+fi
 
 missing=()
 for p in "${packages[@]}"; do

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Lints the shell scripts (shellcheck), then builds and runs every test: all tests in a plain build, again under
-# AddressSanitizer+UndefinedBehaviorSanitizer, and the concurrency tests under ThreadSanitizer.
+# Lints the shell scripts (shellcheck), then builds and runs every test: all tests in a plain
+# build, again under AddressSanitizer+UndefinedBehaviorSanitizer, the concurrency tests under
+# ThreadSanitizer, and a short pass of every fuzz target over its seeds.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
@@ -31,3 +32,6 @@ ctest --test-dir build-asan -LE 'install|e2e|chaos' --output-on-failure -j 2
 echo "== ThreadSanitizer: concurrency tests"
 configure_and_build build-tsan "concurrency_test frame_test" -DZQ_TSAN=ON
 ctest --test-dir build-tsan -L unit -R Concurren --output-on-failure -j 2
+
+echo "== libFuzzer targets: 20 s each over the checked-in seeds"
+bash scripts/fuzz.sh 20

@@ -12,18 +12,12 @@ namespace {
 constexpr time_t kConnectSeconds = 5;
 
 ApiAnswer toAnswer(const httplib::Result& result) {
-    ApiAnswer answer;
     if (!result) {
+        ApiAnswer answer;
         answer.transportError = httplib::to_string(result.error());
         return answer;
     }
-    answer.status = result->status;
-    answer.body = result->body;
-    std::string ignored;
-    if (!parseJson(answer.body, answer.json, ignored)) {
-        answer.json = Json::Value();
-    }
-    return answer;
+    return replyAnswer(result->status, result->body);
 }
 
 const Json::Value& errorObject(const Json::Value& json) {
@@ -32,6 +26,17 @@ const Json::Value& errorObject(const Json::Value& json) {
 }
 
 }  // namespace
+
+ApiAnswer replyAnswer(int status, const std::string& body) {
+    ApiAnswer answer;
+    answer.status = status;
+    answer.body = body;
+    std::string ignored;
+    if (!parseJson(answer.body, answer.json, ignored)) {
+        answer.json = Json::Value();
+    }
+    return answer;
+}
 
 int ApiAnswer::errorCode() const {
     const Json::Value& code = errorObject(json)["code"];

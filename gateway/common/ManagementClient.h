@@ -24,6 +24,9 @@ struct ApiAnswer {
     std::string refusal() const;
 };
 
+// The answer made of one HTTP reply: its status and body, the body parsed when it is JSON.
+ApiAnswer replyAnswer(int status, const std::string& body);
+
 class ManagementClient {
 public:
     // url: "http://host:port" of the management API; readSeconds: how long one answer may take.

@@ -133,7 +133,8 @@ size_t RtspSession::receive(const char* data, size_t size, std::string& output, 
             const std::string length = request.header("content-length");
             bodyLength = length.empty() ? 0 : std::strtoul(length.c_str(), nullptr, 10);
         }
-        if (headEnd + 4 + bodyLength > kMaxRequest) {
+        // Compared alone first: a length near 2^64 would wrap the sum to a small number.
+        if (bodyLength > kMaxRequest || headEnd + 4 + bodyLength > kMaxRequest) {
             close = true;
             break;
         }

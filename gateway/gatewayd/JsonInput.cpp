@@ -43,6 +43,9 @@ Json::Value parseObject(const std::string& body) {
     if (!parsed) {
         throw ApiError::badInput("the body is not valid JSON: " + errors);
     }
+    if (!gwapi::isUtf8(root)) {
+        throw ApiError::badInput("the body is not UTF-8 text");
+    }
     if (!root.isObject()) {
         throw ApiError::badInput("the body must be a JSON object");
     }

@@ -86,6 +86,10 @@ std::string MediaCommands::answer(const std::string& command) {
             MEDIAD_LOG(gwlog::kWarning, "command refused: not JSON: %s", parseError.c_str());
             return refusal(refusedMalformed, "Invalid JSON: " + parseError);
         }
+        if (!gwapi::isUtf8(request)) {
+            MEDIAD_LOG(4, "command refused: not UTF-8 text");
+            return refusal(refusedMalformed, "Invalid JSON: a string is not UTF-8 text");
+        }
         const Json::Value* method = member(request, "method");
         const Json::Value* moduleType = member(request, "moduleType");
         const Json::Value* params = member(request, "params");

@@ -104,6 +104,8 @@ TEST(ManagementApi, RefusesBadInputWithoutChangingAnythingAndRemovesDevicesWithT
         {"PUT", "/api/telmi", "[1]", "must be a JSON object"},
         {"PUT", "/api/telmi", "{\"enabled\":" + std::string(20, '[') + std::string(20, ']') + "}", "deeper than 16"},
         {"PUT", "/api/telmi", "{\"enabled\":\"0\"}", "\"enabled\" must be an integer"},
+        {"PUT", "/api/telmi", "{\"enabled\":1,\"note\":\"\\udc00\"}", "not UTF-8"},
+        {"PUT", "/api/telmi", "{\"enabled\":1,\"note\":\"\xf4\x90\x80\x80\"}", "not UTF-8"},  // past U+10FFFF
         {"PUT", "/api/telmi", "{\"enabled\":0.5}", "\"enabled\" must be an integer"},
         {"POST", "/api/users", "{\"users\":[{\"userName\":\"fine\",\"password\":\"Cam3ra!Pass\",\"deviceID\":\"TARN50001\"},"
                                "{\"userName\":7,\"password\":\"Cam3ra!Pass\",\"deviceID\":\"TARN50001\"}]}",

@@ -343,6 +343,10 @@ TEST_F(MediadTest, GarbageOnTheCommandSocketIsRefusedAndServingGoesOn) {
         {R"({"method":"Reboot","moduleType":10,"params":{}})", "statusCode", 405},
         {R"({"method":"GetMediaPortStatus","moduleType":10,"params":{"devindexCodeList":[1]}})", "statusCode", 400},
         {R"({"method":"gatewayProtocol","moduleType":10,"params":{"method":"PUT","uri":5}})", "data", 400},
+        // Strings that are not UTF-8 would be answered as other strings (U+FFFD in their place).
+        {"{\"method\":\"GetMediaPortStatus\",\"moduleType\":10,\"params\":{\"devindexCodeList\":[\"dev\xff\"]}}",
+         "statusCode", 400},
+        {R"({"method":"GetMediaPortStatus","moduleType":10,"params":{"devindexCodeList":["\udc00"]}})", "statusCode", 400},
     };
     const int client = connectCommandSocket(home_);
     ASSERT_GE(client, 0);

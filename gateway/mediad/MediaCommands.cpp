@@ -87,7 +87,7 @@ std::string MediaCommands::answer(const std::string& command) {
             return refusal(refusedMalformed, "Invalid JSON: " + parseError);
         }
         if (!gwapi::isUtf8(request)) {
-            MEDIAD_LOG(4, "command refused: not UTF-8 text");
+            MEDIAD_LOG(gwlog::kWarning, "command refused: not UTF-8 text");
             return refusal(refusedMalformed, "Invalid JSON: a string is not UTF-8 text");
         }
         const Json::Value* method = member(request, "method");

@@ -10,8 +10,10 @@ faults=${1:-$root/tests/mutation/faults.txt}
 only=${2:-}
 work=${ZQ_MUTATION_DIR:-$root/build-mutation}
 copy=$work/tree
-mkdir -p "$work"
-rsync -a --delete --exclude '/build*' --exclude /.git --exclude /out "$root/" "$copy/"
+rm -rf "$copy"
+mkdir -p "$copy"
+# Modification times are kept, so a later run rebuilds only what changed.
+tar -C "$root" --exclude='./build*' --exclude=./.git --exclude=./out -cf - . | tar -C "$copy" -xf -
 
 cmake -S "$copy" -B "$work/build" -DCMAKE_BUILD_TYPE=Debug -DZQ_BUILD_BENCH=OFF > "$work/configure.log" 2>&1 \
   || { cat "$work/configure.log"; exit 1; }

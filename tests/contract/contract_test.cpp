@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "PlatformSide.h"
+#include "StoreRecordText.h"
 #include "ZQBase.h"
 #include "ZQConfigMgr.h"
 #include "ZQDeviceMgr.h"
@@ -17,28 +18,6 @@
 using namespace contract;
 
 namespace {
-
-std::string md5Of(const std::string& text) {
-    char out[65] = {};
-    mprGetMD5Hash(reinterpret_cast<const unsigned char*>(text.data()), static_cast<int>(text.size()), out);
-    return out;
-}
-
-ZQDeviceMgr::tagTELMIUser userRecord(const std::string& name, const std::string& deviceIndex) {
-    ZQDeviceMgr::tagTELMIUser rec{};
-    std::strncpy(rec.userName, name.c_str(), sizeof(rec.userName) - 1);
-    std::strncpy(rec.digestHA1, md5Of(name).c_str(), sizeof(rec.digestHA1) - 1);
-    std::strncpy(rec.deviceIndex, deviceIndex.c_str(), sizeof(rec.deviceIndex) - 1);
-    return rec;
-}
-
-ZQDeviceMgr::tagTELMIPort portRecord(const std::string& deviceIndex, uint16_t http, uint16_t rtsp) {
-    ZQDeviceMgr::tagTELMIPort rec;
-    rec.httpPort = http;
-    rec.rtspPort = rtsp;
-    std::strncpy(rec.deviceIndex, deviceIndex.c_str(), sizeof(rec.deviceIndex) - 1);
-    return rec;
-}
 
 // A client's Digest answer with qop "auth", computed here from the RFC's formulas.
 std::string digestHeader(const std::string& user, const std::string& password, const std::string& nonce,

@@ -13,6 +13,7 @@
 #include "DriverCif.h"
 #include "ChildProgram.h"
 #include "GatewayTestHome.h"
+#include "StoreRecordText.h"
 #include "ZQBase.h"
 #include "ZQGatewayDigest.h"
 #include "base/NonceUses.h"
@@ -25,32 +26,6 @@ using gwtest::changeSettings;
 using gwtest::inChild;
 using gwtest::registerDevice;
 using gwtest::TempHome;
-
-namespace {
-
-std::string md5Of(const std::string& text) {
-    char out[65] = {};
-    mprGetMD5Hash(reinterpret_cast<const unsigned char*>(text.data()), static_cast<int>(text.size()), out);
-    return out;
-}
-
-ZQDeviceMgr::tagTELMIUser userRecord(const std::string& name, const std::string& deviceIndex) {
-    ZQDeviceMgr::tagTELMIUser rec {};
-    std::strncpy(rec.userName, name.c_str(), sizeof(rec.userName) - 1);
-    std::strncpy(rec.digestHA1, md5Of(name).c_str(), sizeof(rec.digestHA1) - 1);
-    std::strncpy(rec.deviceIndex, deviceIndex.c_str(), sizeof(rec.deviceIndex) - 1);
-    return rec;
-}
-
-ZQDeviceMgr::tagTELMIPort portRecord(const std::string& deviceIndex, uint16_t http, uint16_t rtsp) {
-    ZQDeviceMgr::tagTELMIPort rec;
-    rec.httpPort = http;
-    rec.rtspPort = rtsp;
-    std::strncpy(rec.deviceIndex, deviceIndex.c_str(), sizeof(rec.deviceIndex) - 1);
-    return rec;
-}
-
-}  // namespace
 
 TEST(DigestTest, IndependentHeadersPassAndForgedAndStaleNoncesAreToldApart) {
     TempHome home;

@@ -103,9 +103,9 @@ TEST_F(PortConcurrencyTest, ConcurrentBatchesNeverInterleaveWhileRetryRunsOutsid
     platform().journal.clear();
 
     std::future<void> unbinding;
-    std::atomic<bool> retried{false};
+    std::atomic<bool> paused{false}, retried{false};
     platform().beforeMedia = [&] {
-        if (unbinding.valid()) {
+        if (paused.exchange(true)) {  // only the binding batch's own media step pauses
             return;
         }
         unbinding = std::async(std::launch::async, [&] {

@@ -15,12 +15,15 @@ mkdir -p "$copy"
 # Modification times are kept, so a later run rebuilds only what changed.
 tar -C "$root" --exclude='./build*' --exclude=./.git --exclude=./out -cf - . | tar -C "$copy" -xf -
 
-cmake -S "$copy" -B "$work/build" -DCMAKE_BUILD_TYPE=Debug -DZQ_BUILD_BENCH=OFF > "$work/configure.log" 2>&1 \
-  || { cat "$work/configure.log"; exit 1; }
-mapfile -t targets < <(cd "$copy/tests" && ls unit/*_test.cpp | xargs -n1 basename | sed 's/\.cpp$//'; \
-                       [[ -d contract ]] && echo contract_fake_test)
+bash "$root/scripts/install-deps.sh"
+# A restored file compiles from ccache's copy, so each fault costs little more than its own build.
+export CCACHE_DIR=$work/ccache CCACHE_BASEDIR=$copy
+cmake -S "$copy" -B "$work/build" -DCMAKE_BUILD_TYPE=Debug -DZQ_BUILD_BENCH=OFF -DZQ_UNIT_TESTS_IN_ONE=ON \
+  -DCMAKE_CXX_COMPILER_LAUNCHER=ccache > "$work/configure.log" 2>&1 || { cat "$work/configure.log"; exit 1; }
+# The platform contract on the fake does not link the library: no fault can reach it.
+targets=(unit_tests)
 build() { cmake --build "$work/build" -j 2 --target "${targets[@]}" > "$work/build.log" 2>&1; }
-run() { ctest --test-dir "$work/build" -L unit -E exported_symbols -j 2 --timeout 120 --stop-on-failure \
+run() { ctest --test-dir "$work/build" -L unit -E 'exported_symbols|^fake\.' -j 2 --timeout 120 --stop-on-failure \
           > "$work/ctest.log" 2>&1; }
 build || { tail -30 "$work/build.log"; exit 1; }
 run || { echo "the unit tests fail without any fault; see $work/ctest.log"; exit 1; }

@@ -2,18 +2,20 @@
 # Mutation check of the unit tests: applies each fault of tests/mutation/faults.txt alone to a
 # scratch copy of the sources, rebuilds only the unit tests and runs them, and lists the faults
 # that no unit test catches. Not part of `make test`; it takes a while.
-#   scripts/mutate.sh [FAULTS_FILE] [FIRST_LINE_PATTERN]
+#   scripts/mutate.sh [FAULTS_FILE] [PATTERN]   (PATTERN: start at the first fault holding it)
 # Set ZQ_MUTATION_DIR to choose the scratch folder (default build-mutation/).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 faults=${1:-$root/tests/mutation/faults.txt}
-only=${2:-}
+from=${2:-}
 work=${ZQ_MUTATION_DIR:-$root/build-mutation}
 copy=$work/tree
 rm -rf "$copy"
 mkdir -p "$copy"
-# Modification times are kept, so a later run rebuilds only what changed.
 tar -C "$root" --exclude='./build*' --exclude=./.git --exclude=./out -cf - . | tar -C "$copy" -xf -
+# An interrupted run may have left objects of a fault behind: every source counts as changed,
+# and ccache gives back the ones it has seen.
+find "$copy/src" "$copy/tests" -type f -exec touch {} +
 
 bash "$root/scripts/install-deps.sh"
 # A restored file compiles from ccache's copy, so each fault costs little more than its own build.
@@ -46,7 +48,9 @@ caught=0 survived=0 equivalent=0 unbuilt=0 total=0
 survivors=()
 while IFS=$'\t' read -r file old new note; do
   [[ -z "$file" || "$file" == \#* ]] && continue
-  [[ -n "$only" && "$file$old" != *"$only"* ]] && continue
+  # Resume: skip the faults before the first one that holds the pattern.
+  [[ -n "$from" && "$file$old" != *"$from"* ]] && continue
+  from=
   total=$((total + 1))
   label="$file: '$old' -> '$new'"
   apply "$file" "$old" "$new" || { echo "BAD FAULT $label"; exit 1; }

@@ -202,6 +202,13 @@ TEST_F(UsersTest, CheckBoundDeviceFindsTheDeviceAndTestsItsBoundStatePerProtocol
     EXPECT_EQ(checkBound(index, "TWIN", 1), 1026);
     EXPECT_EQ(index, "dev-a");
     EXPECT_EQ(checkBound(index, "twin", 1), 7) << "the bus ignores case, the library does not";
+
+    // A bound device the store gives no index is still reported bound, not missing.
+    platform().addDevice("", 2, "NOINDEX");
+    platform().addUser("holder", "");
+    platform().logs.clear();
+    EXPECT_EQ(checkBound(index, "NOINDEX", 1), 1026);
+    EXPECT_FALSE(platform().logged(5, "[%s(%d)] CheckBoundDevice failed 5"));
 }
 
 TEST_F(UsersTest, QuickAddUserNamesAccountsAfterAccessIdsOrFails) {

@@ -78,6 +78,7 @@ TEST_F(UserListTest, KeyWordMatchesNameDeviceNameAndAccessIdCaseSensitively) {
     EXPECT_THAT(query(0, 10, "5Cam"), ElementsAre("bob"));
     EXPECT_THAT(query(0, 10, "OtherCam"), IsEmpty()) << "protocol 3 has no access ID";
     EXPECT_THAT(query(0, 10, "car"), ElementsAre("carol"));
+    EXPECT_THAT(query(0, 10, "CAR"), IsEmpty()) << "the account's name too";
     EXPECT_THAT(query(0, 10, "o"), UnorderedElementsAre("alice", "bob", "carol"));
     EXPECT_EQ(rsp_.totalMatches, 3);
 

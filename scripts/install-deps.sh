@@ -5,7 +5,7 @@
 set -euo pipefail
 
 packages=(
-  build-essential cmake pkg-config
+  build-essential cmake pkg-config ccache
   libgtest-dev libgmock-dev libbenchmark-dev
   libjsoncpp-dev libsqlite3-dev libssl-dev
   libcpp-httplib-dev libcli11-dev

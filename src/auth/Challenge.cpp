@@ -1,5 +1,4 @@
 // The WWW-Authenticate challenge sent back with a refused TELMI request.
-#include <cstdio>
 #include <cstring>
 #include <string>
 
@@ -15,17 +14,13 @@ int CInstanceMgr::buildUnauthorHead(std::string& head, int stale) {
     // The base library may fill the whole buffer; never read past it.
     const std::string nonceText(nonce, strnlen(nonce, sizeof(nonce)));
 
-    char text[256] = {};
     // Without the user configuration the client is still refused, and a challenge with an empty
     // realm lets the front end answer properly rather than fail the request outright.
     const auto userCfg = ZQ_ConfigMgr_GetUserCfg();
     const std::string realm = userCfg ? userCfg->getRealm() : std::string();
-    // A long realm is cut at the buffer's end rather than overrunning it.
-    std::snprintf(text, sizeof(text),
-                  stale ? "Digest qop=\"auth\", realm=\"%s\", nonce=\"%s\", stale=\"TRUE\""
-                        : "Digest qop=\"auth\", realm=\"%s\", nonce=\"%s\", stale=\"FALSE\"",
-                  realm.c_str(), nonceText.c_str());
-    head = text;
+    // Sized to its parts, so the realm reaches the client whole; the response field bounds it.
+    head = "Digest qop=\"auth\", realm=\"" + realm + "\", nonce=\"" + nonceText +
+           (stale ? "\", stale=\"TRUE\"" : "\", stale=\"FALSE\"");
     return 0;
 }
 

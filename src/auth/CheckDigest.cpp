@@ -14,6 +14,7 @@
 #include "frame/CInstanceMgr.h"
 #include "frame/FieldText.h"
 #include "frame/Log.h"
+#include "frame/Realm.h"
 #include "frame/ResultCode.h"
 #include "kmt.h"
 
@@ -24,7 +25,6 @@ constexpr int kLockThreshold = 7;      // failures that lock a requester out
 constexpr int kScanLimit = 5120;       // header bytes searched for the user name
 constexpr int kNameOutLimit = 481;     // output limit handed to the user-name extraction
 constexpr size_t kMaxNameLength = 33;  // the longest name an account can carry
-constexpr size_t kChallengeChars = 5120;
 constexpr int kStaleNonce = -2;  // ZQ_BASE_CheckDigest: right answer to an expired nonce
 constexpr const char* kGatewayUser = "admin";
 

@@ -1,14 +1,17 @@
 #pragma once
 
 #include <atomic>
-#include <memory>
 #include <mutex>
+#include <new>
 
 #include "frame/CNoncopyable.h"
 
-// One instance of T, created on first use with double-checked locking. s_instance_ owns it and
-// is destroyed when the library is unloaded; published_ carries the pointer to the lock-free
-// first check as an acquire load, so that check is not a data race.
+// One instance of T, created on first use with double-checked locking. The instance lives in the
+// library's own static storage and is never destroyed: a host thread, or the device store's
+// notification thread, may still be inside a call while the process exits or the library is
+// closed, and must find the object whole. The library is linked not to be unmapped by dlclose
+// (-z nodelete), so that storage and the code stay valid for as long as the process runs.
+// published_ carries the pointer to the lock-free first check as an acquire load.
 template <class T>
 class CSingleton : public CNoncopyable {
 public:
@@ -17,21 +20,22 @@ public:
             return existing;
         }
         std::unique_lock<std::mutex> lock(mutex_);
-        if (!s_instance_) {
-            s_instance_ = std::unique_ptr<T>(new T());
-            published_.store(s_instance_.get(), std::memory_order_release);
+        if (T* existing = published_.load(std::memory_order_relaxed)) {
+            return existing;
         }
-        return s_instance_.get();
+        // Inside the member, where T is complete; zero-initialised, so never destroyed either.
+        alignas(T) static unsigned char storage[sizeof(T)];
+        T* created = new (storage) T();
+        published_.store(created, std::memory_order_release);
+        return created;
     }
 
 private:
-    static std::unique_ptr<T> s_instance_;
+    // Constant-initialised and trivially destroyed, so usable at any time too.
     static std::mutex mutex_;
     static std::atomic<T*> published_;
 };
 
-template <class T>
-std::unique_ptr<T> CSingleton<T>::s_instance_;
 template <class T>
 std::mutex CSingleton<T>::mutex_;
 template <class T>

@@ -1,10 +1,10 @@
-#include <cstdio>
 #include <cstring>
 
 #include "ZQBase.h"
 #include "frame/CInstanceMgr.h"
 #include "frame/FieldText.h"
 #include "frame/Log.h"
+#include "frame/Realm.h"
 #include "frame/ResultCode.h"
 #include "users/UserInputRules.h"
 
@@ -16,7 +16,8 @@ constexpr int kLevelTooWeak = 0;
 }  // namespace
 
 // Produces the HTTP Digest HA1 (RFC 2617) over the gateway's realm, so the plain password is
-// never stored; the digest check compares in the same lower-case hex form.
+// never stored; the digest check compares in the same lower-case hex form. The HA1 input is as
+// long as the realm needs: a realm cut short would give a digest no client can ever match.
 int CInstanceMgr::checkPassword(std::string& digestHA1, const std::string& password, const std::string& userName) {
     if (!isNonEmptyWithin(password, kMaxPasswordLength) || !isNonEmptyWithin(userName, kMaxUserNameLength)) {
         return kBadArgument;
@@ -33,11 +34,14 @@ int CInstanceMgr::checkPassword(std::string& digestHA1, const std::string& passw
         ZQ_LOG(kLogError, "ZQ_ConfigMgr_GetUserCfg failed.");
         return kServiceFailed;
     }
-    char credentials[256] = {};
-    std::snprintf(credentials, sizeof(credentials), "%s:%s:%s", userName.c_str(), userCfg->getRealm().c_str(),
-                  password.c_str());
+    const std::string realm = userCfg->getRealm();
+    if (realm.size() > kMaxRealmLength) {
+        ZQ_LOG(kLogError, "[realm length=%d]The realm is too long for a challenge.", static_cast<int>(realm.size()));
+        return kServiceFailed;
+    }
+    const std::string credentials = userName + ":" + realm + ":" + password;
     char hash[65] = {};
-    mprGetMD5Hash(reinterpret_cast<const unsigned char*>(credentials), static_cast<int>(std::strlen(credentials)),
+    mprGetMD5Hash(reinterpret_cast<const unsigned char*>(credentials.data()), static_cast<int>(credentials.size()),
                   hash);
     digestHA1 = fieldText(hash);
     return kOk;

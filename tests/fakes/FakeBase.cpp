@@ -12,7 +12,8 @@ using fake::lockPlatform;
 
 namespace {
 
-// Verifies the header for real; nonces are not checked beyond the fake's stale list.
+// Verifies the header for real. A nonce is stale when the test names it so, and a right answer
+// is accepted once per nonce and count, as on the gateway.
 int verifyDigest(const std::string& method, const std::string& header, const std::string& ha1) {
     auto params = zqbase::parseDigestHeader(header);
     if (!params) {
@@ -22,7 +23,12 @@ int verifyDigest(const std::string& method, const std::string& header, const std
     if (!expected || !zqbase::digestResponsesEqual(*expected, (*params)["response"])) {
         return -1;
     }
-    return fakePlatform().staleNonces.count((*params)["nonce"]) ? -2 : 0;
+    auto& platform = fakePlatform();
+    const std::string nonce = (*params)["nonce"];
+    if (platform.staleNonces.count(nonce) || !platform.answeredNonces.insert(nonce + "/" + (*params)["nc"]).second) {
+        return -2;
+    }
+    return 0;
 }
 
 int pickPort(const char* operation, unsigned short& next, unsigned short* port) {
@@ -49,6 +55,10 @@ int ZQ_BASE_GetPasswrodLevel(const char* password, const char* userName) {
 int CreateNonce(char* buf, int len) {
     auto lock = lockPlatform();
     std::string nonce = "nonce" + std::to_string(++fakePlatform().noncesIssued);
+    if (nonce.size() >= static_cast<size_t>(len)) {  // never a cut nonce
+        buf[0] = '\0';
+        return -1;
+    }
     std::snprintf(buf, static_cast<size_t>(len), "%s", nonce.c_str());
     return 0;
 }
@@ -81,10 +91,16 @@ class FakeNginx : public ZQBase::CNginxOper {
 public:
     int ModifyConfig(ZQBase::tagNginxOper op, void* arg, void* arg2) override {
         int port = 0;
+        if (arg == nullptr) {
+            return 0;
+        }
         std::memcpy(&port, arg, sizeof(port));  // the caller's record may be only 2-byte aligned
         const std::string detail =
             std::to_string(static_cast<int>(op)) + " " + std::to_string(port) + (arg2 == nullptr ? "" : " arg2");
         return fakePlatform().perform("nginx.ModifyConfig", detail, [&] {
+            if (port <= 0 || port > 65535 || (op != ZQBase::addListenPort && op != ZQBase::delListenPort)) {
+                return 0;
+            }
             if (op == ZQBase::addListenPort) {
                 fakePlatform().nginxPorts.insert(port);
             } else {
@@ -97,7 +113,7 @@ public:
     int Quit() override { return fakePlatform().call("nginx.Quit").value_or(1); }
     int getPid(std::vector<int>& pids) override {
         return fakePlatform().perform("nginx.getPid", "", [&] {
-            pids = fakePlatform().nginxPids;
+            pids.insert(pids.end(), fakePlatform().nginxPids.begin(), fakePlatform().nginxPids.end());
             return 1;
         });
     }

@@ -22,7 +22,11 @@ public:
     std::string getRealm() override { return fake::locked(fakePlatform().realm); }
     int getDigestHA1(std::string& ha1, const char* user) override {
         auto lock = lockPlatform();
-        ha1 = fakePlatform().gatewayHA1[user];  // empty for an unknown user
+        auto it = fakePlatform().gatewayHA1.find(user);
+        if (it == fakePlatform().gatewayHA1.end()) {
+            return -1;
+        }
+        ha1 = it->second;
         return 0;
     }
 };

@@ -34,24 +34,38 @@ std::string userDetail(const ZQDeviceMgr::tagTELMIUser& rec) {
     return field(rec.userName) + " dev=" + field(rec.deviceIndex) + " ha1=" + field(rec.digestHA1);
 }
 
-std::shared_ptr<fake::FakeUser> addUser(const ZQDeviceMgr::tagTELMIUser& rec) {
-    return fakePlatform().addUser(field(rec.userName), field(rec.deviceIndex), field(rec.digestHA1));
+template <class Records>
+bool deviceHolds(const Records& records, const std::string& deviceIndex) {
+    return std::any_of(records.begin(), records.end(), [&](const auto& r) { return r->deviceIndex == deviceIndex; });
+}
+
+// Like the gateway's store: an account needs a device of its own and a name no other has.
+int addUser(std::shared_ptr<CTELMIUser>& user, const ZQDeviceMgr::tagTELMIUser& rec) {
+    auto& platform = fakePlatform();
+    const std::string name = field(rec.userName), deviceIndex = field(rec.deviceIndex);
+    if (!platform.findDevice(deviceIndex)) {
+        return fake::kStoreNotFound;
+    }
+    if (deviceHolds(platform.users, deviceIndex) ||
+        std::any_of(platform.users.begin(), platform.users.end(), [&](const auto& u) { return u->name == name; })) {
+        return fake::kStoreRefused;
+    }
+    user = platform.addUser(name, deviceIndex, field(rec.digestHA1));
+    return 0;
 }
 
 }  // namespace
 
 int ZQ_DeviceMgr_AddTELMIUser(std::shared_ptr<CTELMIUser>& user, const ZQDeviceMgr::tagTELMIUser& rec) {
-    return fakePlatform().perform("store.AddTELMIUser", userDetail(rec), [&] {
-        user = addUser(rec);
-        return 0;
-    });
+    return fakePlatform().perform("store.AddTELMIUser", userDetail(rec), [&] { return addUser(user, rec); });
 }
 
 int ZQ_DeviceMgr_QuickAddTELMIUser(std::vector<ZQDeviceMgr::tagAddUserRet>& rets,
                                    const std::vector<ZQDeviceMgr::tagTELMIUser>& recs) {
     return fakePlatform().perform("store.QuickAddTELMIUser", "count=" + std::to_string(recs.size()), [&] {
         for (const auto& rec : recs) {
-            rets.emplace_back().user = addUser(rec);
+            auto& ret = rets.emplace_back();
+            ret.result = addUser(ret.user, rec);
         }
         return 0;
     });
@@ -89,7 +103,18 @@ int ZQ_DeviceMgr_BindTELMIPort(std::shared_ptr<CTELMIPort>& port, const ZQDevice
     const std::string detail = "dev=" + field(rec.deviceIndex) + " http=" + std::to_string(rec.httpPort) +
                                " rtsp=" + std::to_string(rec.rtspPort) + " spare=" + std::to_string(rec.spare);
     return fakePlatform().perform("store.BindTELMIPort", detail, [&] {
-        port = fakePlatform().addPort(field(rec.deviceIndex), rec.httpPort, rec.rtspPort);
+        auto& platform = fakePlatform();
+        const std::string deviceIndex = field(rec.deviceIndex);
+        if (!platform.findDevice(deviceIndex)) {
+            return int(fake::kStoreNotFound);
+        }
+        // One binding per device, and an HTTP port serves one device.
+        if (deviceHolds(platform.ports, deviceIndex) ||
+            std::any_of(platform.ports.begin(), platform.ports.end(),
+                        [&](const auto& p) { return p->httpPort == rec.httpPort; })) {
+            return int(fake::kStoreRefused);
+        }
+        port = platform.addPort(deviceIndex, rec.httpPort, rec.rtspPort);
         return 0;
     });
 }
@@ -114,7 +139,11 @@ int ZQ_DeviceMgr_GetAllTELMIPort(std::vector<std::shared_ptr<CTELMIPort>>& ports
 }
 
 std::shared_ptr<CKelDevice> ZQ_DeviceMgr_GetDevice(std::string deviceIndex) {
-    return fakePlatform().findDevice(deviceIndex);
+    auto device = fakePlatform().findDevice(deviceIndex);
+    if (auto after = fake::locked(fakePlatform().afterGetDevice)) {
+        after(deviceIndex);
+    }
+    return device;
 }
 
 int ZQ_DeviceMgr_NotifyAttach(ZQDeviceMgr::DevChangeCallback callback, void* context) {

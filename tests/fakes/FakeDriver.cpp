@@ -76,6 +76,9 @@ std::string wellBehavedAnswer(const Json::Value& request) {
 int DriverCif_InputCmdToMediaSyn(const char* cmd, int cmdLen, char** rsp, int* rspLen, std::string* errMsg,
                                  int reserved, int timeoutSec) {
     auto& platform = fakePlatform();
+    if (auto before = fake::locked(platform.beforeMedia)) {
+        before();
+    }
     auto lock = lockPlatform();
     std::string command(cmd, static_cast<size_t>(cmdLen));
     platform.mediaCommands.push_back({command, reserved, timeoutSec});

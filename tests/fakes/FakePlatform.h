@@ -123,6 +123,7 @@ struct FakeState {
     std::vector<std::shared_ptr<FakeUser>> users;
     std::vector<std::shared_ptr<FakePort>> ports;
     std::vector<ZQDeviceMgrBus::tagDevQueryCond> deviceQueries;  // every condition the bus was asked
+    std::function<void(const std::string& index)> afterGetDevice;  // runs after each device lookup
 
     // Change notifications, as registered by the library.
     ZQDeviceMgr::DevChangeCallback callback = nullptr;
@@ -139,6 +140,7 @@ struct FakeState {
     // Base library.
     std::function<int(const std::string& password, const std::string& user)> passwordLevel;  // default: 3
     std::set<std::string> staleNonces;  // headers are really verified; these nonces are stale
+    std::set<std::string> answeredNonces;  // "nonce/nc" of every answer accepted
     int noncesIssued = 0;
     unsigned short nextHttpPort = 20000, nextRtspPort = 30000;
     std::map<int, int> listeners;  // port -> pid of the process listening on it
@@ -149,6 +151,7 @@ struct FakeState {
 
     // Media module: scripted replies first, then a well-behaved module over mediaListening.
     std::deque<MediaReply> mediaReplies;
+    std::function<void()> beforeMedia;  // runs, without the platform lock, as each command arrives
     std::vector<MediaCommand> mediaCommands;
     std::map<std::string, unsigned short> mediaListening;  // device index -> RTSP port
     int buffersAllocated = 0, buffersFreed = 0;

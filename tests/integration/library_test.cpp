@@ -4,8 +4,10 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
 #include <set>
+#include <thread>
 
 #include "ChildProgram.h"
 #include "GatewayTestHome.h"
@@ -115,5 +117,51 @@ TEST(LibraryOnGatewayTest, BindingsFromTwoProcessesDriveNginxAndTheMediaRelay) {
         std::vector<int> pids;
         nginx->getPid(pids);
         EXPECT_TRUE(pids.empty());
+    });
+}
+
+// A host closes the library while its threads are still calling in, then opens it again: no call
+// may reach freed state or unmapped code (AddressSanitizer watches in the sanitizer build).
+TEST(LibraryOnGatewayTest, CallsWhileTheHostClosesTheLibraryFindItWhole) {
+    TempHome home;
+    inChild(home, [] {
+        void* handle = dlopen(ZQ_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL);
+        ASSERT_NE(handle, nullptr) << dlerror();
+        auto start = reinterpret_cast<decltype(&ZQ_TELMIMgrBus_Start)>(dlsym(handle, "ZQ_TELMIMgrBus_Start"));
+        auto stop = reinterpret_cast<decltype(&ZQ_TELMIMgrBus_Stop)>(dlsym(handle, "ZQ_TELMIMgrBus_Stop"));
+        // An empty unbinding batch still takes the manager's lock: the part a freed manager loses.
+        auto unbind = reinterpret_cast<decltype(&ZQ_TELMIMgrBus_UnbindPort)>(dlsym(handle, "ZQ_TELMIMgrBus_UnbindPort"));
+        ASSERT_TRUE(start && stop && unbind);
+        EXPECT_EQ(start(), 1);
+
+        std::atomic<bool> running{true};
+        std::atomic<int> calls{0};
+        std::vector<std::thread> callers;
+        for (int i = 0; i < 3; ++i) {
+            callers.emplace_back([&] {
+                while (running) {
+                    std::vector<int> results;
+                    EXPECT_EQ(unbind(results, {}), 0);
+                    ++calls;
+                }
+            });
+        }
+        auto awaitCalls = [&calls](int more) {
+            for (const int from = calls; calls < from + more;) {
+                std::this_thread::yield();
+            }
+        };
+        awaitCalls(100);
+        EXPECT_EQ(stop(), 1);
+        awaitCalls(100);  // after Stop
+        EXPECT_EQ(dlclose(handle), 0);
+        awaitCalls(100);  // after the host let it go
+        void* again = dlopen(ZQ_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL);
+        ASSERT_EQ(again, handle) << "never unloaded, so reopening finds the same library";
+        running = false;
+        for (auto& caller : callers) {
+            caller.join();
+        }
+        dlclose(again);
     });
 }

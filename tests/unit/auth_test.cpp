@@ -1,10 +1,12 @@
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <string>
 #include <tuple>
 
 #include "LibraryTest.h"
 #include "base/Md5Hex.h"
+#include "frame/Realm.h"
 
 namespace {
 
@@ -66,8 +68,10 @@ protected:
 
     // Seven wrong answers lock the requester out; once the store lets the lock lapse the
     // credentials are examined again, and a right answer clears the count.
+    // right(nonce, key) is a right answer; each is accepted once, as a client's would be.
     void runLockOutStory(int mode, fake::FakeRecordLocks& locks, const tagTELMIAuthReq& wrong,
-                         const tagTELMIAuthReq& right, const std::string& deviceIndex) {
+                         const std::function<std::unique_ptr<tagTELMIAuthReq>(const char*, const char*)>& right,
+                         const std::string& deviceIndex) {
         const std::string key(kKey);
         for (int failure = 1; failure <= 7; ++failure) {
             // The unlock time is the one read before the failure.
@@ -77,10 +81,9 @@ protected:
         EXPECT_EQ(platform().journalWith("lock.getLockNum key=" + key + " slot=0 add=1").size(), 7u);
 
         const size_t examined = platform().journalWith("base.CheckDigest").size();
-        EXPECT_EQ(check(right, mode), refused(0, 300, challenge("nonce8", "FALSE")));
+        EXPECT_EQ(check(*right("n0", kKey), mode), refused(0, 300, challenge("nonce8", "FALSE")));
         EXPECT_EQ(platform().journalWith("base.CheckDigest").size(), examined) << "locked: credentials not examined";
-        EXPECT_EQ(check(*request(right.authHeader, right.httpPort, "10.0.0.8:1"), mode), passed(deviceIndex))
-            << "another requester";
+        EXPECT_EQ(check(*right("n1", "10.0.0.8:1"), mode), passed(deviceIndex)) << "another requester";
 
         locks.unlockTimes[key] = 0;
         EXPECT_EQ(check(wrong, mode), refused(-1, 0, challenge("nonce9", "FALSE")))
@@ -88,7 +91,7 @@ protected:
 
         locks.unlockTimes[key] = 0;
         platform().journal.clear();
-        EXPECT_EQ(check(right, mode), passed(deviceIndex));
+        EXPECT_EQ(check(*right("n2", kKey), mode), passed(deviceIndex));
         EXPECT_THAT(platform().journal,
                     ElementsAre("lock.getLockNum key=" + key + " slot=0 add=0",
                                 "lock.getUnlockTime key=" + key + " slot=0", "base.CheckDigest",
@@ -116,7 +119,8 @@ TEST_F(AuthTest, UserModeLocksOutAfterSevenWrongAnswers) {
     const std::string ha1 = ha1Of("viewer", "Right#Pass1");
     auto user = platform().addUser("viewer", "dev-1", ha1);
     runLockOutStory(kUser, user->locks, *request(answer("viewer", ha1Of("viewer", "wrong"))),
-                    *request(answer("viewer", ha1)), "dev-1");
+                    [&](const char* nonce, const char* key) { return request(answer("viewer", ha1, nonce), 0, key); },
+                    "dev-1");
 }
 
 TEST_F(AuthTest, PortModeLocksOutAfterSevenWrongAnswersAgainstTheGatewayAdmin) {
@@ -126,7 +130,10 @@ TEST_F(AuthTest, PortModeLocksOutAfterSevenWrongAnswersAgainstTheGatewayAdmin) {
     auto port = platform().addPort("dev-port", 20001, 30001);
     // The name in the header plays no part: only the admin's HA1 counts.
     runLockOutStory(kPort, port->locks, *request(answer("viewer", ha1Of("viewer", "Other#1")), 20001),
-                    *request(answer("anyone", adminHA1), 20001), "dev-port");
+                    [&](const char* nonce, const char* key) {
+                        return request(answer("anyone", adminHA1, nonce), 20001, key);
+                    },
+                    "dev-port");
 }
 
 TEST_F(AuthTest, StaleNoncesAndAMissingUserConfigurationAreNotCounted) {
@@ -187,7 +194,7 @@ TEST_F(AuthTest, RefusalsBeforeAnyCheckWriteOnlyWhatTheyMust) {
     EXPECT_EQ(platform().noncesIssued, 2) << "only the missing names drew a challenge";
 }
 
-TEST_F(AuthTest, ChallengeCarriesAFreshNonceAndStaysWithinItsBuffer) {
+TEST_F(AuthTest, ChallengeCarriesAFreshNonceAndTheWholeRealmUpToTheResponseField) {
     std::string head = "old";
     EXPECT_EQ(mgr().buildUnauthorHead(head, 0), 0);
     EXPECT_EQ(head, challenge("nonce1", "FALSE"));
@@ -197,13 +204,17 @@ TEST_F(AuthTest, ChallengeCarriesAFreshNonceAndStaysWithinItsBuffer) {
     mgr().buildUnauthorHead(head, 0);
     EXPECT_EQ(head, challenge("nonce3", "FALSE", "")) << "no user configuration, no realm";
 
-    // A very long realm is cut at the formatting buffer, and the response copy is terminated.
+    // The longest realm accounts accept reaches the client whole; the response field cuts a
+    // longer challenge at 5120 characters and terminates it.
     platform().userCfgPresent = true;
-    platform().realm = std::string(1000, 'r');
     platform().addUser("viewer", "dev-1", "");
+    platform().realm = std::string(kMaxRealmLength, 'r');
     EXPECT_EQ(check(*request("Digest nonce=\"n0\""), kUser),
-              Outcome(1, -999, -888, challenge("nonce4", "FALSE", platform().realm).substr(0, 255), "-"));
-    EXPECT_EQ(rsp_.challenge[256], 'S') << "nothing written past the terminator";
+              Outcome(1, -999, -888, challenge("nonce4", "FALSE", platform().realm), "-"));
+    platform().realm = std::string(6000, 'r');
+    EXPECT_EQ(check(*request("Digest nonce=\"n0\""), kUser),
+              Outcome(1, -999, -888, challenge("nonce5", "FALSE", platform().realm).substr(0, 5120), "-"));
+    EXPECT_EQ(rsp_.challenge[5120], '\0');
 }
 
 TEST_F(AuthTest, FirstMatchWinsAndHostFieldsAreReadWithinTheirWidths) {
@@ -222,7 +233,7 @@ TEST_F(AuthTest, FirstMatchWinsAndHostFieldsAreReadWithinTheirWidths) {
     platform().gatewayHA1["admin"] = ha1Of("admin", "Gateway#1");
     platform().addPort("dev-a", 20001, 0);
     platform().addPort("dev-b", 20001, 0);
-    EXPECT_EQ(check(*request(answer("admin", platform().gatewayHA1["admin"]), 20001), kPort), passed("dev-a"));
+    EXPECT_EQ(check(*request(answer("admin", platform().gatewayHA1["admin"], "n1"), 20001), kPort), passed("dev-a"));
 }
 
 }  // namespace

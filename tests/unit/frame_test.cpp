@@ -28,22 +28,32 @@ static_assert(offsetof(ZQConfigMgr::tagInternalCommunicationInfo, timeout) == 2 
 
 namespace {
 
+constexpr int kFirstCallers = 8;
+
+// Construction lasts until every caller has set off, so they all meet the creation under way.
 struct CountedConstruction {
-    static std::atomic<int> constructions;
-    CountedConstruction() { ++constructions; }
+    static std::atomic<int> constructions, callers;
+    CountedConstruction() {
+        ++constructions;
+        while (callers < kFirstCallers) {
+            std::this_thread::yield();
+        }
+    }
 };
 std::atomic<int> CountedConstruction::constructions{0};
+std::atomic<int> CountedConstruction::callers{0};
 
 }  // namespace
 
 TEST(SingletonTest, ConcurrentFirstCallsCreateExactlyOneInstance) {
     std::atomic<bool> go{false};
-    std::vector<CountedConstruction*> seen(8);
+    std::vector<CountedConstruction*> seen(kFirstCallers);
     std::vector<std::thread> threads;
     for (auto& instance : seen) {
         threads.emplace_back([&go, &instance] {
             while (!go) {
             }
+            ++CountedConstruction::callers;
             instance = CSingleton<CountedConstruction>::Instance();
         });
     }

@@ -15,9 +15,10 @@ TEST_F(LifecycleTest, RemovedDeviceLosesItsFirstUserAndEachBindingByItsOwnUnbind
     auto first = platform().addUser("first", "dev1");
     platform().addUser("other", "dev2");
     platform().addUser("second", "dev1");  // only the first account of the device goes
-    auto portA = platform().addPort("dev1", 8001, 0);
-    platform().addPort("dev2", 8002, 554);
-    auto portB = platform().addPort("dev1", 8003, 0);
+    auto portA = platform().addPort("dev1", 8001, 554);
+    platform().addPort("dev2", 8002, 555);
+    auto portB = platform().addPort("dev1", 8003, 556);
+    auto portC = platform().addPort("dev1", 8005, 0);
     platform().journal.clear();
 
     // Other notifications, another spelling of the index, and calls missing an argument change nothing.
@@ -29,12 +30,19 @@ TEST_F(LifecycleTest, RemovedDeviceLosesItsFirstUserAndEachBindingByItsOwnUnbind
     CInstanceMgr::devChangeCB(ZQDeviceMgr::deviceRemoved, index, nullptr);
     EXPECT_THAT(platform().journal, IsEmpty());
 
+    // The account's deletion fails, and so does closing portB's RTSP listener: each binding is
+    // still tried, and portB stays whole while its listener runs.
+    platform().inject("store.DelTELMIUser", fake::kStoreRefused);
+    platform().mediaReplies = {{0, "{\"code\":\"0\"}", ""}, {1, "", "media module down"}};
     platform().notify(ZQDeviceMgr::deviceRemoved, "dev1");
     EXPECT_THAT(platform().journal,
-                ElementsAre("store.DelTELMIUser " + first->index, "nginx.ModifyConfig 8 8001",
-                            "store.UnbindTELMIPort " + portA->index, "nginx.Reboot", "nginx.ModifyConfig 8 8003",
-                            "store.UnbindTELMIPort " + portB->index, "nginx.Reboot"));
-    EXPECT_EQ(messagesAt(3).size(), 4u) << "two unbindPort calls, no line of the callback's own";
+                ElementsAre("store.DelTELMIUser " + first->index, "media PutMediaPort", "nginx.ModifyConfig 8 8001",
+                            "store.UnbindTELMIPort " + portA->index, "nginx.Reboot", "media PutMediaPort",
+                            "nginx.ModifyConfig 8 8005", "store.UnbindTELMIPort " + portC->index, "nginx.Reboot"));
+    EXPECT_THAT(platform().mediaCommands[0].text, HasSubstr("\"rtspPort\":554"));
+    EXPECT_THAT(platform().mediaCommands[1].text, HasSubstr("\"rtspPort\":556"));
+    EXPECT_EQ(platform().findPort(portB->index), portB);
+    EXPECT_EQ(messagesAt(3).size(), 6u) << "three unbindPort calls, no line of the callback's own";
 
     platform().journal.clear();
     EXPECT_EQ(ZQ_TELMIMgrBus_Stop(), 1);

@@ -43,7 +43,9 @@ TEST_F(NginxTest, StartAnnouncesMediaThenQuitsNginxThenEditsEveryHttpPortGoingOn
                                      std::string(36, 'd') + "\",\"rtspPort\":555,\"rtspPortBind\":true}]"))
         << "only ports with an RTSP port, device index cut to 36 characters";
     EXPECT_THAT(messagesAt(4), ElementsAre("Get nginx Pid list success, then quit old nginx.",
-                                           "[httpport=8003] Port is abnormal."));
+                                           "[httpport=0] nginx add port listen fail.",
+                                           "[httpport=8003] Port is abnormal."))
+        << "nginx refuses port 0, and the others still go through";
 
     platform().journal.clear();
     platform().logs.clear();

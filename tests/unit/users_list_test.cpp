@@ -78,6 +78,7 @@ TEST_F(UserListTest, KeyWordMatchesNameDeviceNameAndAccessIdCaseSensitively) {
     EXPECT_THAT(query(0, 10, "5Cam"), ElementsAre("bob"));
     EXPECT_THAT(query(0, 10, "OtherCam"), IsEmpty()) << "protocol 3 has no access ID";
     EXPECT_THAT(query(0, 10, "car"), ElementsAre("carol"));
+    EXPECT_THAT(query(0, 10, "CAR"), IsEmpty()) << "the account's name too";
     EXPECT_THAT(query(0, 10, "o"), UnorderedElementsAre("alice", "bob", "carol"));
     EXPECT_EQ(rsp_.totalMatches, 3);
 
@@ -106,6 +107,13 @@ TEST_F(UserListTest, AccountsOfVanishedDevicesAreDeletedAndNotCounted) {
     EXPECT_THAT(query(0, 10, "lost"), IsEmpty());
     EXPECT_EQ(rsp_.totalMatches, 0);
     EXPECT_THAT(platform().users, ElementsAre(kept));
+
+    // The device leaves between the walk's check and the key-word match: the account goes too.
+    platform().afterGetDevice = [](const std::string& index) { platform().removeDevice(index); };
+    EXPECT_THAT(query(0, 10, "CAM"), IsEmpty());
+    EXPECT_EQ(rsp_.totalMatches, 0);
+    EXPECT_THAT(platform().users, IsEmpty());
+    EXPECT_EQ(lastLog(4), "[devIndex=dev-1]ZQ_DeviceMgr_GetDevice failed.");
 }
 
 }  // namespace

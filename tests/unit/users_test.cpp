@@ -3,6 +3,8 @@
 #include <vector>
 
 #include "LibraryTest.h"
+#include "base/Md5Hex.h"
+#include "frame/Realm.h"
 
 namespace {
 
@@ -57,6 +59,16 @@ TEST_F(UsersTest, AddUserAppendsOneOutcomePerInputInOrderAndGoesOnPastFailures) 
     EXPECT_TRUE(platform().logged(5, "[%s(%d)] addUser failed."));
     EXPECT_THAT(messagesAt(2), ElementsAre("checkBoundDevice start", "checkBoundDevice stop", "checkBoundDevice start",
                                            "checkBoundDevice stop"));
+
+    // A device already bound, then one the store does not know: each account gets its own code
+    // and the batch logs each failure.
+    platform().logs.clear();
+    AddResults more;
+    ZQ_TELMIMgrBus_AddUser(more, {userInput("fourth", "pw4", "CAM3"), userInput("fifth", "pw5", "NOSUCH"),
+                                  userInput("sixth", "pw6", "CAM1")});
+    EXPECT_THAT(codesOf(more), ElementsAre(1026, 7, 0));
+    EXPECT_THAT(messagesAt(5), ElementsAre("CheckBoundDevice failed 3", "checkBoundDevice failed.",
+                                           "CheckBoundDevice failed 5", "checkBoundDevice failed."));
 }
 
 TEST_F(UsersTest, NamesOutsideTheRulesAreRefusedWithoutLogOrQuery) {
@@ -113,6 +125,14 @@ TEST_F(UsersTest, PasswordLengthStrengthAndDigest) {
     std::string ha1;
     EXPECT_EQ(mgr().checkPassword(ha1, "pw", std::string(33, 'u')), 1);
     EXPECT_EQ(mgr().checkPassword(ha1, "pw", ""), 1);
+    // The whole realm goes into the HA1, up to the longest a challenge carries; a longer one
+    // would make accounts no client could log in to, so none is made.
+    platform().realm = std::string(kMaxRealmLength, 'r');
+    EXPECT_EQ(mgr().checkPassword(ha1, "pw", "u"), 0);
+    EXPECT_EQ(ha1, zqbase::md5Hex("u:" + platform().realm + ":pw"));
+    platform().realm += 'r';
+    EXPECT_EQ(mgr().checkPassword(ha1, "pw", "u"), 9);
+    EXPECT_EQ(lastLog(5), "[realm length=5006]The realm is too long for a challenge.");
     platform().userCfgPresent = false;
     EXPECT_EQ(mgr().checkPassword(ha1, "Circle Of Life", "Mufasa"), 9);
     EXPECT_TRUE(platform().logged(5, "[%s(%d)] ZQ_ConfigMgr_GetUserCfg failed."));
@@ -182,6 +202,13 @@ TEST_F(UsersTest, CheckBoundDeviceFindsTheDeviceAndTestsItsBoundStatePerProtocol
     EXPECT_EQ(checkBound(index, "TWIN", 1), 1026);
     EXPECT_EQ(index, "dev-a");
     EXPECT_EQ(checkBound(index, "twin", 1), 7) << "the bus ignores case, the library does not";
+
+    // A bound device the store gives no index is still reported bound, not missing.
+    platform().addDevice("", 2, "NOINDEX");
+    platform().addUser("holder", "");
+    platform().logs.clear();
+    EXPECT_EQ(checkBound(index, "NOINDEX", 1), 1026);
+    EXPECT_FALSE(platform().logged(5, "[%s(%d)] CheckBoundDevice failed 5"));
 }
 
 TEST_F(UsersTest, QuickAddUserNamesAccountsAfterAccessIdsOrFails) {

@@ -18,7 +18,7 @@ if [ ${#targets[@]} -eq 0 ]; then
 fi
 
 bash scripts/install-deps.sh fuzz
-build=build-fuzz
+build="build-fuzz"
 CC=clang-14 CXX=clang++-14 cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZQ_FUZZ=ON \
   -DZQ_BUILD_BENCH=OFF > "$build.configure.log" 2>&1 || { cat "$build.configure.log"; exit 1; }
 cmake --build "$build" -j "$(nproc)" --target fuzz_targets

@@ -45,6 +45,9 @@ public:
 
     // Every promise holds once the gateway has settled.
     void check() {
+        // Settled: both daemons run and answer, and the gateway finds nothing out of step.
+        EXPECT_TRUE(eventually([this] { return api("GET", "/api/listeners")["inStep"].asBool(); }))
+            << gateway_.api("GET", "/api/listeners").out;
         EXPECT_TRUE(eventually([this] { return listened() == bound(); })) << "listened on: " << listed(listened())
                                                                           << "; bound: " << listed(bound());
         std::multiset<int> handedOut;

@@ -21,6 +21,7 @@
 #include "ZQGatewayDevices.h"
 #include "ZQGatewayHome.h"
 #include "ZQGatewayNginx.h"
+#include "base/PortProbe.h"
 #include "base/ProcessTools.h"
 #include "config/FileLock.h"
 #include "tvlog.h"
@@ -72,6 +73,27 @@ std::vector<NginxDevice> deviceUpstreams() {
                              ZQ_Gateway_TelmiHostPort(device->getTelmiAddress())});
     }
     return upstreams;
+}
+
+// Workers outlive a master killed outright and keep its listening sockets, so that a new nginx
+// could bind none of its ports; this home's are known by the management port they hold.
+void stopOrphanedWorkers() {
+    ZQGateway::tagGatewaySettings settings;
+    ZQ_Gateway_GetSettings(settings);
+    const auto listeners = tcpListeners(settings.managementPort);
+    if (!listeners || listeners->empty()) {
+        return;
+    }
+    for (int pid : processesNamed("nginx")) {
+        for (const TcpListener& listener : *listeners) {
+            if (heldByAny({pid}, listener.inode)) {
+                tvlog_format(gwlog::kWarning, "ZQBase", "stopping nginx worker %d, left behind by its master", pid);
+                ::kill(pid, SIGKILL);
+                break;
+            }
+        }
+    }
+    waitFor(kQuitWaitMs, [&settings] { return tcpListening(settings.managementPort) == std::optional<bool>(false); });
 }
 
 bool allListening(const std::set<int>& ports) {
@@ -203,9 +225,12 @@ int NginxOper::Reboot() {
                          p.errorLog.c_str());
             return 0;
         }
-    } else if (runAndWait(base, p.errorLog) != 0 || !waitFor(kStartWaitMs, [&p] { return runningMaster(p) != 0; })) {
-        tvlog_format(gwlog::kError, "ZQBase", "nginx did not start; see %s", p.errorLog.c_str());
-        return 0;
+    } else {
+        stopOrphanedWorkers();
+        if (runAndWait(base, p.errorLog) != 0 || !waitFor(kStartWaitMs, [&p] { return runningMaster(p) != 0; })) {
+            tvlog_format(gwlog::kError, "ZQBase", "nginx did not start; see %s", p.errorLog.c_str());
+            return 0;
+        }
     }
     const std::set<int> ports = readPorts(p);
     if (!waitFor(kStartWaitMs, [&ports] { return allListening(ports); })) {

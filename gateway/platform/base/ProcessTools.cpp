@@ -104,24 +104,37 @@ std::string processName(int pid) {
     return name;
 }
 
-std::vector<int> childrenOf(int pid) {
-    std::vector<int> children;
+namespace {
+
+// The pids /proc lists, zombies left out.
+std::vector<int> liveProcesses(const std::function<bool(int pid, int parent)>& wanted) {
+    std::vector<int> pids;
     DIR* proc = ::opendir("/proc");
     if (proc == nullptr) {
-        return children;
+        return pids;
     }
     while (dirent* entry = ::readdir(proc)) {
         char* end = nullptr;
         long candidate = std::strtol(entry->d_name, &end, 10);
         char state = 0;
         int parent = 0;
-        if (*end == '\0' && candidate > 0 && readStat(static_cast<int>(candidate), state, parent) &&
-            parent == pid && state != 'Z') {
-            children.push_back(static_cast<int>(candidate));
+        if (*end == '\0' && candidate > 0 && readStat(static_cast<int>(candidate), state, parent) && state != 'Z' &&
+            wanted(static_cast<int>(candidate), parent)) {
+            pids.push_back(static_cast<int>(candidate));
         }
     }
     ::closedir(proc);
-    return children;
+    return pids;
+}
+
+}  // namespace
+
+std::vector<int> childrenOf(int pid) {
+    return liveProcesses([pid](int, int parent) { return parent == pid; });
+}
+
+std::vector<int> processesNamed(const std::string& name) {
+    return liveProcesses([&name](int pid, int) { return processName(pid) == name; });
 }
 
 bool waitFor(int timeoutMs, const std::function<bool()>& ready) {

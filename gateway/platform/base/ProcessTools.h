@@ -17,6 +17,7 @@ std::vector<std::string> processArguments(int pid);  // /proc/<pid>/cmdline, one
 std::string processExecutable(int pid);  // /proc/<pid>/exe; empty when it cannot be read
 std::string processName(int pid);     // /proc/<pid>/comm
 std::vector<int> childrenOf(int pid);
+std::vector<int> processesNamed(const std::string& name);  // by /proc/<pid>/comm
 
 // Calls ready every 50 ms until it returns true or timeoutMs passed; its last answer.
 bool waitFor(int timeoutMs, const std::function<bool()>& ready);

@@ -116,8 +116,20 @@ TEST(Listeners, FollowTheStoredBindingsThroughVanishingDevicesAndRestarts) {
 TEST(Listeners, KilledDaemonsComeBackWithTheirListenersAndASilentMediaDaemonIsShownAsSuch) {
     GatewayRun gateway;
     TwoDevices devices(gateway);
+    // A camera whose stream the media daemon relays, played while the daemons are killed.
+    std::string cameraRtsp;
+    const auto camera = simulatedCamera(gateway.freePort(3), cameraRtsp);
+    const std::string cameraHost = "127.0.0.1:" + std::to_string(gateway.freePort(3));
+    ASSERT_EQ(gateway.api("POST", "/api/devices",
+                          R"({"protocol":4,"deviceID":"CAMRTSP","telmiAddress":"http://)" + cameraHost +
+                              R"(","rtspAddress":"rtsp://127.0.0.1:)" + std::to_string(gateway.freePort(4)) + R"("})")
+                  .status,
+              201);
+    const auto relayPort = static_cast<unsigned short>(
+        firstResult(gateway.api("POST", "/api/ports", R"({"deviceIDs":["CAMRTSP"]})"))["rtspPort"].asUInt());
+    EXPECT_EQ(ffprobe(relayPort), "pcm_mulaw,8000,25\n");
     const std::set<int> bound = boundPorts(gateway);
-    ASSERT_EQ(bound.size(), 2u);
+    ASSERT_EQ(bound.size(), 4u);
 
     // A media daemon that does not answer: no RTSP port is known to listen, and the list says why.
     const int mediad = pidIn(gateway, "run/mediad.pid");
@@ -130,13 +142,24 @@ TEST(Listeners, KilledDaemonsComeBackWithTheirListenersAndASilentMediaDaemonIsSh
     EXPECT_EQ(answered["ports"][0]["rtspListening"].asInt(), 1);
     EXPECT_FALSE(answered.isMember("mediaModule"));
 
-    // Killed outright, each daemon is started again and listens on its bindings' ports again.
+    // Killed outright while clients play and ask, each daemon is started again and listens on its
+    // bindings' ports again.
+    std::atomic<bool> playing {true};
+    std::thread clients([&] {
+        while (playing) {
+            ffprobe(relayPort);
+            digestCurl(devices.httpPort, "admin", gateway.portPassword());
+        }
+    });
     ASSERT_EQ(::kill(mediad, SIGKILL), 0);
     EXPECT_TRUE(eventually([&] { return pidIn(gateway, "run/mediad.pid") != mediad && listenedPorts(gateway) == bound; }));
     const int nginx = pidIn(gateway, "nginx/nginx.pid");
     runShell("kill -9 $(pgrep -P " + std::to_string(nginx) + ") " + std::to_string(nginx));
     EXPECT_TRUE(eventually([&] { return pidIn(gateway, "nginx/nginx.pid") != nginx && listenedPorts(gateway) == bound; }));
+    playing = false;
+    clients.join();
     EXPECT_EQ(digestCurl(devices.httpPort, "admin", gateway.portPassword()).withOut(), deviceAnswer("tarn5-cam"));
+    EXPECT_EQ(ffprobe(relayPort), "pcm_mulaw,8000,25\n");
     EXPECT_EQ(gateway.api("GET", "/api/ports?start=0&max=10").json()["ports"][0]["rtspListening"].asInt(), 1);
 
     Json::Value health;

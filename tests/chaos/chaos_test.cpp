@@ -37,7 +37,7 @@ public:
             case 3: return call("DELETE", "/api/devices/" + any(devices(false)), ""), "remove a device";
             case 4: return call("GET", "/api/ports?start=0&max=500&keyWord=CHAOS", ""), "list ports";
             case 5: return addUser();
-            case 6: return call("POST", "/api/users/delete", R"({"userIndexes":[")" + any(users(false)) + R"("]})"), "delete a user";
+            case 6: return call("POST", "/api/users/delete", R"({"userIndexes":[")" + any(users()) + R"("]})"), "delete a user";
             case 7: return kill("run/mediad.pid"), "kill -9 zqmediad";
             default: return kill("nginx/nginx.pid"), "kill -9 nginx";
         }
@@ -125,35 +125,25 @@ private:
         }
     }
 
-    std::vector<std::string> bindings() {
-        std::vector<std::string> indexes;
-        const Json::Value portsList = api("GET", "/api/ports?start=0&max=500");
-        for (const Json::Value& port : portsList["ports"]) {
-            indexes.push_back(port["portIndex"].asString());
+    // The index of every record a list route answers, but the one whose nameKey is spared.
+    std::vector<std::string> indexes(const std::string& path, const std::string& list, const std::string& index,
+                                     const std::string& nameKey = "", const std::string& spared = "") {
+        std::vector<std::string> found;
+        const Json::Value answer = api("GET", path);
+        for (const Json::Value& record : answer[list]) {
+            if (nameKey.empty() || record[nameKey].asString() != spared) {
+                found.push_back(record[index].asString());
+            }
         }
-        return indexes;
+        return found;
     }
+    std::vector<std::string> bindings() { return indexes("/api/ports?start=0&max=500", "ports", "portIndex"); }
     // Device indexes; the lock-out keeper's only when withKeeper.
     std::vector<std::string> devices(bool withKeeper) {
-        std::vector<std::string> indexes;
-        const Json::Value devicesList = api("GET", "/api/devices");
-        for (const Json::Value& device : devicesList["devices"]) {
-            if (withKeeper || device["deviceID"].asString() != "CHAOSKEEP") {
-                indexes.push_back(device["deviceIndex"].asString());
-            }
-        }
-        return indexes;
+        return indexes("/api/devices", "devices", "deviceIndex", "deviceID", withKeeper ? "" : "CHAOSKEEP");
     }
-    std::vector<std::string> users(bool withKeeper) {
-        std::vector<std::string> indexes;
-        const Json::Value usersList = api("GET", "/api/users?start=0&max=500");
-        for (const Json::Value& user : usersList["users"]) {
-            if (withKeeper || user["userName"].asString() != "keeper") {
-                indexes.push_back(user["userIndex"].asString());
-            }
-        }
-        return indexes;
-    }
+    // User indexes, the lock-out keeper's left out.
+    std::vector<std::string> users() { return indexes("/api/users?start=0&max=500", "users", "userIndex", "userName", "keeper"); }
 
     std::set<int> listened() {
         std::set<int> ports;

@@ -50,14 +50,7 @@ public:
             << gateway_.api("GET", "/api/listeners").out;
         EXPECT_TRUE(eventually([this] { return listened() == bound(); })) << "listened on: " << listed(listened())
                                                                           << "; bound: " << listed(bound());
-        std::multiset<int> handedOut;
-        const Json::Value portsList = api("GET", "/api/ports?start=0&max=500");
-        for (const Json::Value& port : portsList["ports"]) {
-            handedOut.insert(port["httpPort"].asInt());
-            if (port["rtspPort"].asInt() != 0) {
-                handedOut.insert(port["rtspPort"].asInt());
-            }
-        }
+        const std::multiset<int> handedOut = boundPorts();
         EXPECT_EQ(std::set<int>(handedOut.begin(), handedOut.end()).size(), handedOut.size()) << "a port handed out twice";
         const std::vector<std::string> known = devices(true);
         const Json::Value usersList = api("GET", "/api/users?start=0&max=500");
@@ -154,8 +147,9 @@ private:
         }
         return ports;
     }
-    std::set<int> bound() {
-        std::set<int> ports;
+    // The HTTP and RTSP ports of every stored binding, each as often as it is handed out.
+    std::multiset<int> boundPorts() {
+        std::multiset<int> ports;
         const Json::Value portsList = api("GET", "/api/ports?start=0&max=500");
         for (const Json::Value& port : portsList["ports"]) {
             ports.insert(port["httpPort"].asInt());
@@ -164,6 +158,10 @@ private:
             }
         }
         return ports;
+    }
+    std::set<int> bound() {
+        const std::multiset<int> ports = boundPorts();
+        return {ports.begin(), ports.end()};
     }
     static std::string listed(const std::set<int>& ports) {
         std::string text;

@@ -33,7 +33,7 @@ gwio::UniqueFd listenOnLoopback(int port, std::string& error) {
     const int yes = 1;
     if (!socket.valid() || ::setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes)) != 0 ||
         ::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
-        ::listen(socket.get(), 16) != 0) {
+        ::listen(socket.get(), SOMAXCONN) != 0) {
         error = std::strerror(errno);
         return {};
     }

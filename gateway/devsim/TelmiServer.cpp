@@ -4,6 +4,7 @@
 
 #include "DevsimLog.h"
 #include "JsonText.h"
+#include "OwnedPort.h"
 
 namespace devsim {
 
@@ -68,7 +69,7 @@ TelmiServer::TelmiServer(const DeviceSpec& device, size_t threads)
 TelmiServer::~TelmiServer() { stop(); }
 
 bool TelmiServer::start(std::string& error) {
-    if (!server_.bind_to_port("127.0.0.1", device_.httpPort)) {
+    if (!gwio::bindOwnedPort(server_, "127.0.0.1", device_.httpPort)) {
         error = "device " + device_.deviceID + ": TELMI port " + std::to_string(device_.httpPort) +
                 " cannot be listened on (in use?)";
         return false;

@@ -4,6 +4,7 @@
 
 #include <fstream>
 
+#include "OwnedPort.h"
 #include "ZQGatewayHome.h"
 
 namespace gwtest {
@@ -16,7 +17,7 @@ StandInDevice::StandInDevice(const std::string& name, unsigned short port) {
     server_.Get(".*", answer);
     // Stopping waits for connections kept alive, such as the one the gateway keeps to it.
     server_.set_keep_alive_timeout(1);
-    EXPECT_TRUE(server_.bind_to_port("127.0.0.1", port)) << "stand-in device port " << port;
+    EXPECT_TRUE(gwio::bindOwnedPort(server_, "127.0.0.1", port)) << "stand-in device port " << port;
     thread_ = std::thread([this] { server_.listen_after_bind(); });
     while (!server_.is_running()) {
         std::this_thread::yield();

@@ -30,22 +30,24 @@ bool NonceUses::admit(int64_t issuedAt, uint64_t random, uint32_t count, int64_t
                 return false;
             }
         }
-        seen_[key] = Seen {count, 1};
+        Seen& fresh = seen_[key];
+        fresh.highest = count;
+        fresh.window.set(0);
         return true;
     }
     Seen& s = it->second;
     if (count > s.highest) {
-        const uint32_t shift = count - s.highest;
-        s.window = shift >= kWindow ? 0 : s.window << shift;
-        s.window |= 1;
+        // Shifting by the window's width or more empties it.
+        s.window <<= count - s.highest;
+        s.window.set(0);
         s.highest = count;
         return true;
     }
     const uint32_t behind = s.highest - count;
-    if (behind >= kWindow || (s.window & (uint64_t {1} << behind)) != 0) {
+    if (behind >= kWindow || s.window.test(behind)) {
         return false;
     }
-    s.window |= uint64_t {1} << behind;
+    s.window.set(behind);
     return true;
 }
 

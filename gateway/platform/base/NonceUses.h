@@ -1,5 +1,6 @@
 #pragma once
 
+#include <bitset>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -17,7 +18,9 @@ namespace zqbase {
 class NonceUses {
 public:
     static constexpr size_t kCapacity = 32768;
-    static constexpr uint32_t kWindow = 64;
+    // Wide enough for a client keeping dozens of connections busy on one nonce under load: a
+    // count can arrive a few hundred behind the highest. About 190 bytes a nonce.
+    static constexpr uint32_t kWindow = 1024;
 
     // True, and the use recorded, when count was never answered for this nonce. A nonce without
     // qop has no count (0) and is good for one request. Entries issued before oldestLive are
@@ -27,7 +30,7 @@ public:
 private:
     struct Seen {
         uint32_t highest = 0;
-        uint64_t window = 0;  // bit i: count highest - i was answered
+        std::bitset<kWindow> window;  // bit i: count highest - i was answered
     };
     using Key = std::pair<int64_t, uint64_t>;  // issue time first: the map is the eviction order
 

@@ -1,6 +1,7 @@
 -- wrk script: every request carries a Digest answer of its own, read from the file
 -- <prefix>.<thread number>, one Authorization value a line, each with the next nonce count,
--- as a real client sends them. Prints the 99th percentile latency in microseconds.
+-- as a real client sends them. Prints the 99th percentile latency in microseconds, the requests
+-- made and those that failed (non-2xx answers and socket errors).
 local threads = {}
 
 function setup(thread)
@@ -23,5 +24,7 @@ function request()
 end
 
 function done(summary, latency, requests)
-    io.write(string.format("p99_us %d\n", latency:percentile(99)))
+    local e = summary.errors
+    io.write(string.format("p99_us %d requests %d failed %d\n", latency:percentile(99), summary.requests,
+                           e.status + e.connect + e.read + e.write + e.timeout))
 end

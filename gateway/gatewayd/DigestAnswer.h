@@ -1,8 +1,9 @@
-// A Digest answer as the client sent it. cpp-httplib hands header values over percent-decoded,
-// while the client computed its response over the request target exactly as sent ("a%20b"),
-// so the answer is rebuilt with the target as sent before anything checks it. nginx sends the
-// target both in the request line (untouched) and in a header (decoded like the Authorization
-// header): an answer whose decoded uri is not that decoded target names another request.
+// A Digest answer as the client sent it. cpp-httplib (the API's server) hands header values
+// over percent-decoded, while the client computed its response over the request target exactly
+// as sent ("a%20b"), so the answer is rebuilt with the target as sent before anything checks
+// it. nginx sends the target both in the request line (untouched) and in a header (decoded like
+// the Authorization header): an answer whose decoded uri is not that decoded target names
+// another request.
 #pragma once
 
 #include <string>

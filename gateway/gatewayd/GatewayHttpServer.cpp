@@ -1,11 +1,8 @@
 #include "GatewayHttpServer.h"
 
-#include "UnixSocketPath.h"
-
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
+#include "ServiceSocket.h"
 
 namespace gatewayd {
 namespace {
@@ -36,24 +33,13 @@ GatewayHttpServer::~GatewayHttpServer() {
 }
 
 bool GatewayHttpServer::bindUnix(const std::string& path, std::string& error) {
-    gwio::UnixListenFailure failure;
-    gwio::UniqueFd fd = gwio::listenOnUnixSocket(path, 0, failure);
-    switch (failure) {
-        case gwio::UnixListenFailure::none:
-            svr_sock_ = fd.release();
-            unixPath_ = path;
-            return true;
-        case gwio::UnixListenFailure::badPath:
-            error = "the socket path " + path + " is empty or too long";
-            return false;
-        case gwio::UnixListenFailure::taken:
-            error = "another process already serves " + path;
-            return false;
-        case gwio::UnixListenFailure::system:
-            break;
+    gwio::UniqueFd fd = listenOnServiceSocket(path, 0, error);
+    if (!fd.valid()) {
+        return false;
     }
-    error = "cannot listen on " + path + ": " + std::strerror(errno);
-    return false;
+    svr_sock_ = fd.release();
+    unixPath_ = path;
+    return true;
 }
 
 }  // namespace gatewayd

@@ -20,9 +20,7 @@ public:
     explicit GatewayHttpServer(const ServerLimits& limits);
     ~GatewayHttpServer() override;
 
-    // The socket file is created with mode 0600, so that only this user (and nginx's workers,
-    // which run as this user) can connect; a file left by a crash is replaced, one that
-    // another process still accepts on is not.
+    // Listens on the service socket at path (see ServiceSocket.h).
     bool bindUnix(const std::string& path, std::string& error);
 
 private:

@@ -4,7 +4,6 @@
 
 #include "ApiRoutes.h"
 #include "GatewaydLog.h"
-#include "TelmiAdmission.h"
 #include "ZQBase.h"
 #include "ZQGatewayHome.h"
 #include "ZQGatewayNginx.h"
@@ -14,14 +13,12 @@ namespace {
 
 // Threads: one per connection nginx may keep (its max_conns for each socket) and a few more.
 constexpr ServerLimits kApiLimits {36, 1 << 20};
-constexpr ServerLimits kAdmissionLimits {100, 0};
 
 }  // namespace
 
 GatewayService::GatewayService(const TelmiLibrary& library, const std::string& mediadProgram)
-    : library_(library), keeper_(mediadProgram), api_(kApiLimits), apiRoutes_(api_), admission_(kAdmissionLimits) {
+    : library_(library), keeper_(mediadProgram), api_(kApiLimits), apiRoutes_(api_), admission_(library) {
     installManagementApi(api_, apiRoutes_, library_, keeper_);
-    installTelmiAdmission(admission_, library_);
 }
 
 GatewayService::~GatewayService() { stop(); }
@@ -43,14 +40,11 @@ bool GatewayService::start(std::string& error) {
     }
     library_.start();
     started_ = true;
-    for (GatewayHttpServer* server : {&api_, &admission_}) {
-        threads_.emplace_back([server] { server->listen_after_bind(); });
-    }
+    admission_.start();
+    apiThread_ = std::thread([this] { api_.listen_after_bind(); });
     // A server that is not yet running would ignore stop() and serve on forever.
-    for (GatewayHttpServer* server : {&api_, &admission_}) {
-        while (!server->is_running()) {
-            ::usleep(1000);
-        }
+    while (!api_.is_running()) {
+        ::usleep(1000);
     }
     // Start told any old nginx to quit and wrote the bindings' ports: nginx comes back up here.
     if (ZQBase::CNginxOper::getInstance()->Reboot() == 0) {
@@ -66,15 +60,13 @@ bool GatewayService::start(std::string& error) {
 
 void GatewayService::stop() {
     keeper_.stop();
-    for (GatewayHttpServer* server : {&api_, &admission_}) {
-        if (server->is_running()) {
-            server->stop();
-        }
+    if (api_.is_running()) {
+        api_.stop();
     }
-    for (std::thread& thread : threads_) {
-        thread.join();
+    if (apiThread_.joinable()) {
+        apiThread_.join();
     }
-    threads_.clear();
+    admission_.stop();
     if (started_) {
         library_.stop();
         started_ = false;

@@ -5,8 +5,8 @@
 
 #include <string>
 #include <thread>
-#include <vector>
 
+#include "AdmissionServer.h"
 #include "ApiRouter.h"
 #include "GatewayHttpServer.h"
 #include "ListenerKeeper.h"
@@ -34,8 +34,8 @@ private:
     ListenerKeeper keeper_;
     GatewayHttpServer api_;
     ApiRouter apiRoutes_;
-    GatewayHttpServer admission_;
-    std::vector<std::thread> threads_;
+    AdmissionServer admission_;
+    std::thread apiThread_;
     bool started_ = false;
 };
 

@@ -27,25 +27,15 @@ constexpr int kNotFound = 274;
 // the time of an answer tells nothing about which names exist.
 constexpr const char* kNoAccountHA1 = "00000000000000000000000000000000";
 
-// Where one TELMI request came from, as nginx saw it.
-struct Arrival {
-    ZQConfigMgr::TELMIMode mode;
-    uint16_t httpPort;  // the gateway port it came to
-    std::string client;
-    std::string method;
-    std::string target;
-};
-
-void refuse(httplib::Response& res, int status, const std::string& message, const std::string& challenge = "") {
+void refuse(AdmissionAnswer& res, int status, const std::string& message, const std::string& challenge = "") {
     res.status = status;
-    res.set_header("X-TELMI-Status", std::to_string(status));
-    res.set_header("X-TELMI-Message", message);
+    res.headers = {{"X-TELMI-Status", std::to_string(status)}, {"X-TELMI-Message", message}};
     if (!challenge.empty()) {
-        res.set_header("WWW-Authenticate", challenge);
+        res.headers.emplace_back("WWW-Authenticate", challenge);
     }
 }
 
-void admit(httplib::Response& res, const std::string& deviceIndex) {
+void admit(AdmissionAnswer& res, const std::string& deviceIndex) {
     const auto device = std::dynamic_pointer_cast<ZQGateway::CGatewayDevice>(ZQ_DeviceMgr_GetDevice(deviceIndex));
     if (device == nullptr) {
         refuse(res, 404, "the device is no longer attached to the gateway");
@@ -57,8 +47,7 @@ void admit(httplib::Response& res, const std::string& deviceIndex) {
         return;
     }
     res.status = 204;
-    res.set_header("X-TELMI-Upstream", ZQ_Gateway_DeviceUpstream(deviceIndex));
-    res.set_header("X-TELMI-Device-Host", hostPort);
+    res.headers = {{"X-TELMI-Upstream", ZQ_Gateway_DeviceUpstream(deviceIndex)}, {"X-TELMI-Device-Host", hostPort}};
 }
 
 std::string refusalMessage(const tagTelmiAuthRsp& rsp) {
@@ -72,28 +61,27 @@ std::string refusalMessage(const tagTelmiAuthRsp& rsp) {
            (rsp.leftTryNum == 1 ? " attempt" : " attempts") + " left before lock-out";
 }
 
-void checkCredentials(const TelmiLibrary& library, const Arrival& arrival, const httplib::Request& req,
-                      httplib::Response& res) {
+void checkCredentials(const TelmiLibrary& library, ZQConfigMgr::TELMIMode mode, uint16_t httpPort,
+                      const AdmissionRequest& req, AdmissionAnswer& res) {
     if (library.getProtocolEnable() == 0) {
         refuse(res, 403, "TELMI access is switched off on this gateway");
         return;
     }
-    const std::string lockKey = lockKeyFor(arrival.client);
+    const std::string lockKey = lockKeyFor(req.client);
     if (lockKey.empty()) {
         refuse(res, 400, "the client's address cannot be read");
         return;
     }
     // A browser opens a page with several requests at once before it has credentials; those
     // are challenged here so that none counts as a failed attempt.
-    const std::string authorization = req.get_header_value("Authorization");
-    if (!isDigestHeader(authorization)) {
+    if (!isDigestHeader(req.authorization)) {
         refuse(res, 401, "authentication required", digestChallenge(false));
         return;
     }
     std::string answer;
     std::string userName;
     const DigestAnswerFault fault =
-        rebuildDigestAnswer(authorization, req.get_header_value("X-TELMI-Target"), arrival.target, answer, userName);
+        rebuildDigestAnswer(req.authorization, req.decodedTarget, req.target, answer, userName);
     tagTELMIAuthReq authReq {};
     if (fault == DigestAnswerFault::otherTarget) {
         GATEWAYD_LOG(gwlog::kWarning, "TELMI request from %s refused: its Digest answer names another target",
@@ -106,11 +94,11 @@ void checkCredentials(const TelmiLibrary& library, const Arrival& arrival, const
         refuse(res, 400, "the Authorization header is not a well-formed Digest answer");
         return;
     }
-    authReq.httpPort = arrival.httpPort;
+    authReq.httpPort = httpPort;
     gwio::copyToField(authReq.lockKey, lockKey);
     gwio::copyToField(authReq.authHeader, answer);
     tagTelmiAuthRsp rsp {};
-    const int code = library.checkDigest(rsp, arrival.method, authReq, arrival.mode);
+    const int code = library.checkDigest(rsp, req.method, authReq, mode);
     const std::string challengeText(rsp.challenge, ::strnlen(rsp.challenge, sizeof(rsp.challenge)));
     if (code == 0) {
         admit(res, std::string(rsp.deviceIndex, ::strnlen(rsp.deviceIndex, sizeof(rsp.deviceIndex))));
@@ -122,12 +110,12 @@ void checkCredentials(const TelmiLibrary& library, const Arrival& arrival, const
         }
     } else if (code == kBadArgument && !challengeText.empty()) {
         refuse(res, 401, "authentication required: the credentials name no user", challengeText);
-    } else if (code == kNotFound && arrival.mode == ZQConfigMgr::userMode) {
+    } else if (code == kNotFound && mode == ZQConfigMgr::userMode) {
         // An unknown user name is answered like a wrong password, so names cannot be probed.
-        ZQ_BASE_CheckDigest(arrival.method.c_str(), answer.c_str(), kNoAccountHA1);
+        ZQ_BASE_CheckDigest(req.method.c_str(), answer.c_str(), kNoAccountHA1);
         refuse(res, 401, "authentication required", digestChallenge(false));
     } else if (code == kNotFound) {
-        refuse(res, 404, "no device is bound to gateway port " + std::to_string(arrival.httpPort));
+        refuse(res, 404, "no device is bound to gateway port " + std::to_string(httpPort));
     } else {
         GATEWAYD_LOG(gwlog::kError, "TELMI Digest check failed with code %d", code);
         refuse(res, 500, "the gateway cannot check credentials (code " + std::to_string(code) + ")");
@@ -145,22 +133,19 @@ uint16_t decimalPort(const std::string& text) {
 
 }  // namespace
 
-void installTelmiAdmission(httplib::Server& server, const TelmiLibrary& library) {
-    server.Get(".*", [&library](const httplib::Request& req, httplib::Response& res) {
-        const std::string mode = req.get_header_value("X-TELMI-Mode");
-        Arrival arrival {mode == "port" ? ZQConfigMgr::portMode : ZQConfigMgr::userMode,
-                         decimalPort(req.get_header_value("X-TELMI-Port")), req.get_header_value("X-TELMI-Client"),
-                         req.get_header_value("X-TELMI-Method"), req.target};
-        if ((mode != "user" && mode != "port") || arrival.httpPort == 0 || arrival.method.empty() ||
-            arrival.target.empty()) {
-            refuse(res, 400, "the request did not come through one of the gateway's TELMI ports");
-            return;
-        }
-        const DigestScopeGuard scope(arrival.mode == ZQConfigMgr::portMode
-                                         ? ZQGateway::portModeScope(arrival.httpPort)
-                                         : ZQGateway::userModeScope());
-        checkCredentials(library, arrival, req, res);
-    });
+AdmissionAnswer decideAdmission(const TelmiLibrary& library, const AdmissionRequest& request) {
+    AdmissionAnswer answer;
+    const uint16_t httpPort = decimalPort(request.port);
+    if ((request.mode != "user" && request.mode != "port") || httpPort == 0 || request.method.empty() ||
+        request.target.empty()) {
+        refuse(answer, 400, "the request did not come through one of the gateway's TELMI ports");
+        return answer;
+    }
+    const ZQConfigMgr::TELMIMode mode = request.mode == "port" ? ZQConfigMgr::portMode : ZQConfigMgr::userMode;
+    const DigestScopeGuard scope(mode == ZQConfigMgr::portMode ? ZQGateway::portModeScope(httpPort)
+                                                               : ZQGateway::userModeScope());
+    checkCredentials(library, mode, httpPort, request, answer);
+    return answer;
 }
 
 }  // namespace gatewayd

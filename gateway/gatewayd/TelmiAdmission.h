@@ -12,12 +12,30 @@
 // challenge in WWW-Authenticate.
 #pragma once
 
-#include <httplib.h>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "TelmiLibrary.h"
 
 namespace gatewayd {
 
-void installTelmiAdmission(httplib::Server& server, const TelmiLibrary& library);
+// One admission question, as nginx's sub-request puts it.
+struct AdmissionRequest {
+    std::string mode;           // X-TELMI-Mode
+    std::string port;           // X-TELMI-Port
+    std::string client;         // X-TELMI-Client
+    std::string method;         // X-TELMI-Method
+    std::string target;         // the sub-request's target: the client's, as sent
+    std::string decodedTarget;  // X-TELMI-Target, decoded as much as authorization is (DigestAnswer.h)
+    std::string authorization;  // the client's Authorization
+};
+
+struct AdmissionAnswer {
+    int status = 204;
+    std::vector<std::pair<std::string, std::string>> headers;
+};
+
+AdmissionAnswer decideAdmission(const TelmiLibrary& library, const AdmissionRequest& request);
 
 }  // namespace gatewayd

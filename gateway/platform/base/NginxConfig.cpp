@@ -50,7 +50,8 @@ std::string nginxMainConfig(const NginxFiles& files, const NginxServices& servic
         "    reset_timedout_connection on;\n"
         "    limit_conn_zone $binary_remote_addr zone=telmi_clients:1m;\n"
         "    limit_conn_status 429;\n"
-        // The host serves each kept connection with a thread of its own: max_conns bounds them.
+        // The API serves each kept connection with a thread of its own: max_conns bounds them
+        // (and the admission loop's connections, so that a flood waits in nginx).
         "    upstream telmi_auth {\n        server unix:" + files.authSocket +
         " max_conns=96;\n        zone telmi_auth 64k;\n        keepalive 32;\n        keepalive_timeout 10s;\n    }\n"
         "    upstream gateway_api {\n        server unix:" + files.apiSocket +

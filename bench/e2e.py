@@ -10,6 +10,8 @@
   mod_proxy_http in front of the device. Every row's client sends a Digest answer of its own per
   request (to a made-up nonce where nothing checks it), so that the client, which shares the
   machine, costs every row the same; requests that fail are counted, not hidden;
+- RTSP relay throughput: what 4 clients read at once through the media daemon, beside what
+  they read straight from the device, from a device that sends as fast as it is read;
 - resident memory of the management service empty, then with 10,000 TELMI users and 1,000
   port bindings.
 
@@ -26,6 +28,7 @@ import socket
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 
 import requests
@@ -145,6 +148,70 @@ ProxyPass / http://127.0.0.1:{device_port}/ ttl=4
     return ["/usr/sbin/apache2", "-f", conf, "-k", "stop"]
 
 
+def streaming_device():
+    """An RTSP address that streams as fast as it is read: the relay, not the source, sets the pace."""
+    server = socket.create_server(("127.0.0.1", 0))
+    chunk = b"\x80" * 65536
+
+    def stream(connection):
+        with connection:
+            try:
+                while True:
+                    connection.sendall(chunk)
+            except OSError:
+                pass
+
+    def accept():
+        while True:
+            try:
+                connection, _ = server.accept()
+            except OSError:
+                return
+            threading.Thread(target=stream, args=(connection,), daemon=True).start()
+
+    threading.Thread(target=accept, daemon=True).start()
+    return server
+
+
+def read_rate(port, seconds, clients=4):
+    """MB/s that `clients` connections read at once, each having sent a request first."""
+    totals = [0] * clients
+
+    def read(number):
+        buffer = bytearray(1 << 20)
+        with socket.create_connection(("127.0.0.1", port)) as connection:
+            connection.sendall(b"OPTIONS rtsp://127.0.0.1/ RTSP/1.0\r\nCSeq: 1\r\n\r\n")
+            end = time.monotonic() + seconds
+            while time.monotonic() < end:
+                count = connection.recv_into(buffer)
+                if count == 0:
+                    break
+                totals[number] += count
+
+    readers = [threading.Thread(target=read, args=(n,)) for n in range(clients)]
+    for reader in readers:
+        reader.start()
+    for reader in readers:
+        reader.join()
+    return sum(totals) / seconds / 1e6
+
+
+def relay_rows(api, session, seconds):
+    """RTSP bytes per second straight from a device and through the media daemon's relay."""
+    device = streaming_device()
+    try:
+        address = f"rtsp://127.0.0.1:{device.getsockname()[1]}"
+        added = session.post(f"{api}/api/devices", json={"protocol": 4, "deviceID": "RELAY001", "rtspAddress": address,
+                                                         "telmiAddress": f"http://127.0.0.1:{free_port()}"}).json()
+        bound = session.post(f"{api}/api/ports", json={"deviceIDs": ["RELAY001"]}).json()["results"][0]
+        if bound.get("code") != 0:
+            raise RuntimeError(f"the relay device was not bound: {added} {bound}")
+        return {"direct_mbps": read_rate(device.getsockname()[1], seconds),
+                "relayed_mbps": read_rate(bound["rtspPort"], seconds)}
+    finally:
+        device.close()
+
+
 def request_rows(home, api, session, seconds, device_ids, device_ports, port_password):
     """The five rows, each against a device of its own."""
     answers = int(ANSWERS_PER_SECOND * seconds / THREADS)
@@ -230,6 +297,7 @@ def main():
         device_ids = [devsim.stdout.readline().split()[0] for _ in range(5)]
         figures["rows"] = request_rows(home, api, session, args.seconds, device_ids,
                                        [device_http + n for n in range(5)], port_password)
+        figures["relay"] = relay_rows(api, session, args.seconds)
 
         if args.requests_only:
             return

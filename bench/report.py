@@ -108,6 +108,14 @@ def main():
             f"{apache['rps'] / nginx['rps'] * 100:.0f}% of (b)", "reference", True)
     else:
         missing("TELMI requests/s through the gateway's ports", ">= 80% of nginx direct, ahead of Apache")
+    relay = (e2e or {}).get("relay")
+    if relay:
+        ratio = relay["relayed_mbps"] / relay["direct_mbps"]
+        row("RTSP relay, 4 clients at once", f"{relay['relayed_mbps']:.0f} MB/s",
+            f"{relay['direct_mbps']:.0f} MB/s straight from the device", f"{ratio * 100:.0f}%", "reference for changes",
+            True)
+    else:
+        missing("RTSP relay, 4 clients at once", "reference for changes")
     if e2e and "rss_filled_kib" in e2e:
         grown = (e2e["rss_filled_kib"] - e2e["rss_empty_kib"]) / 1024
         row(f"host service memory, {e2e['stored_users']} users + {e2e['stored_bindings']} bindings",

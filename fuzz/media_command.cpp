@@ -16,7 +16,7 @@
 namespace {
 
 mediad::MediaCommands& commands() {
-    static mediad::EventLoop loop;
+    static gwio::EventLoop loop([](const std::string&) {});
     static mediad::RtspListeners listeners(loop, [](gwio::UniqueFd, const std::string&) {});
     static mediad::DeviceDirectory directory;
     static mediad::MediaCommands instance(listeners, directory);

@@ -3,13 +3,15 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <poll.h>
+#include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <sys/timerfd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 
 #include "DevsimLog.h"
 #include "PcmuTone.h"
@@ -42,19 +44,22 @@ gwio::UniqueFd listenOnLoopback(int port, std::string& error) {
 
 }  // namespace
 
-RtspServer::Client::Client(const Source& source, gwio::UniqueFd socket, std::mt19937& random)
+RtspServer::Client::Client(RtspServer& server, const Source& source, gwio::UniqueFd socket)
     : source(source),
       socket(std::move(socket)),
-      session(source.stream, random),
+      watch(server.loop_, this->socket.get(), [&server, this](uint32_t events) { server.serve(*this, events); }),
+      session(source.stream, server.random_),
       input(kInputCapacity),
       output(kMaxPendingOutput) {}
 
 RtspServer::RtspServer(const std::vector<DeviceSpec>& devices, size_t maxClients)
-    : maxClients_(maxClients), random_(std::random_device {}()) {
+    : loop_([](const std::string& what) { log(LogLevel::error, "RTSP sources: %s", what.c_str()); }),
+      maxClients_(maxClients),
+      random_(std::random_device {}()) {
     // Filled once: clients refer to their source for as long as they live.
     sources_.reserve(devices.size());
     for (const auto& device : devices) {
-        sources_.push_back(Source {StreamSource {device, pcmuToneSecond(device.toneHz)}, {}});
+        sources_.push_back(Source {StreamSource {device, pcmuToneSecond(device.toneHz)}, {}, {}});
     }
 }
 
@@ -69,10 +74,29 @@ bool RtspServer::start(std::string& error) {
                     std::to_string(source.stream.device.rtspPort) + " cannot be listened on: " + why;
             return false;
         }
+        source.watch = std::make_unique<gwio::Watch>(loop_, source.listener.get(),
+                                                     [this, &source](uint32_t) { accept(source); });
     }
     wake_.reset(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC));
-    if (!wake_.valid()) {
-        error = std::string("eventfd: ") + std::strerror(errno);
+    pacer_.reset(::timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
+    if (!loop_.valid() || !wake_.valid() || !pacer_.valid()) {
+        error = std::string("epoll, eventfd or timerfd: ") + std::strerror(errno);
+        return false;
+    }
+    wakeWatch_ = std::make_unique<gwio::Watch>(loop_, wake_.get(), [this](uint32_t) { loop_.stop(); });
+    pacerWatch_ = std::make_unique<gwio::Watch>(loop_, pacer_.get(), [this](uint32_t) {
+        uint64_t expirations = 0;
+        if (::read(pacer_.get(), &expirations, sizeof(expirations)) < 0 && errno != EAGAIN) {
+            log(LogLevel::error, "RTSP pacing timer: %s", std::strerror(errno));
+        }
+        pace();
+    });
+    bool watched = wakeWatch_->setEvents(EPOLLIN) && pacerWatch_->setEvents(EPOLLIN);
+    for (auto& source : sources_) {
+        watched = watched && source.watch->setEvents(EPOLLIN);
+    }
+    if (!watched) {
+        error = std::string("the RTSP sockets cannot be watched: ") + std::strerror(errno);
         return false;
     }
     thread_ = std::thread(&RtspServer::run, this);
@@ -90,55 +114,16 @@ void RtspServer::stop() {
 }
 
 void RtspServer::run() {
-    std::vector<pollfd> watched;
-    while (true) {
-        const int timeout = pace(Clock::now());
-        clients_.erase(std::remove_if(clients_.begin(), clients_.end(), [](const auto& c) { return c->gone; }),
-                       clients_.end());
-        watched.clear();
-        watched.push_back({wake_.get(), POLLIN, 0});
-        for (const auto& source : sources_) {
-            watched.push_back({source.listener.get(), POLLIN, 0});
-        }
-        for (const auto& client : clients_) {
-            const bool reading = !client->closing && !client->input.full();
-            const short events = static_cast<short>((reading ? POLLIN : 0) | (client->output.empty() ? 0 : POLLOUT));
-            watched.push_back({client->socket.get(), events, 0});
-        }
-        if (::poll(watched.data(), watched.size(), timeout) < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            log(LogLevel::error, "RTSP sources stopped: poll failed: %s", std::strerror(errno));
-            break;
-        }
-        if (watched[0].revents != 0) {
-            break;
-        }
-        // Clients accepted now are appended behind the ones polled.
-        const size_t polled = clients_.size();
-        for (size_t i = 0; i < sources_.size(); ++i) {
-            if (watched[1 + i].revents & POLLIN) {
-                accept(sources_[i]);
-            }
-        }
-        for (size_t i = 0; i < polled; ++i) {
-            const short events = watched[1 + sources_.size() + i].revents;
-            Client& client = *clients_[i];
-            if (events & (POLLIN | POLLHUP | POLLERR)) {
-                receive(client);
-            }
-            if ((events & POLLOUT) && !client.gone) {
-                send(client);
-            }
-        }
+    if (!loop_.run()) {
+        log(LogLevel::error, "RTSP sources stopped: the event loop failed");
     }
     log(LogLevel::info, "RTSP sources stopped with %zu clients connected", clients_.size());
     clients_.clear();
 }
 
-int RtspServer::pace(Clock::time_point now) {
-    int timeout = -1;
+void RtspServer::pace() {
+    const Clock::time_point now = Clock::now();
+    std::optional<Clock::time_point> next;
     for (auto& pointer : clients_) {
         Client& client = *pointer;
         if (client.gone || client.closing || !client.session.playing()) {
@@ -155,14 +140,24 @@ int RtspServer::pace(Clock::time_point now) {
             client.output.append(packets);
             if (client.output.size() > kMaxPendingOutput) {
                 drop(client, "it does not keep up with the stream");
+            } else {
+                send(client);
+            }
+            watch(client);
+            if (client.gone) {
                 continue;
             }
-            send(client);
         }
-        const auto wait = std::chrono::ceil<std::chrono::milliseconds>(client.nextPacket - now).count();
-        timeout = timeout < 0 ? static_cast<int>(wait) : std::min(timeout, static_cast<int>(wait));
+        next = next ? std::min(*next, client.nextPacket) : client.nextPacket;
     }
-    return timeout;
+    // A zero time would disarm the timer: a packet due already fires in a nanosecond.
+    const auto wait = next ? std::max(std::chrono::nanoseconds(1), *next - now) : std::chrono::nanoseconds(0);
+    itimerspec due {};
+    due.it_value.tv_sec = static_cast<time_t>(wait.count() / 1000000000);
+    due.it_value.tv_nsec = static_cast<long>(wait.count() % 1000000000);
+    if (::timerfd_settime(pacer_.get(), 0, &due, nullptr) != 0) {
+        log(LogLevel::error, "RTSP pacing timer: %s", std::strerror(errno));
+    }
 }
 
 void RtspServer::accept(const Source& source) {
@@ -182,8 +177,38 @@ void RtspServer::accept(const Source& source) {
         }
         const int yes = 1;
         ::setsockopt(socket.get(), IPPROTO_TCP, TCP_NODELAY, &yes, sizeof(yes));
-        clients_.push_back(std::make_unique<Client>(source, std::move(socket), random_));
+        clients_.push_back(std::make_unique<Client>(*this, source, std::move(socket)));
+        watch(*clients_.back());
         log(LogLevel::info, "device %s: RTSP client connected", source.stream.device.deviceID.c_str());
+    }
+}
+
+void RtspServer::serve(Client& client, uint32_t events) {
+    if (events & (EPOLLIN | EPOLLHUP | EPOLLERR)) {
+        receive(client);
+    }
+    if ((events & EPOLLOUT) && !client.gone) {
+        send(client);
+    }
+    watch(client);
+}
+
+void RtspServer::watch(Client& client) {
+    if (client.gone) {
+        if (client.watch.events() != 0) {
+            client.watch.stop();
+            loop_.post([this] {
+                clients_.erase(std::remove_if(clients_.begin(), clients_.end(), [](const auto& c) { return c->gone; }),
+                               clients_.end());
+            });
+        }
+        return;
+    }
+    const bool reading = !client.closing && !client.input.full();
+    const uint32_t events = (reading ? uint32_t {EPOLLIN} : 0) | (client.output.empty() ? 0 : uint32_t {EPOLLOUT});
+    if (!client.watch.setEvents(events) && events != 0) {
+        drop(client, "its socket cannot be watched");
+        watch(client);
     }
 }
 
@@ -206,6 +231,7 @@ void RtspServer::receive(Client& client) {
     if (!wasPlaying && client.session.playing()) {
         client.nextPacket = Clock::now();
         log(LogLevel::info, "device %s: RTSP client plays", client.source.stream.device.deviceID.c_str());
+        pace();
     }
     if (close) {
         client.closing = true;

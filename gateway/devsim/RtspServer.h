@@ -1,5 +1,6 @@
 // The RTSP sources of all simulated devices: one listener per device on 127.0.0.1:rtspPort and
-// every client connection, served by one thread with poll(), packets paced in real time.
+// every client connection, served by one thread with the gateway's event loop, packets paced in
+// real time by a timer.
 // A client that does not keep up (more than kMaxPendingOutput unsent) is dropped.
 #pragma once
 
@@ -13,6 +14,7 @@
 
 #include "ByteBuffer.h"
 #include "DeviceSpec.h"
+#include "EventLoop.h"
 #include "RtspSession.h"
 #include "UniqueFd.h"
 
@@ -37,11 +39,13 @@ private:
     struct Source {
         StreamSource stream;
         gwio::UniqueFd listener;
+        std::unique_ptr<gwio::Watch> watch;
     };
     struct Client {
-        Client(const Source& source, gwio::UniqueFd socket, std::mt19937& random);
+        Client(RtspServer& server, const Source& source, gwio::UniqueFd socket);
         const Source& source;
         gwio::UniqueFd socket;
+        gwio::Watch watch;
         RtspSession session;
         gwio::ByteBuffer input;
         gwio::ByteBuffer output;
@@ -51,19 +55,26 @@ private:
     };
 
     void run();
-    // Sends the packets that are due; the time until the next one is due, or -1 when no
-    // client plays.
-    int pace(Clock::time_point now);
+    // Sends the packets that are due, then sets the pacing timer for the next one (off when no
+    // client plays).
+    void pace();
     void accept(const Source& source);
+    void serve(Client& client, uint32_t events);
     void receive(Client& client);
     void send(Client& client);
     void drop(Client& client, const char* why);
+    // Watches what the client's state calls for; a client that is gone leaves after the batch.
+    void watch(Client& client);
 
+    gwio::EventLoop loop_;
     std::vector<Source> sources_;
     std::vector<std::unique_ptr<Client>> clients_;
     const size_t maxClients_;
     std::mt19937 random_;
     gwio::UniqueFd wake_;
+    std::unique_ptr<gwio::Watch> wakeWatch_;
+    gwio::UniqueFd pacer_;
+    std::unique_ptr<gwio::Watch> pacerWatch_;
     std::thread thread_;
 };
 

@@ -14,8 +14,10 @@
 namespace mediad {
 
 using gwio::ByteBuffer;
+using gwio::EventLoop;
 using gwio::IoResult;
 using gwio::UniqueFd;
+using gwio::Watch;
 
 // Answers held for a client that does not read them before its commands are read no more.
 constexpr size_t kMaxPendingAnswerBytes = 1u << 20;

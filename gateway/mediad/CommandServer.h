@@ -14,7 +14,9 @@
 
 namespace mediad {
 
+using gwio::EventLoop;
 using gwio::UniqueFd;
+using gwio::Watch;
 
 class CommandServer {
 public:

@@ -15,8 +15,10 @@
 namespace mediad {
 
 using gwio::ByteBuffer;
+using gwio::EventLoop;
 using gwio::IoResult;
 using gwio::UniqueFd;
+using gwio::Watch;
 
 // Bytes held per direction; a side is not read while its bytes wait for the other side.
 constexpr size_t kRelayBufferBytes = 64 * 1024;

@@ -16,7 +16,9 @@
 
 namespace mediad {
 
+using gwio::EventLoop;
 using gwio::UniqueFd;
+using gwio::Watch;
 
 struct RelayLimits {
     size_t maxRelays = 1024;

@@ -15,7 +15,9 @@
 
 namespace mediad {
 
+using gwio::EventLoop;
 using gwio::UniqueFd;
+using gwio::Watch;
 
 enum class ListenOutcome {
     listening,

@@ -70,7 +70,7 @@ int serve(const Options& options) {
         MEDIAD_LOG(gwlog::kError, "media daemon not started: %s", error.c_str());
         return 1;
     }
-    EventLoop loop;
+    EventLoop loop([](const std::string& what) { MEDIAD_LOG(gwlog::kError, "%s", what.c_str()); });
     DeviceDirectory directory;
     RelaySessions relays(loop, directory, options.relays);
     if (!loop.valid() || !relays.valid()) {

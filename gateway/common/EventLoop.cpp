@@ -3,12 +3,12 @@
 #include <sys/epoll.h>
 
 #include <cerrno>
+#include <cstring>
 
-#include "MediadLog.h"
+namespace gwio {
 
-namespace mediad {
-
-EventLoop::EventLoop() : epoll_(::epoll_create1(EPOLL_CLOEXEC)) {}
+EventLoop::EventLoop(ErrorReport reportError)
+    : epoll_(::epoll_create1(EPOLL_CLOEXEC)), reportError_(std::move(reportError)) {}
 
 bool EventLoop::control(int op, int fd, uint32_t events, Watch* watch) {
     epoll_event event {};
@@ -24,7 +24,7 @@ bool EventLoop::run() {
     while (running_) {
         const int count = ::epoll_wait(epoll_.get(), events, kBatch, -1);
         if (count < 0 && errno != EINTR) {
-            MEDIAD_LOG(gwlog::kError, "epoll_wait failed: errno %d", errno);
+            reportError_(std::string("epoll_wait failed: ") + std::strerror(errno));
             return false;
         }
         for (int i = 0; i < count; ++i) {
@@ -57,7 +57,7 @@ bool Watch::setEvents(uint32_t events) {
     }
     if (!ok) {
         const int error = errno;
-        MEDIAD_LOG(gwlog::kError, "epoll_ctl on descriptor %d failed: errno %d", fd_, error);
+        loop_.reportError_("epoll_ctl on descriptor " + std::to_string(fd_) + " failed: " + std::strerror(error));
         if (events != 0 && events_ != 0) {
             // A failed change leaves nothing half registered.
             loop_.control(EPOLL_CTL_DEL, fd_, 0, this);
@@ -71,4 +71,4 @@ bool Watch::setEvents(uint32_t events) {
     return true;
 }
 
-}  // namespace mediad
+}  // namespace gwio

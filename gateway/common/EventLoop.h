@@ -1,22 +1,25 @@
-// One epoll loop that serves every socket of the daemon on one thread.
+// One epoll loop that serves every socket of a program on one thread (zqmediad's relays and
+// commands, zqdevsim's RTSP sources). Timers are descriptors too (timerfd), watched like sockets.
 #pragma once
 
 #include <cstdint>
 #include <functional>
+#include <string>
 #include <unordered_set>
 #include <vector>
 
 #include "UniqueFd.h"
 
-namespace mediad {
-
-using gwio::UniqueFd;
+namespace gwio {
 
 class Watch;
 
 class EventLoop {
 public:
-    EventLoop();
+    // reportError words a failure of epoll itself in the program's log.
+    using ErrorReport = std::function<void(const std::string& what)>;
+
+    explicit EventLoop(ErrorReport reportError);
     bool valid() const { return epoll_.valid(); }
 
     // Dispatches events until stop(); false when epoll itself fails.
@@ -32,6 +35,7 @@ private:
     void forget(const Watch* watch) { forgotten_.insert(watch); }
 
     UniqueFd epoll_;
+    ErrorReport reportError_;
     bool running_ = false;
     std::vector<std::function<void()>> posted_;
     // Watches unregistered during the current batch: their already fetched events are dropped.
@@ -63,4 +67,4 @@ private:
     uint32_t events_ = 0;
 };
 
-}  // namespace mediad
+}  // namespace gwio

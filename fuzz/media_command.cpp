@@ -16,7 +16,7 @@
 namespace {
 
 mediad::MediaCommands& commands() {
-    static gwio::EventLoop loop([](const std::string&) {});
+    static gwio::EventLoop loop {[](const std::string&) {}};
     static mediad::RtspListeners listeners(loop, [](gwio::UniqueFd, const std::string&) {});
     static mediad::DeviceDirectory directory;
     static mediad::MediaCommands instance(listeners, directory);

@@ -24,7 +24,7 @@ using ZQGateway::kMediaFrameHeader;
 constexpr size_t kMaxStream = 2048;
 
 struct Daemon {
-    gwio::EventLoop loop([](const std::string&) {});
+    gwio::EventLoop loop {[](const std::string&) {}};
     mediad::RtspListeners listeners{loop, [](gwio::UniqueFd, const std::string&) {}};
     mediad::DeviceDirectory directory;
     mediad::MediaCommands commands{listeners, directory};

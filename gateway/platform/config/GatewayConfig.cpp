@@ -2,6 +2,7 @@
 
 #include "config/FileLock.h"
 #include "config/NetworkRange.h"
+#include "config/SettingsSchema.h"
 #include "JsonText.h"
 
 #include <fstream>
@@ -73,7 +74,7 @@ ConfigContent fromJson(const Json::Value& root) {
     s.nonceLifetimeSec = intMember(root, "nonceLifetimeSec", s.nonceLifetimeSec, 1, INT32_MAX);
     s.lockPeriodSec = intMember(root, "lockPeriodSec", s.lockPeriodSec, 1, INT32_MAX);
     s.listenerCheckSec = intMember(root, "listenerCheckSec", s.listenerCheckSec, 0, 86400);
-    s.logLevel = intMember(root, "logLevel", s.logLevel, INT32_MIN, INT32_MAX);
+    s.logLevel = logLevelOf(root["logLevel"]).value_or(s.logLevel);
     s.logFile = textMember(root, "logFile", s.logFile);
     s.managementPort = static_cast<uint16_t>(intMember(root, "managementPort", s.managementPort, 1, 65535));
     s.telmiUserPort = static_cast<uint16_t>(intMember(root, "telmiUserPort", s.telmiUserPort, 0, 65535));

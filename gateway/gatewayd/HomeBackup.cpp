@@ -71,6 +71,19 @@ bool createPrivateFile(const std::string& path, std::string& error) {
     return true;
 }
 
+// SQLite creates the store's -wal and -shm files for any connection, a reading one included: run
+// by root, they would otherwise lock the service user out of its own store.
+void giveStoreFilesToHomeOwner() {
+    for (const char* suffix : {"-wal", "-shm"}) {
+        const std::string path = ZQ_Gateway_HomePath(std::string(kStoreFile) + suffix);
+        const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        if (fd >= 0) {
+            ZQ_Gateway_GiveToHomeOwner(fd, path);
+            ::close(fd);
+        }
+    }
+}
+
 bool storeHomeFiles(sqlite3* db, std::string& error) {
     if (!execute(db, "CREATE TABLE home_files (name TEXT PRIMARY KEY, content BLOB NOT NULL)", error)) {
         return false;
@@ -142,17 +155,17 @@ std::string runningDaemon() {
 
 bool backupHome(const std::string& path, std::string& error) {
     const std::string partial = path + ".partial";
-    Database store = openDatabase(ZQ_Gateway_HomePath(kStoreFile), SQLITE_OPEN_READONLY, error);
-    if (!store || !createPrivateFile(partial, error)) {
-        return false;
-    }
     bool written = false;
     {
-        Database backup = openDatabase(partial, SQLITE_OPEN_READWRITE, error);
+        Database store = openDatabase(ZQ_Gateway_HomePath(kStoreFile), SQLITE_OPEN_READONLY, error);
+        Database backup = store && createPrivateFile(partial, error)
+                              ? openDatabase(partial, SQLITE_OPEN_READWRITE, error)
+                              : Database(nullptr, &sqlite3_close);
         // A backup is a single file: the store's WAL mode is not kept.
         written = backup && copyDatabase(store.get(), backup.get(), error) &&
                   execute(backup.get(), "PRAGMA journal_mode=DELETE", error) && storeHomeFiles(backup.get(), error);
     }
+    giveStoreFilesToHomeOwner();
     if (written && std::rename(partial.c_str(), path.c_str()) != 0) {
         error = path + ": cannot be written";
         written = false;
@@ -184,9 +197,14 @@ bool restoreHome(const std::string& path, std::string& error) {
     if (!createPrivateFile(storePath, error)) {
         return false;
     }
-    Database store = openDatabase(storePath, SQLITE_OPEN_READWRITE, error);
-    return store && copyDatabase(backup.get(), store.get(), error) &&
-           execute(store.get(), "DROP TABLE home_files", error) && restoreHomeFiles(backup.get(), error);
+    bool restored = false;
+    {
+        Database store = openDatabase(storePath, SQLITE_OPEN_READWRITE, error);
+        restored = store && copyDatabase(backup.get(), store.get(), error) &&
+                   execute(store.get(), "DROP TABLE home_files", error) && restoreHomeFiles(backup.get(), error);
+    }
+    giveStoreFilesToHomeOwner();
+    return restored;
 }
 
 }  // namespace gatewayd

@@ -58,10 +58,15 @@ bool settingsValid(const char* program, const std::string& path) {
 
 int runCheck(const Options& options) {
     const std::string path = options.settingsFile.empty() ? ZQ_Gateway_HomePath(kSettingsFile) : options.settingsFile;
+    // An absent file in a home means the defaults; a file named on the command line must be there.
+    if (!options.settingsFile.empty() && ::access(path.c_str(), R_OK) != 0) {
+        std::fprintf(stderr, "zqgatewayd check: %s cannot be read\n", path.c_str());
+        return 1;
+    }
     if (!settingsValid("zqgatewayd check", path)) {
         return 1;
     }
-    std::printf("%s: valid\n", path.c_str());
+    std::printf(::access(path.c_str(), F_OK) == 0 ? "%s: valid\n" : "%s: absent, the defaults apply\n", path.c_str());
     return 0;
 }
 

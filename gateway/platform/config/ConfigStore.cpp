@@ -7,7 +7,6 @@
 #include "ZQGatewayHome.h"
 #include "base/Md5Hex.h"
 #include "config/GatewayConfig.h"
-#include "config/NetworkRange.h"
 #include "config/SettingsSchema.h"
 
 namespace {
@@ -119,19 +118,14 @@ int ZQ_Gateway_GetSettings(ZQGateway::tagGatewaySettings& settings) {
 }
 
 int ZQ_Gateway_SetSettings(const ZQGateway::tagGatewaySettings& settings) {
-    const auto& s = settings;
-    if (!zqgw::validRealm(s.realm) || s.httpPortFirst == 0 || s.httpPortFirst > s.httpPortLast || s.rtspPortFirst == 0 ||
-        s.rtspPortFirst > s.rtspPortLast || s.nonceLifetimeSec <= 0 || s.lockPeriodSec <= 0 ||
-        s.managementPort == 0 || !zqgw::validServiceUser(s.serviceUser)) {
-        return ZQGateway::configBadArgument;
-    }
-    for (const std::string& network : s.allowedDeviceNetworks) {
-        if (!zqgw::NetworkRange::parse(network)) {
-            return ZQGateway::configBadArgument;
+    // The rules a start checks the file against: what is stored here must pass them.
+    return GatewayConfig::instance().modify([&settings](ConfigContent& c) {
+        ConfigContent next = c;
+        next.settings = settings;
+        if (!zqgw::settingsProblems(zqgw::contentJson(next)).empty()) {
+            return static_cast<int>(ZQGateway::configBadArgument);
         }
-    }
-    return GatewayConfig::instance().modify([&](ConfigContent& c) {
-        c.settings = settings;
+        c = next;
         return 0;
     });
 }

@@ -85,7 +85,9 @@ ConfigContent fromJson(const Json::Value& root) {
     return c;
 }
 
-Json::Value toJson(const ConfigContent& c) {
+}  // namespace
+
+Json::Value contentJson(const ConfigContent& c) {
     const tagGatewaySettings& s = c.settings;
     Json::Value root(Json::objectValue);
     root["telmiParam"] = c.telmiParam;
@@ -112,6 +114,8 @@ Json::Value toJson(const ConfigContent& c) {
     root["managers"] = ha1Object(c.managerHA1);
     return root;
 }
+
+namespace {
 
 bool sameFile(const struct stat& a, const struct stat& b) {
     return a.st_ino == b.st_ino && a.st_size == b.st_size && a.st_mtim.tv_sec == b.st_mtim.tv_sec &&
@@ -193,7 +197,7 @@ int GatewayConfig::modify(const std::function<int(ConfigContent&)>& change) {
         result = change(next);
     }
     if (result == ZQGateway::configOk) {
-        if (ZQ_Gateway_WriteFileAtomically(path_, gwapi::indentedJson(toJson(next)) + "\n", 0600) != 0) {
+        if (ZQ_Gateway_WriteFileAtomically(path_, gwapi::indentedJson(contentJson(next)) + "\n", 0600) != 0) {
             result = ZQGateway::configWriteFailed;
         } else {
             loaded_ = false;  // the next read takes the stamp of the new file

@@ -18,6 +18,18 @@ namespace {
 using Problems = std::vector<std::string>;
 
 constexpr int64_t kNoLimit = INT32_MAX;
+constexpr const char* kRealmRule = "1 to 64 characters, no '\"'";
+constexpr const char* kServiceUserRule = "letters, digits, '_' and '-', at most 32, not starting with '-', not root";
+
+bool validRealm(const std::string& realm) {
+    return !realm.empty() && realm.size() <= 64 && realm.find('"') == std::string::npos;
+}
+
+bool validServiceUser(const std::string& name) {
+    return !name.empty() && name.size() <= 32 && name != "root" && name[0] != '-' &&
+           name.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-") ==
+               std::string::npos;
+}
 
 // Writes "key: text" for one problem.
 void report(Problems& problems, const std::string& key, const std::string& text) {
@@ -150,16 +162,6 @@ void checkPortLayout(const std::optional<PortRange>& http, const std::optional<P
 }
 
 }  // namespace
-
-bool validRealm(const std::string& realm) {
-    return !realm.empty() && realm.size() <= 64 && realm.find('"') == std::string::npos;
-}
-
-bool validServiceUser(const std::string& name) {
-    return !name.empty() && name.size() <= 32 && name != "root" && name[0] != '-' &&
-           name.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-") ==
-               std::string::npos;
-}
 
 std::optional<int> logLevelOf(const Json::Value& value) {
     static const char* const kNames[] = {"DEBUG", "INFO", "WARN", "ERROR"};

@@ -11,11 +11,6 @@
 
 namespace zqgw {
 
-constexpr const char* kRealmRule = "1 to 64 characters, no '\"'";
-constexpr const char* kServiceUserRule = "letters, digits, '_' and '-', at most 32, not starting with '-', not root";
-bool validRealm(const std::string& realm);
-bool validServiceUser(const std::string& name);
-
 // The log level a "logLevel" value names: 2 to 5, or DEBUG, INFO, WARN, ERROR (any case).
 std::optional<int> logLevelOf(const Json::Value& value);
 

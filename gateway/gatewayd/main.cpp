@@ -209,7 +209,8 @@ int main(int argc, char** argv) {
                      "File whose first line is the TELMI port-mode admin password; - reads standard input "
                      "(default: a generated password, left in the home's port-admin-password file)");
     init->fallthrough();
-    CLI::App* check = app.add_subcommand("check", "Check gateway.json against its schema (docs/configuration.md) and list every problem");
+    CLI::App* check = app.add_subcommand(
+        "check", "Check gateway.json against its schema (docs/configuration.md) and list every problem");
     check->add_option("--file", options.settingsFile, "The settings file to check (default: the home's gateway.json)");
     check->fallthrough();
     CLI::App* backup = app.add_subcommand(

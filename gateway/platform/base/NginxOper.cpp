@@ -103,7 +103,8 @@ void stopOrphanedWorkers(const NginxFiles& p) {
         }
     }
     if (stopped) {
-        waitFor(kQuitWaitMs, [&settings] { return tcpListening(settings.managementPort) == std::optional<bool>(false); });
+        waitFor(kQuitWaitMs,
+                [&settings] { return tcpListening(settings.managementPort) == std::optional<bool>(false); });
     }
 }
 
@@ -280,7 +281,8 @@ std::vector<std::string> NginxOper::portsTaken(const Paths& p) {
         for (const TcpListener& listener : listeners.value_or(std::vector<TcpListener> {})) {
             const std::vector<int> holders = holdersOf(listener.inode);
             if (std::none_of(holders.begin(), holders.end(), [&p](int pid) { return ownNginx(p, pid); })) {
-                taken.push_back(what + " " + std::to_string(port) + " is already in use by " + describeHolders(holders));
+                taken.push_back(what + " " + std::to_string(port) + " is already in use by " +
+                                describeHolders(holders));
                 break;
             }
         }

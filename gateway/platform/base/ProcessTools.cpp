@@ -145,7 +145,8 @@ std::vector<int> allProcesses() {
 
 bool holdsFileUnder(int pid, const std::string& directory) {
     char resolved[PATH_MAX];
-    const std::string prefix = std::string(::realpath(directory.c_str(), resolved) != nullptr ? resolved : directory.c_str()) + "/";
+    const char* real = ::realpath(directory.c_str(), resolved);
+    const std::string prefix = std::string(real != nullptr ? real : directory.c_str()) + "/";
     DIR* fds = ::opendir(("/proc/" + std::to_string(pid) + "/fd").c_str());
     if (fds == nullptr) {
         return false;

@@ -183,35 +183,55 @@ std::vector<std::string> settingsProblems(const Json::Value& root) {
         problems.emplace_back("not a JSON object");
         return problems;
     }
-    std::optional<PortRange> http, rtsp;
-    ServicePorts services;
+    // Keys left out take their defaults, which the layout rules apply to as well.
+    const ZQGateway::tagGatewaySettings defaults;
+    std::optional<PortRange> http = PortRange {defaults.httpPortFirst, defaults.httpPortLast};
+    std::optional<PortRange> rtsp = PortRange {defaults.rtspPortFirst, defaults.rtspPortLast};
+    ServicePorts services {defaults.managementPort, defaults.telmiUserPort};
+
     using Check = std::function<void(const Json::Value&, const std::string&)>;
-    const auto integer = [&problems](int64_t low, int64_t high) -> Check {
-        return [&problems, low, high](const Json::Value& v, const std::string& key) { integerIn(v, key, low, high, problems); };
+    const auto integer = [&problems](int64_t low, int64_t high, std::optional<int64_t>* into = nullptr) -> Check {
+        return [&problems, low, high, into](const Json::Value& v, const std::string& key) {
+            const auto value = integerIn(v, key, low, high, problems);
+            if (into != nullptr) {
+                *into = value;
+            }
+        };
+    };
+    const auto text = [&problems](const std::function<bool(const std::string&)>& valid, const char* rule) -> Check {
+        return [&problems, valid, rule](const Json::Value& v, const std::string& key) {
+            checkText(v, key, valid, rule, problems);
+        };
+    };
+    const auto range = [&problems](std::optional<PortRange>& into) -> Check {
+        return [&problems, &into](const Json::Value& v, const std::string& key) { into = portRange(v, key, problems); };
+    };
+    const auto with = [&problems](void (*check)(const Json::Value&, const std::string&, Problems&)) -> Check {
+        return [&problems, check](const Json::Value& v, const std::string& key) { check(v, key, problems); };
+    };
+    const Check logLevel = [&problems](const Json::Value& v, const std::string& key) {
+        if (!logLevelOf(v)) {
+            report(problems, key, shown(v) + " is not a log level (DEBUG, INFO, WARN, ERROR or 2..5)");
+        }
     };
     const std::map<std::string, Check> checks = {
         {"telmiParam", integer(0, 1)},
-        {"realm", [&](const Json::Value& v, const std::string& key) { checkText(v, key, validRealm, kRealmRule, problems); }},
+        {"realm", text(validRealm, kRealmRule)},
         {"commPort", integer(0, 65535)},
         {"mediaTimeoutMs", integer(0, 65535)},
-        {"httpPorts", [&](const Json::Value& v, const std::string& key) { http = portRange(v, key, problems); }},
-        {"rtspPorts", [&](const Json::Value& v, const std::string& key) { rtsp = portRange(v, key, problems); }},
+        {"httpPorts", range(http)},
+        {"rtspPorts", range(rtsp)},
         {"nonceLifetimeSec", integer(1, kNoLimit)},
         {"lockPeriodSec", integer(1, kNoLimit)},
         {"listenerCheckSec", integer(0, 86400)},
-        {"logLevel",
-         [&](const Json::Value& v, const std::string& key) {
-             if (!logLevelOf(v)) {
-                 report(problems, key, shown(v) + " is not a log level (DEBUG, INFO, WARN, ERROR or 2..5)");
-             }
-         }},
-        {"logFile", [&](const Json::Value& v, const std::string& key) { checkText(v, key, {}, "", problems); }},
-        {"managementPort", [&](const Json::Value& v, const std::string& key) { services.management = integerIn(v, key, 1, 65535, problems); }},
-        {"telmiUserPort", [&](const Json::Value& v, const std::string& key) { services.user = integerIn(v, key, 0, 65535, problems); }},
-        {"serviceUser", [&](const Json::Value& v, const std::string& key) { checkText(v, key, validServiceUser, kServiceUserRule, problems); }},
-        {"allowedDeviceNetworks", [&](const Json::Value& v, const std::string& key) { checkNetworks(v, key, problems); }},
-        {"users", [&](const Json::Value& v, const std::string& key) { checkHA1s(v, key, problems); }},
-        {"managers", [&](const Json::Value& v, const std::string& key) { checkHA1s(v, key, problems); }},
+        {"logLevel", logLevel},
+        {"logFile", text({}, "")},
+        {"managementPort", integer(1, 65535, &services.management)},
+        {"telmiUserPort", integer(0, 65535, &services.user)},
+        {"serviceUser", text(validServiceUser, kServiceUserRule)},
+        {"allowedDeviceNetworks", with(checkNetworks)},
+        {"users", with(checkHA1s)},
+        {"managers", with(checkHA1s)},
     };
     for (const std::string& key : root.getMemberNames()) {
         const auto check = checks.find(key);
@@ -227,21 +247,6 @@ std::vector<std::string> settingsProblems(const Json::Value& root) {
             }
         }
         report(problems, key, text);
-    }
-    // Unset keys take their defaults, which the layout rules apply to as well.
-    const ZQGateway::tagGatewaySettings defaults;
-    const auto orDefault = [&root](const char* key, std::optional<PortRange>& range, int64_t first, int64_t last) {
-        if (!root.isMember(key)) {
-            range = PortRange {first, last};
-        }
-    };
-    orDefault("httpPorts", http, defaults.httpPortFirst, defaults.httpPortLast);
-    orDefault("rtspPorts", rtsp, defaults.rtspPortFirst, defaults.rtspPortLast);
-    if (!root.isMember("managementPort")) {
-        services.management = defaults.managementPort;
-    }
-    if (!root.isMember("telmiUserPort")) {
-        services.user = defaults.telmiUserPort;
     }
     checkPortLayout(http, rtsp, services, problems);
     return problems;

@@ -9,15 +9,23 @@ sigset_t blockStopSignals() {
     sigemptyset(&stopSignals);
     sigaddset(&stopSignals, SIGTERM);
     sigaddset(&stopSignals, SIGINT);
+    sigaddset(&stopSignals, SIGHUP);
     ::pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
     ::signal(SIGPIPE, SIG_IGN);
     return stopSignals;
 }
 
-int waitForStopSignal(const sigset_t& stopSignals) {
-    int signal = 0;
-    ::sigwait(&stopSignals, &signal);
-    return signal;
+int waitForStopSignal(const sigset_t& stopSignals, const std::function<void()>& onHangUp) {
+    for (;;) {
+        int signal = 0;
+        ::sigwait(&stopSignals, &signal);
+        if (signal != SIGHUP) {
+            return signal;
+        }
+        if (onHangUp) {
+            onHangUp();
+        }
+    }
 }
 
 }  // namespace gwio

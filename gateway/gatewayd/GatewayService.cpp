@@ -46,6 +46,14 @@ bool GatewayService::start(std::string& error) {
     while (!api_.is_running()) {
         ::usleep(1000);
     }
+    // A port another gateway holds would otherwise be shared with it, or keep nginx down.
+    if (const std::vector<std::string> taken = ZQ_Gateway_NginxPortsTaken(); !taken.empty()) {
+        for (const std::string& port : taken) {
+            error += (error.empty() ? "" : "; ") + port;
+        }
+        stop();
+        return false;
+    }
     // Start told any old nginx to quit and wrote the bindings' ports: nginx comes back up here.
     if (ZQBase::CNginxOper::getInstance()->Reboot() == 0) {
         error = "nginx could not be started; see " + ZQ_Gateway_HomePath("nginx/logs/error.log");

@@ -1,6 +1,9 @@
 // zqgatewayd: the reference gateway's management service, the host of libZQTELMIMgrBus.
 //   zqgatewayd [--home DIR] [--library PATH] [--mediad PATH] [--foreground]
 //   zqgatewayd init [--home DIR] [--password-file FILE|-] [--port-password-file FILE|-]
+//   zqgatewayd check [--home DIR] [--file FILE]
+//   zqgatewayd backup|restore [--home DIR] FILE
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,9 +12,11 @@
 #include <cstdlib>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "DetachedStart.h"
 #include "GatewayService.h"
+#include "HomeBackup.h"
 #include "GatewaydLog.h"
 #include "HomeInit.h"
 #include "SecretInput.h"
@@ -19,6 +24,8 @@
 #include "StopSignals.h"
 #include "TelmiLibrary.h"
 #include "ZQGatewayHome.h"
+#include "ZQGatewayLog.h"
+#include "ZQGatewayNginx.h"
 
 using namespace gatewayd;
 
@@ -33,7 +40,35 @@ struct Options {
     bool foreground = false;
     std::string passwordFile;
     std::string portPasswordFile;
+    std::string settingsFile;
+    std::string backupFile;
 };
+
+constexpr const char* kSettingsFile = "gateway.json";
+
+// The service takes its settings as written or not at all: a value it would have to replace
+// with a default makes it refuse, naming every problem.
+bool settingsValid(const char* program, const std::string& path) {
+    const std::vector<std::string> problems = ZQ_Gateway_CheckSettingsFile(path);
+    for (const std::string& problem : problems) {
+        std::fprintf(stderr, "%s: %s: %s\n", program, path.c_str(), problem.c_str());
+    }
+    return problems.empty();
+}
+
+int runCheck(const Options& options) {
+    const std::string path = options.settingsFile.empty() ? ZQ_Gateway_HomePath(kSettingsFile) : options.settingsFile;
+    // An absent file in a home means the defaults; a file named on the command line must be there.
+    if (!options.settingsFile.empty() && ::access(path.c_str(), R_OK) != 0) {
+        std::fprintf(stderr, "zqgatewayd check: %s cannot be read\n", path.c_str());
+        return 1;
+    }
+    if (!settingsValid("zqgatewayd check", path)) {
+        return 1;
+    }
+    std::printf(::access(path.c_str(), F_OK) == 0 ? "%s: valid\n" : "%s: absent, the defaults apply\n", path.c_str());
+    return 0;
+}
 
 // The two credentials, each from its file or generated; false with error when one fails.
 bool initialiseCredentials(const Options& options, const std::string& home, std::string& error) {
@@ -67,9 +102,25 @@ bool initialiseCredentials(const Options& options, const std::string& home, std:
     return true;
 }
 
+int runBackup(const Options& options, bool restore) {
+    std::string error;
+    if (ZQ_Gateway_HomeDir().empty()) {
+        error = "the gateway home cannot be created";
+    } else if (restore ? restoreHome(options.backupFile, error) : backupHome(options.backupFile, error)) {
+        std::printf(restore ? "gateway home %s restored from %s\n" : "gateway home %s backed up to %s\n",
+                    ZQ_Gateway_HomeDir().c_str(), options.backupFile.c_str());
+        return 0;
+    }
+    std::fprintf(stderr, "zqgatewayd %s: %s\n", restore ? "restore" : "backup", error.c_str());
+    return 1;
+}
+
 int runInit(const Options& options) {
     std::string error;
     const std::string home = ZQ_Gateway_HomeDir();
+    if (!home.empty() && !settingsValid("zqgatewayd init", ZQ_Gateway_HomePath(kSettingsFile))) {
+        return 1;
+    }
     ZQGateway::tagGatewaySettings settings;
     ZQ_Gateway_GetSettings(settings);
     if (home.empty()) {
@@ -85,6 +136,9 @@ int runInit(const Options& options) {
 }
 
 int runService(const Options& options) {
+    if (!ZQ_Gateway_HomeDir().empty() && !settingsValid("zqgatewayd", ZQ_Gateway_HomePath(kSettingsFile))) {
+        return 1;
+    }
     // Before any thread exists: the fork, and the signal mask every thread inherits.
     std::optional<gwio::DetachedStart> detached;
     if (!options.foreground) {
@@ -120,7 +174,14 @@ int runService(const Options& options) {
         detached->started(true);
     }
 
-    const int signal = gwio::waitForStopSignal(stopSignals);
+    // After a log rotation: this service's log, and nginx's logs through its master (USR1).
+    const int signal = gwio::waitForStopSignal(stopSignals, [] {
+        ZQ_Gateway_ReopenLog();
+        if (const int nginx = ZQ_Gateway_NginxMasterPid(); nginx != 0) {
+            ::kill(nginx, SIGUSR1);
+        }
+        GATEWAYD_LOG(gwlog::kStartEnd, "log files reopened");
+    });
     GATEWAYD_LOG(gwlog::kStartEnd, "gateway service stopping on signal %d", signal);
     service.reset();
     ::unlink(pidFile.c_str());
@@ -148,10 +209,29 @@ int main(int argc, char** argv) {
                      "File whose first line is the TELMI port-mode admin password; - reads standard input "
                      "(default: a generated password, left in the home's port-admin-password file)");
     init->fallthrough();
+    CLI::App* check = app.add_subcommand(
+        "check", "Check gateway.json against its schema (docs/configuration.md) and list every problem");
+    check->add_option("--file", options.settingsFile, "The settings file to check (default: the home's gateway.json)");
+    check->fallthrough();
+    CLI::App* backup = app.add_subcommand(
+        "backup", "Write the home's device store (a consistent copy, while the gateway runs), settings and keys "
+                  "to one owner-only file");
+    CLI::App* restore = app.add_subcommand(
+        "restore", "Put a backup in place of the home's device store, settings and keys (the gateway must be stopped)");
+    for (CLI::App* command : {backup, restore}) {
+        command->add_option("file", options.backupFile, "The backup file")->required();
+        command->fallthrough();
+    }
     CLI11_PARSE(app, argc, argv);
 
     if (!options.home.empty()) {
         ::setenv("ZQ_GATEWAY_HOME", options.home.c_str(), 1);
+    }
+    if (check->parsed()) {
+        return runCheck(options);
+    }
+    if (backup->parsed() || restore->parsed()) {
+        return runBackup(options, restore->parsed());
     }
     return init->parsed() ? runInit(options) : runService(options);
 }

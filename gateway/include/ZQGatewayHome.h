@@ -75,6 +75,9 @@ int ZQ_Gateway_GetManagerHA1(const std::string& user, std::string& ha1);
 
 int ZQ_Gateway_GetSettings(ZQGateway::tagGatewaySettings& settings);
 int ZQ_Gateway_SetSettings(const ZQGateway::tagGatewaySettings& settings);
+// Every way the settings file at path breaks the settings' schema (docs/configuration.md), one
+// line each, starting with the key concerned; empty when the file is valid or absent.
+std::vector<std::string> ZQ_Gateway_CheckSettingsFile(const std::string& path);
 
 // Gives a file or directory that a process running as root has just created in the home (fd
 // open on it) to the home's owner, the user the gateway's services run as, so that they can

@@ -9,6 +9,7 @@
 
 #include <set>
 #include <string>
+#include <vector>
 
 namespace ZQGateway {
 
@@ -33,3 +34,7 @@ int ZQ_Gateway_NginxMasterPid();
 // bindings alone (ports of bindings lost meanwhile would otherwise stay); false when it cannot
 // be written.
 bool ZQ_Gateway_ClearNginxPorts();
+// The ports nginx is to listen on (management, user mode, bound devices) that a program other
+// than this home's nginx holds, one sentence each naming the port and, where it can be seen, its
+// holder: nginx binds its ports alone and would not start. Empty when every one is free.
+std::vector<std::string> ZQ_Gateway_NginxPortsTaken();

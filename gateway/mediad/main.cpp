@@ -23,6 +23,7 @@
 #include "ServiceUser.h"
 #include "StopSignals.h"
 #include "ZQGatewayHome.h"
+#include "ZQGatewayLog.h"
 #include "ZQMediaFrame.h"
 
 using namespace mediad;
@@ -92,7 +93,17 @@ int serve(const Options& options) {
         detached->started(true);
     }
     UniqueFd signals(::signalfd(-1, &stopSignals, SFD_NONBLOCK | SFD_CLOEXEC));
-    Watch signalWatch(loop, signals.get(), [&loop](uint32_t) { loop.stop(); });
+    Watch signalWatch(loop, signals.get(), [&loop, &signals](uint32_t) {
+        signalfd_siginfo info {};
+        while (::read(signals.get(), &info, sizeof(info)) == static_cast<ssize_t>(sizeof(info))) {
+            if (info.ssi_signo != SIGHUP) {
+                loop.stop();
+                return;
+            }
+            ZQ_Gateway_ReopenLog();  // after a log rotation
+            MEDIAD_LOG(gwlog::kStartEnd, "log file reopened");
+        }
+    });
     if (!signals.valid() || !signalWatch.setEvents(EPOLLIN)) {
         MEDIAD_LOG(gwlog::kError, "media daemon not started: no signal descriptor");
         return 1;

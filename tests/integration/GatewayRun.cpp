@@ -47,9 +47,19 @@ GatewayRun::GatewayRun(int nonceLifetimeSec) : base_(testPortBlock(40)) {
 
 GatewayRun::~GatewayRun() { script("stop"); }
 
+Outcome gatewayScript(const TempHome& home, const std::string& action) {
+    return runCommand(std::string("ZQ_BUILD_DIR=") + ZQ_BUILD_DIR + " " + ZQ_GATEWAY_SCRIPT + " --home " +
+                      shellQuoted(home.path()) + " " + action);
+}
+
+Outcome gatewayd(const TempHome& home, const std::string& arguments) {
+    return runCommand(std::string(ZQ_BUILD_DIR) + "/gateway/gatewayd/zqgatewayd " + arguments + " --home " +
+                      shellQuoted(home.path()));
+}
+
 std::string GatewayRun::script(const std::string& action) {
-    return runShell(std::string("ZQ_BUILD_DIR=") + ZQ_BUILD_DIR + " " + ZQ_GATEWAY_SCRIPT + " --home " +
-                    shellQuoted(home_.path()) + " " + action + " 2>&1");
+    const Outcome outcome = gatewayScript(home_, action);
+    return outcome.out + outcome.err;
 }
 
 void GatewayRun::start() {

@@ -25,6 +25,11 @@ private:
     std::thread thread_;
 };
 
+// scripts/gateway.sh --home HOME action: its output and exit status.
+Outcome gatewayScript(const TempHome& home, const std::string& action);
+// zqgatewayd with these arguments (shell syntax) on home.
+Outcome gatewayd(const TempHome& home, const std::string& arguments);
+
 class GatewayRun {
 public:
     // Ports: apiPort, userPort, device HTTP ports [firstHttpPort, +9], RTSP ports after them,
@@ -33,7 +38,7 @@ public:
     explicit GatewayRun(int nonceLifetimeSec = 60);
     ~GatewayRun();
 
-    // scripts/gateway.sh start|stop|status; its output.
+    // scripts/gateway.sh start|stop|status; its output, then its error output.
     std::string script(const std::string& action);
     void start();
 

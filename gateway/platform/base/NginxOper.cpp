@@ -75,25 +75,44 @@ std::vector<NginxDevice> deviceUpstreams() {
     return upstreams;
 }
 
+// Whether pid is this home's nginx, running or left behind by a master killed outright: it
+// holds a file of the home's nginx directory (its error log) open. Another home's nginx on the
+// same ports is not ours to stop.
+bool ownNginx(const NginxFiles& p, int pid) {
+    return processName(pid) == "nginx" && holdsFileUnder(pid, p.prefix);
+}
+
 // Workers outlive a master killed outright and keep its listening sockets, so that a new nginx
 // could bind none of its ports; this home's are known by the management port they hold.
-void stopOrphanedWorkers() {
+void stopOrphanedWorkers(const NginxFiles& p) {
     ZQGateway::tagGatewaySettings settings;
     ZQ_Gateway_GetSettings(settings);
     const auto listeners = tcpListeners(settings.managementPort);
     if (!listeners || listeners->empty()) {
         return;
     }
+    bool stopped = false;
     for (int pid : processesNamed("nginx")) {
         for (const TcpListener& listener : *listeners) {
-            if (heldByAny({pid}, listener.inode)) {
+            if (heldByAny({pid}, listener.inode) && ownNginx(p, pid)) {
                 tvlog_format(gwlog::kWarning, "ZQBase", "stopping nginx worker %d, left behind by its master", pid);
                 ::kill(pid, SIGKILL);
+                stopped = true;
                 break;
             }
         }
     }
-    waitFor(kQuitWaitMs, [&settings] { return tcpListening(settings.managementPort) == std::optional<bool>(false); });
+    if (stopped) {
+        waitFor(kQuitWaitMs,
+                [&settings] { return tcpListening(settings.managementPort) == std::optional<bool>(false); });
+    }
+}
+
+std::string describeHolders(const std::vector<int>& holders) {
+    if (holders.empty()) {
+        return "a process of another user";
+    }
+    return processName(holders.front()) + " (pid " + std::to_string(holders.front()) + ")";
 }
 
 bool allListening(const std::set<int>& ports) {
@@ -226,7 +245,13 @@ int NginxOper::Reboot() {
             return 0;
         }
     } else {
-        stopOrphanedWorkers();
+        stopOrphanedWorkers(p);
+        if (const std::vector<std::string> taken = portsTaken(p); !taken.empty()) {
+            for (const std::string& port : taken) {
+                tvlog_format(gwlog::kError, "ZQBase", "nginx not started: %s", port.c_str());
+            }
+            return 0;
+        }
         if (runAndWait(base, p.errorLog) != 0 || !waitFor(kStartWaitMs, [&p] { return runningMaster(p) != 0; })) {
             tvlog_format(gwlog::kError, "ZQBase", "nginx did not start; see %s", p.errorLog.c_str());
             return 0;
@@ -239,6 +264,33 @@ int NginxOper::Reboot() {
     }
     return 1;
 }
+
+std::vector<std::string> NginxOper::portsTaken(const Paths& p) {
+    ZQGateway::tagGatewaySettings settings;
+    ZQ_Gateway_GetSettings(settings);
+    std::vector<std::pair<std::string, int>> wanted = {{"managementPort", settings.managementPort}};
+    if (settings.telmiUserPort != 0) {
+        wanted.emplace_back("telmiUserPort", settings.telmiUserPort);
+    }
+    for (int port : readPorts(p)) {
+        wanted.emplace_back("device port", port);
+    }
+    std::vector<std::string> taken;
+    for (const auto& [what, port] : wanted) {
+        const auto listeners = tcpListeners(static_cast<uint16_t>(port));
+        for (const TcpListener& listener : listeners.value_or(std::vector<TcpListener> {})) {
+            const std::vector<int> holders = holdersOf(listener.inode);
+            if (std::none_of(holders.begin(), holders.end(), [&p](int pid) { return ownNginx(p, pid); })) {
+                taken.push_back(what + " " + std::to_string(port) + " is already in use by " +
+                                describeHolders(holders));
+                break;
+            }
+        }
+    }
+    return taken;
+}
+
+std::vector<std::string> NginxOper::takenPorts() { return portsTaken(paths()); }
 
 bool NginxOper::reload(int master) {
     const std::vector<int> before = childrenOf(master);
@@ -315,3 +367,5 @@ std::set<int> ZQ_Gateway_NginxConfiguredPorts() { return nginx().configuredPorts
 int ZQ_Gateway_NginxMasterPid() { return nginx().masterPid(); }
 
 bool ZQ_Gateway_ClearNginxPorts() { return nginx().clearPorts(); }
+
+std::vector<std::string> ZQ_Gateway_NginxPortsTaken() { return nginx().takenPorts(); }

@@ -27,6 +27,7 @@ public:
     std::set<int> configuredPorts();
     int masterPid();
     bool clearPorts();
+    std::vector<std::string> takenPorts();
 
 private:
     using Paths = NginxFiles;
@@ -37,6 +38,9 @@ private:
     static bool writeMainConfig(const Paths& p);
     // The running master's pid, 0 when our nginx does not run.
     static int runningMaster(const Paths& p);
+    // Every port nginx is to listen on that a program other than this home's nginx holds, as
+    // "managementPort 8600 is already in use by nginx (pid 123)".
+    static std::vector<std::string> portsTaken(const Paths& p);
     // Signals a running master to reload and waits until a worker of the new configuration runs.
     static bool reload(int master);
 

@@ -18,6 +18,8 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "base/ProcessTools.h"
+
 namespace zqbase {
 namespace {
 
@@ -226,6 +228,16 @@ bool heldByAny(const std::list<int>& pids, uint64_t inode) {
         it = now - it->second.taken >= kListingLifetime ? listings.erase(it) : std::next(it);
     }
     return held;
+}
+
+std::vector<int> holdersOf(uint64_t inode) {
+    std::vector<int> holders;
+    for (int pid : allProcesses()) {
+        if (socketInodes(pid).count(inode) != 0) {
+            holders.push_back(pid);
+        }
+    }
+    return holders;
 }
 
 }  // namespace zqbase

@@ -21,6 +21,9 @@ std::optional<std::vector<TcpListener>> tcpListeners(uint16_t port);
 // Whether anything listens on the port; empty optional when the kernel cannot be asked.
 std::optional<bool> tcpListening(uint16_t port);
 
+// The processes that hold the socket with that inode, among those this process may look into.
+std::vector<int> holdersOf(uint64_t inode);
+
 // Whether one of the processes holds the socket with that inode among its descriptors.
 bool heldByAny(const std::list<int>& pids, uint64_t inode);
 

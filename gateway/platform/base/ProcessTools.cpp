@@ -7,6 +7,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <climits>
+#include <cstdlib>
 #include <cerrno>
 #include <chrono>
 #include <fstream>
@@ -135,6 +137,28 @@ std::vector<int> childrenOf(int pid) {
 
 std::vector<int> processesNamed(const std::string& name) {
     return liveProcesses([&name](int pid, int) { return processName(pid) == name; });
+}
+
+std::vector<int> allProcesses() {
+    return liveProcesses([](int, int) { return true; });
+}
+
+bool holdsFileUnder(int pid, const std::string& directory) {
+    char resolved[PATH_MAX];
+    const char* real = ::realpath(directory.c_str(), resolved);
+    const std::string prefix = std::string(real != nullptr ? real : directory.c_str()) + "/";
+    DIR* fds = ::opendir(("/proc/" + std::to_string(pid) + "/fd").c_str());
+    if (fds == nullptr) {
+        return false;
+    }
+    bool held = false;
+    while (dirent* entry = ::readdir(fds)) {
+        char target[4096];
+        const ssize_t n = ::readlinkat(::dirfd(fds), entry->d_name, target, sizeof(target) - 1);
+        held = held || (n > 0 && std::string(target, static_cast<size_t>(n)).compare(0, prefix.size(), prefix) == 0);
+    }
+    ::closedir(fds);
+    return held;
 }
 
 bool waitFor(int timeoutMs, const std::function<bool()>& ready) {

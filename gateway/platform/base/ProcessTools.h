@@ -18,6 +18,10 @@ std::string processExecutable(int pid);  // /proc/<pid>/exe; empty when it canno
 std::string processName(int pid);     // /proc/<pid>/comm
 std::vector<int> childrenOf(int pid);
 std::vector<int> processesNamed(const std::string& name);  // by /proc/<pid>/comm
+std::vector<int> allProcesses();  // those /proc lists, zombies left out
+// Whether one of the process's descriptors is open on a file under directory (only the
+// processes of this user, or every one for root, can be looked into).
+bool holdsFileUnder(int pid, const std::string& directory);
 
 // Calls ready every 50 ms until it returns true or timeoutMs passed; its last answer.
 bool waitFor(int timeoutMs, const std::function<bool()>& ready);

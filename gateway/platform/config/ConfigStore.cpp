@@ -1,21 +1,18 @@
 // The configuration store's interface objects: thin views on gateway.json, read afresh per call.
 #include <cstring>
+#include <fstream>
+#include <sstream>
 
 #include "ZQConfigMgr.h"
 #include "ZQGatewayHome.h"
 #include "base/Md5Hex.h"
 #include "config/GatewayConfig.h"
-#include "config/NetworkRange.h"
+#include "config/SettingsSchema.h"
 
 namespace {
 
 using zqgw::ConfigContent;
 
-bool validServiceUser(const std::string& name) {
-    return !name.empty() && name.size() <= 32 && name != "root" && name[0] != '-' &&
-           name.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-") ==
-               std::string::npos;
-}
 using zqgw::GatewayConfig;
 
 std::shared_ptr<const ConfigContent> current() { return GatewayConfig::instance().read().content; }
@@ -121,20 +118,24 @@ int ZQ_Gateway_GetSettings(ZQGateway::tagGatewaySettings& settings) {
 }
 
 int ZQ_Gateway_SetSettings(const ZQGateway::tagGatewaySettings& settings) {
-    const auto& s = settings;
-    if (s.realm.empty() || s.realm.find('"') != std::string::npos || s.realm.size() > 64 ||
-        s.httpPortFirst == 0 || s.httpPortFirst > s.httpPortLast || s.rtspPortFirst == 0 ||
-        s.rtspPortFirst > s.rtspPortLast || s.nonceLifetimeSec <= 0 || s.lockPeriodSec <= 0 ||
-        s.managementPort == 0 || !validServiceUser(s.serviceUser)) {
-        return ZQGateway::configBadArgument;
-    }
-    for (const std::string& network : s.allowedDeviceNetworks) {
-        if (!zqgw::NetworkRange::parse(network)) {
-            return ZQGateway::configBadArgument;
+    // The rules a start checks the file against: what is stored here must pass them.
+    return GatewayConfig::instance().modify([&settings](ConfigContent& c) {
+        ConfigContent next = c;
+        next.settings = settings;
+        if (!zqgw::settingsProblems(zqgw::contentJson(next)).empty()) {
+            return static_cast<int>(ZQGateway::configBadArgument);
         }
-    }
-    return GatewayConfig::instance().modify([&](ConfigContent& c) {
-        c.settings = settings;
+        c = next;
         return 0;
     });
+}
+
+std::vector<std::string> ZQ_Gateway_CheckSettingsFile(const std::string& path) {
+    std::ifstream in(path);
+    if (!in) {
+        return {};
+    }
+    std::ostringstream text;
+    text << in.rdbuf();
+    return zqgw::settingsTextProblems(text.str());
 }

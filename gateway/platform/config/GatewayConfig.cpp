@@ -2,6 +2,7 @@
 
 #include "config/FileLock.h"
 #include "config/NetworkRange.h"
+#include "config/SettingsSchema.h"
 #include "JsonText.h"
 
 #include <fstream>
@@ -73,7 +74,7 @@ ConfigContent fromJson(const Json::Value& root) {
     s.nonceLifetimeSec = intMember(root, "nonceLifetimeSec", s.nonceLifetimeSec, 1, INT32_MAX);
     s.lockPeriodSec = intMember(root, "lockPeriodSec", s.lockPeriodSec, 1, INT32_MAX);
     s.listenerCheckSec = intMember(root, "listenerCheckSec", s.listenerCheckSec, 0, 86400);
-    s.logLevel = intMember(root, "logLevel", s.logLevel, INT32_MIN, INT32_MAX);
+    s.logLevel = logLevelOf(root["logLevel"]).value_or(s.logLevel);
     s.logFile = textMember(root, "logFile", s.logFile);
     s.managementPort = static_cast<uint16_t>(intMember(root, "managementPort", s.managementPort, 1, 65535));
     s.telmiUserPort = static_cast<uint16_t>(intMember(root, "telmiUserPort", s.telmiUserPort, 0, 65535));
@@ -84,7 +85,9 @@ ConfigContent fromJson(const Json::Value& root) {
     return c;
 }
 
-Json::Value toJson(const ConfigContent& c) {
+}  // namespace
+
+Json::Value contentJson(const ConfigContent& c) {
     const tagGatewaySettings& s = c.settings;
     Json::Value root(Json::objectValue);
     root["telmiParam"] = c.telmiParam;
@@ -111,6 +114,8 @@ Json::Value toJson(const ConfigContent& c) {
     root["managers"] = ha1Object(c.managerHA1);
     return root;
 }
+
+namespace {
 
 bool sameFile(const struct stat& a, const struct stat& b) {
     return a.st_ino == b.st_ino && a.st_size == b.st_size && a.st_mtim.tv_sec == b.st_mtim.tv_sec &&
@@ -192,7 +197,7 @@ int GatewayConfig::modify(const std::function<int(ConfigContent&)>& change) {
         result = change(next);
     }
     if (result == ZQGateway::configOk) {
-        if (ZQ_Gateway_WriteFileAtomically(path_, gwapi::indentedJson(toJson(next)) + "\n", 0600) != 0) {
+        if (ZQ_Gateway_WriteFileAtomically(path_, gwapi::indentedJson(contentJson(next)) + "\n", 0600) != 0) {
             result = ZQGateway::configWriteFailed;
         } else {
             loaded_ = false;  // the next read takes the stamp of the new file

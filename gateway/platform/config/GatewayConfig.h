@@ -1,5 +1,6 @@
 #pragma once
 
+#include <json/json.h>
 #include <sys/stat.h>
 
 #include <functional>
@@ -19,6 +20,9 @@ struct ConfigContent {
     std::map<std::string, std::string> userHA1;     // gateway user (TELMI realm) -> HA1
     std::map<std::string, std::string> managerHA1;  // management API user (its own realm) -> HA1
 };
+
+// The content as gateway.json holds it.
+Json::Value contentJson(const ConfigContent& content);
 
 // gateway.json in the home. Read again whenever the file on disk changed, so a change made by
 // another process is seen by the next call; written under an exclusive lock on a lock file.

@@ -14,6 +14,7 @@
 
 #include "HexText.h"
 #include "ZQGatewayHome.h"
+#include "ZQGatewayLog.h"
 #include "tvlog.h"
 
 namespace {
@@ -60,6 +61,15 @@ public:
         std::fflush(out);
     }
 
+    void reopen() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (file_ != nullptr) {
+            std::fclose(file_);
+            file_ = nullptr;
+        }
+        path_.clear();
+    }
+
 private:
     static FILE* openAppending(const std::string& path) {
         const int fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
@@ -92,14 +102,20 @@ private:
     FILE* file_ = nullptr;
 };
 
+LogSink& sink() {
+    static LogSink* const sink = new LogSink;  // never destroyed: logging may outlive static destructors
+    return *sink;
+}
+
 }  // namespace
 
+void ZQ_Gateway_ReopenLog() { sink().reopen(); }
+
 void tvlog_format(int level, const char* module, const char* format, ...) {
-    static LogSink* const sink = new LogSink;  // never destroyed: logging may outlive static destructors
     char text[4096];
     va_list args;
     va_start(args, format);
     std::vsnprintf(text, sizeof(text), format != nullptr ? format : "", args);
     va_end(args);
-    sink->write(level, module, text);
+    sink().write(level, module, text);
 }

@@ -1,0 +1,124 @@
+// An administrator's operations on real homes: ports owned by one gateway, settings checked
+// before a start, log rotation, backup and restore.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <unistd.h>
+
+#include <fstream>
+
+#include "GatewayScenario.h"
+
+namespace gwtest {
+namespace {
+
+std::string pidOf(const TempHome& home, const std::string& pidFile) {
+    std::string pid;
+    std::getline(std::ifstream(home.path() + "/run/" + pidFile), pid);
+    return pid;
+}
+
+TEST(Operations, ASecondGatewayRefusesPortsTheFirstHolds) {
+    GatewayRun first;
+    first.start();
+    GatewayRun second;
+    const unsigned short taken = first.apiPort();
+    ASSERT_TRUE(inChild(second.home(), [taken] {
+        changeSettings([taken](ZQGateway::tagGatewaySettings& s) { s.managementPort = taken; });
+    }));
+    const std::string output = second.script("start");
+    EXPECT_NE(output.find("managementPort " + std::to_string(taken) + " is already in use by nginx (pid "),
+              std::string::npos)
+        << output;
+    EXPECT_EQ(output.find("zqgatewayd: running"), std::string::npos) << output;
+    // The first gateway alone answers, every time.
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(first.api("GET", "/api/telmi").status, 200);
+    }
+}
+
+TEST(Operations, InvalidSettingsAreRefusedByCheckAndStart) {
+    const struct {
+        const char* text;
+        const char* problem;
+    } cases[] = {
+        {R"({"managementPort": 99999})", "managementPort: 99999 is out of range (1..65535)"},
+        {R"({"httpPorts": [20999, 20000]})", "httpPorts: the first port 20999 comes after the last 20000"},
+        {R"({"lockPeriodSec": -1})", "lockPeriodSec: -1 is out of range (1..)"},
+        {R"({"logLevel": 9})", "logLevel: 9 is not a log level"},
+        {R"({"lockPeriodSecs": 60})", "lockPeriodSecs: unknown key (did you mean \"lockPeriodSec\"?)"},
+        {R"({"httpPorts": [30000, 30010]})", "rtspPorts: overlaps httpPorts"},
+        {R"({"telmiUserPort": 20005})", "telmiUserPort: 20005 lies in httpPorts"},
+        {R"({"realm": 7})", "realm: 7 is not a string"},
+        {"{\n  \"realm\": \"TELMI\",\n  oops\n}", "gateway.json: not valid JSON: line 3, column 3: "},
+    };
+    for (const auto& c : cases) {
+        TempHome home;
+        std::ofstream(home.path() + "/gateway.json") << c.text;
+        const Outcome checked = gatewayd(home, "check");
+        EXPECT_EQ(checked.status, 1) << c.text;
+        EXPECT_NE(checked.err.find(c.problem), std::string::npos) << checked.err;
+        const Outcome started = gatewayScript(home, "start");
+        EXPECT_NE(started.status, 0) << c.text;
+        EXPECT_NE(started.err.find(c.problem), std::string::npos) << started.err;
+        std::ifstream kept(home.path() + "/gateway.json");
+        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(kept), {}), c.text);
+    }
+    TempHome home;
+    std::ofstream(home.path() + "/gateway.json") << R"({"logLevel": "debug", "telmiUserPort": 0})";
+    EXPECT_EQ(gatewayd(home, "check").status, 0);
+}
+
+TEST(Operations, HangUpReopensTheLogAfterRotation) {
+    GatewayRun gateway;
+    gateway.start();
+    const std::string log = gateway.home().path() + "/log/gateway.log";
+    ASSERT_EQ(std::rename(log.c_str(), (log + ".1").c_str()), 0);
+    runShell("kill -HUP " + pidOf(gateway.home(), "gatewayd.pid") + " " + pidOf(gateway.home(), "mediad.pid"));
+    EXPECT_TRUE(eventually([&log] {
+        std::ifstream in(log);
+        const std::string text((std::istreambuf_iterator<char>(in)), {});
+        return text.find("[GATEWAYD] log files reopened") != std::string::npos &&
+               text.find("[MEDIAD] log file reopened") != std::string::npos;
+    }));
+    const std::string status = gateway.script("status");
+    EXPECT_NE(status.find("zqgatewayd: running"), std::string::npos) << status;
+    EXPECT_NE(status.find("zqmediad: running"), std::string::npos) << status;
+    EXPECT_EQ(gateway.api("GET", "/api/telmi").status, 200);
+}
+
+TEST(Operations, BackupOfARunningHomeRestoresIntoAFreshOne) {
+    GatewayRun original;
+    TwoDevices devices(original);
+    for (int i = 0; i < 7; ++i) {
+        digestCurl(original.userPort(), "tarnuser", "wrong");
+    }
+    ASSERT_EQ(digestCurl(original.userPort(), "tarnuser", kUserPassword).status, 401);  // locked out
+    const std::string users = original.api("GET", "/api/users").out;
+    const std::string ports = original.api("GET", "/api/ports").out;
+
+    const std::string backup = original.home().path() + "/../" + "backup-" + std::to_string(original.apiPort());
+    const Outcome written = gatewayd(original.home(), "backup " + shellQuoted(backup));
+    ASSERT_EQ(written.status, 0) << written.err;
+    struct stat file {};
+    ASSERT_EQ(::stat(backup.c_str(), &file), 0);
+    EXPECT_EQ(file.st_mode & 0777, 0600u);
+    EXPECT_NE(gatewayd(original.home(), "restore " + shellQuoted(backup)).err.find("is running (zqgatewayd)"),
+              std::string::npos);
+    original.script("stop");
+
+    // The restored home takes the original's settings, ports and admin password with it.
+    GatewayRun fresh;
+    const Outcome restored = gatewayd(fresh.home(), "restore " + shellQuoted(backup));
+    ::unlink(backup.c_str());
+    ASSERT_EQ(restored.status, 0) << restored.err;
+    fresh.start();
+    EXPECT_EQ(original.api("GET", "/api/users").out, users);
+    EXPECT_EQ(original.api("GET", "/api/ports").out, ports);
+    EXPECT_EQ(original.api("GET", "/api/telmi").out, "{\"enabled\":1}\n");
+    EXPECT_EQ(digestCurl(original.userPort(), "tarnuser", kUserPassword).status, 401);  // still locked out
+    EXPECT_EQ(digestCurl(devices.httpPort, "admin", original.portPassword()).withOut(), deviceAnswer("tarn5-cam"));
+}
+
+}  // namespace
+}  // namespace gwtest

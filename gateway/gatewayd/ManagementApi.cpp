@@ -33,6 +33,8 @@ void installManagementApi(httplib::Server& server, ApiRouter& routes, const Telm
     addUserRoutes(routes, library);
     addPortRoutes(routes, library);
     addDeviceRoutes(routes);
+    addLockoutRoutes(routes);
+    addCredentialRoutes(routes);
     addListenerRoutes(routes, keeper);
 
     server.set_exception_handler([](const httplib::Request&, httplib::Response& res, std::exception_ptr failure) {

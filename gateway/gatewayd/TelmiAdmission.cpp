@@ -117,8 +117,11 @@ void checkCredentials(const TelmiLibrary& library, const Arrival& arrival, const
     } else if (code == kDigestFailed) {
         refuse(res, 401, refusalMessage(rsp), challengeText);
         if (rsp.leftTryNum <= 0) {
-            GATEWAYD_LOG(gwlog::kWarning, "TELMI requester %s is locked out (%d s left)", lockKey.c_str(),
-                         rsp.remainLockTime);
+            const std::string locked = arrival.mode == ZQConfigMgr::portMode
+                                           ? "port " + std::to_string(arrival.httpPort)
+                                           : "user \"" + userName + "\"";
+            GATEWAYD_LOG(gwlog::kWarning, "TELMI requester %s is locked out of %s (%d s left)", lockKey.c_str(),
+                         locked.c_str(), rsp.remainLockTime);
         }
     } else if (code == kBadArgument && !challengeText.empty()) {
         refuse(res, 401, "authentication required: the credentials name no user", challengeText);

@@ -1,6 +1,7 @@
 // zqgatewayd: the reference gateway's management service, the host of libZQTELMIMgrBus.
 //   zqgatewayd [--home DIR] [--library PATH] [--mediad PATH] [--foreground]
 //   zqgatewayd init [--home DIR] [--password-file FILE|-] [--port-password-file FILE|-]
+//   zqgatewayd passwd [--home DIR] [--port-mode]
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,6 +15,7 @@
 #include "GatewayService.h"
 #include "GatewaydLog.h"
 #include "HomeInit.h"
+#include "ResultMeaning.h"
 #include "SecretInput.h"
 #include "ServiceUser.h"
 #include "StopSignals.h"
@@ -33,6 +35,7 @@ struct Options {
     bool foreground = false;
     std::string passwordFile;
     std::string portPasswordFile;
+    bool portMode = false;  // passwd: the port-mode credential instead of the management API's
 };
 
 // The two credentials, each from its file or generated; false with error when one fails.
@@ -58,7 +61,8 @@ bool initialiseCredentials(const Options& options, const std::string& home, std:
                 }
                 break;
             case InitOutcome::alreadyInitialised:
-                std::printf("gateway home %s already has a %s\n", home.c_str(), c.what);
+                std::printf("gateway home %s already has a %s, left as it is (zqgatewayd passwd%s changes it)\n",
+                            home.c_str(), c.what, c.credential == Credential::portMode ? " --port-mode" : "");
                 break;
             case InitOutcome::failed:
                 return false;
@@ -81,6 +85,25 @@ int runInit(const Options& options) {
         return 0;
     }
     std::fprintf(stderr, "zqgatewayd init: %s\n", error.c_str());
+    return 1;
+}
+
+int runPasswd(const Options& options) {
+    const Credential credential = options.portMode ? Credential::portMode : Credential::management;
+    const char* what = options.portMode ? "new TELMI port-mode admin password" : "new management API admin password";
+    std::string password, error;
+    if (ZQ_Gateway_HomeDir().empty()) {
+        error = "the gateway home cannot be created";
+    } else if (gwapi::readNewSecret(what, password, error)) {
+        if (const int code = replaceCredential(credential, password); code != 0) {
+            error = std::string(gwapi::meaningOf(code, gwapi::Job::changePassword).message) + " (code " +
+                    std::to_string(code) + ")";
+        } else {
+            std::printf("password changed; %s\n", clientsOf(credential));
+            return 0;
+        }
+    }
+    std::fprintf(stderr, "zqgatewayd passwd: %s\n", error.c_str());
     return 1;
 }
 
@@ -148,10 +171,18 @@ int main(int argc, char** argv) {
                      "File whose first line is the TELMI port-mode admin password; - reads standard input "
                      "(default: a generated password, left in the home's port-admin-password file)");
     init->fallthrough();
+    CLI::App* passwd = app.add_subcommand(
+        "passwd", "Give the management API's admin a new password, typed twice (or one line of standard input), "
+                  "without the old one: for the home's owner when it is lost");
+    passwd->add_flag("--port-mode", options.portMode, "The TELMI \"admin\" that port mode asks for instead");
+    passwd->fallthrough();
     CLI11_PARSE(app, argc, argv);
 
     if (!options.home.empty()) {
         ::setenv("ZQ_GATEWAY_HOME", options.home.c_str(), 1);
+    }
+    if (passwd->parsed()) {
+        return runPasswd(options);
     }
     return init->parsed() ? runInit(options) : runService(options);
 }

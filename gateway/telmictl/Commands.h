@@ -46,6 +46,20 @@ void portBind(Session& session, const std::vector<std::string>& deviceIDs);
 void portUnbind(Session& session, const std::vector<std::string>& portIndexes);
 void portRetry(Session& session, const std::string& portIndex);
 
+// Which lock-outs a clear lifts; all of them only when asked for by all.
+struct LockoutSelector {
+    std::string userName;
+    int httpPort = 0;
+    std::string requester;
+    bool all = false;
+};
+
+void lockoutList(Session& session);
+void lockoutClear(Session& session, const LockoutSelector& selector);
+
+// credential: "management" or "port-mode", as the route names it.
+void changeCredential(Session& session, const std::string& credential, const std::string& password);
+
 void deviceList(Session& session);
 void deviceAdd(Session& session, const DeviceInput& device);
 void deviceRemove(Session& session, const std::string& deviceIndex);

@@ -35,9 +35,12 @@ void portBind(Session& session, const std::vector<std::string>& deviceIDs) {
             session.reportItem(entry["deviceID"].asString(), entry,
                                "bound to HTTP port " + std::to_string(entry["httpPort"].asUInt()) + " and RTSP port " +
                                    std::to_string(entry["rtspPort"].asUInt()) + ", port index " +
-                                   entry["portIndex"].asString());
+                                   entry["portIndex"].asString(),
+                               gwapi::Job::bindPort);
         }
         session.finishBatch((*body)["results"]);
+        session.say("clients of these ports sign in as \"admin\" with the gateway's port-mode password "
+                    "(telmictl port passwd), not as a TELMI user");
     }
 }
 

@@ -14,14 +14,11 @@ Json::Value userJson(const UserInput& user, const std::string& password) {
     return json;
 }
 
-// Entries of an added account carry its name and index; a failed quick-add entry names nothing.
+// Entries of an added account carry its name and index.
 void reportAdded(Session& session, const Json::Value& results, const std::vector<UserInput>& asked) {
-    for (Json::ArrayIndex i = 0; i < results.size(); ++i) {
-        const Json::Value& entry = results[i];
-        const std::string subject = i < asked.size()         ? asked[i].userName
-                                    : entry["userName"].isString() ? entry["userName"].asString()
-                                                                   : "account " + std::to_string(i + 1);
-        session.reportItem(subject, entry, "added, user index " + entry["userIndex"].asString());
+    for (Json::ArrayIndex i = 0; i < results.size() && i < asked.size(); ++i) {
+        session.reportItem(asked[i].userName, results[i], "added, user index " + results[i]["userIndex"].asString(),
+                           gwapi::Job::addUser);
     }
     session.finishBatch(results);
 }
@@ -59,7 +56,14 @@ void userQuickAdd(Session& session, const std::string& password) {
     Json::Value request;
     request["password"] = password;
     if (const auto body = session.accept(session.api().post("/api/users/quick", request))) {
-        reportAdded(session, (*body)["results"], {});
+        // Every entry names the device it was for; a quick user is named after its access ID.
+        for (const auto& entry : (*body)["results"]) {
+            session.reportItem("device " + entry["deviceID"].asString(), entry,
+                               "added user " + entry["userName"].asString() + ", user index " +
+                                   entry["userIndex"].asString(),
+                               gwapi::Job::quickAddUser);
+        }
+        session.finishBatch((*body)["results"]);
     }
 }
 

@@ -16,6 +16,10 @@ namespace {
 // A port retry may wait most of a minute for nginx; a batch restarts nginx once.
 constexpr time_t kReadSeconds = 120;
 
+constexpr const char* kUserPassword = "TELMI user password";
+constexpr const char* kAdminPassword = "new gateway admin password";
+constexpr const char* kPortPassword = "new port-mode admin password";
+
 struct Invocation {
     std::string gateway = "http://127.0.0.1:8600";
     std::string adminPasswordFile;
@@ -26,9 +30,10 @@ struct Invocation {
     std::string index;                // the one record a command is about
     UserInput user;
     DeviceInput device;
-    bool needsUserPassword = false;
+    LockoutSelector lockout;
+    std::string newPasswordOf;  // whose new password the command reads after the admin's; empty: none
     bool repair = false;
-    std::function<void(Session&, const std::string& userPassword)> run;
+    std::function<void(Session&, const std::string& newPassword)> run;
 };
 
 const CLI::Validator kUserOnDevice(
@@ -78,14 +83,14 @@ void defineUser(CLI::App& app, Invocation& inv) {
     CLI::App* add = user->add_subcommand("add", "Add TELMI users, all with one password read from standard input");
     add->add_option("users", inv.users, "Accounts to add")->required()->check(kUserOnDevice);
     add->callback([&inv] {
-        inv.needsUserPassword = true;
+        inv.newPasswordOf = kUserPassword;
         inv.run = [&inv](Session& s, const std::string& password) { userAdd(s, splitUsers(inv.users), password); };
     });
 
     user->add_subcommand("quick-add",
                          "Add a user named after its access ID for every device without one; one password for all")
         ->callback([&inv] {
-            inv.needsUserPassword = true;
+            inv.newPasswordOf = kUserPassword;
             inv.run = [](Session& s, const std::string& password) { userQuickAdd(s, password); };
         });
 
@@ -94,7 +99,7 @@ void defineUser(CLI::App& app, Invocation& inv) {
     mod->add_option("--name", inv.user.userName, "The user's name, new or unchanged")->required();
     mod->add_option("--device", inv.user.deviceID, "The device's ID, new or unchanged")->required();
     mod->callback([&inv] {
-        inv.needsUserPassword = true;
+        inv.newPasswordOf = kUserPassword;
         inv.run = [&inv](Session& s, const std::string& password) { userModify(s, inv.index, inv.user, password); };
     });
 
@@ -117,6 +122,13 @@ void definePort(CLI::App& app, Invocation& inv) {
     CLI::App* unbind = port->add_subcommand("unbind", "Release port bindings");
     unbind->add_option("portIndexes", inv.items, "Indexes of the bindings")->required();
     unbind->callback([&inv] { inv.run = [&inv](Session& s, const std::string&) { portUnbind(s, inv.items); }; });
+
+    port->add_subcommand("passwd", "Give the TELMI \"admin\" that port-mode clients sign in as a new password "
+                                   "(typed twice); the management API's admin keeps its own")
+        ->callback([&inv] {
+            inv.newPasswordOf = kPortPassword;
+            inv.run = [](Session& s, const std::string& password) { changeCredential(s, "port-mode", password); };
+        });
 
     CLI::App* retry = port->add_subcommand("retry", "Bring a binding's listeners up again (may take about 50 s)");
     retry->add_option("portIndex", inv.index, "Index of the binding")->required();
@@ -147,25 +159,43 @@ void defineDevice(CLI::App& app, Invocation& inv) {
     remove->callback([&inv] { inv.run = [&inv](Session& s, const std::string&) { deviceRemove(s, inv.index); }; });
 }
 
+void defineLockout(CLI::App& app, Invocation& inv) {
+    CLI::App* lockout = app.add_subcommand("lockout", "TELMI requesters locked out after 7 wrong Digest answers")
+                            ->require_subcommand(1);
+    lockout->add_subcommand("list", "List failure counts and lock-outs with the time left")->callback([&inv] {
+        inv.run = [](Session& s, const std::string&) { lockoutList(s); };
+    });
+    CLI::App* clear = lockout->add_subcommand("clear", "Lift lock-outs and forget failure counts before their time");
+    clear->add_option("--user", inv.lockout.userName, "Those of this TELMI user");
+    clear->add_option("--port", inv.lockout.httpPort, "Those of this gateway HTTP port (port mode)")
+        ->check(CLI::Range(1, 65535));
+    clear->add_option("--requester", inv.lockout.requester, "Those of this requester (address or listed key)");
+    clear->add_flag("--all", inv.lockout.all, "Every one");
+    clear->callback([&inv] {
+        const LockoutSelector& selector = inv.lockout;
+        const bool narrowed = !selector.userName.empty() || selector.httpPort != 0 || !selector.requester.empty();
+        if (narrowed == selector.all) {
+            throw CLI::ValidationError("lockout clear", "name a --user, --port or --requester, or give --all alone");
+        }
+        inv.run = [&inv](Session& s, const std::string&) { lockoutClear(s, inv.lockout); };
+    });
+}
+
+void defineAdmin(CLI::App& app, Invocation& inv) {
+    CLI::App* admin = app.add_subcommand("admin", "The management API's administrator")->require_subcommand(1);
+    admin->add_subcommand("passwd", "Give the management API's admin a new password (typed twice); port mode "
+                                    "keeps its own")
+        ->callback([&inv] {
+            inv.newPasswordOf = kAdminPassword;
+            inv.run = [](Session& s, const std::string& password) { changeCredential(s, "management", password); };
+        });
+}
+
 void defineDoctor(CLI::App& app, Invocation& inv) {
     CLI::App* command = app.add_subcommand(
         "doctor", "Compare what nginx and the media daemon listen on with the stored bindings; exit 1 while they differ");
     command->add_flag("--repair", inv.repair, "Bring the listeners in step first, as the gateway does by itself");
     command->callback([&inv] { inv.run = [&inv](Session& s, const std::string&) { doctor(s, inv.repair); }; });
-}
-
-// A user password, typed twice on a terminal so that a typing error does not lock a user out.
-bool readUserPassword(std::string& password, std::string& error) {
-    if (!gwapi::readSecret("TELMI user password", "", password, error)) {
-        return false;
-    }
-    std::string again;
-    if (gwapi::secretsAreTyped() &&
-        (!gwapi::readSecret("TELMI user password again", "", again, error) || again != password)) {
-        error = "the two passwords differ";
-        return false;
-    }
-    return true;
 }
 
 }  // namespace
@@ -185,6 +215,8 @@ int main(int argc, char** argv) {
     defineUser(app, inv);
     definePort(app, inv);
     defineDevice(app, inv);
+    defineLockout(app, inv);
+    defineAdmin(app, inv);
     defineDoctor(app, inv);
     try {
         app.parse(argc, argv);
@@ -192,7 +224,7 @@ int main(int argc, char** argv) {
         return app.exit(e) == 0 ? kExitDone : kExitUsage;
     }
 
-    std::string adminPassword, userPassword, error;
+    std::string adminPassword, newPassword, error;
     if (!gwapi::checkManagementUrl(inv.gateway, error)) {
         std::fprintf(stderr, "telmictl: %s\n", error.c_str());
         return kExitUsage;
@@ -201,14 +233,14 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "telmictl: %s\n", error.c_str());
         return kExitAdmin;
     }
-    if (inv.needsUserPassword && !readUserPassword(userPassword, error)) {
+    if (!inv.newPasswordOf.empty() && !gwapi::readNewSecret(inv.newPasswordOf, newPassword, error)) {
         std::fprintf(stderr, "telmictl: %s\n", error.c_str());
         return kExitUsage;
     }
     gwapi::ManagementClient api(inv.gateway, adminPassword, kReadSeconds);
     Session session(api, inv.gateway, inv.json);
     try {
-        inv.run(session, userPassword);
+        inv.run(session, newPassword);
     } catch (const Json::Exception& e) {
         session.fail(kExitUnreachable, std::string("the gateway's answer has an unexpected form: ") + e.what());
     }

@@ -1,0 +1,93 @@
+// An administrator's everyday jobs through telmictl on a running gateway: lifting lock-outs,
+// changing the two admin passwords, quick users, refusals that say what to do.
+#include <gmock/gmock.h>
+
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "gatewayd/GatewayScenario.h"
+
+using namespace gwtest;
+using testing::HasSubstr;
+
+namespace {
+
+const std::string kWrong = "Wrong!Pass1";
+
+void lockOut(unsigned short port, const std::string& user) {
+    for (int i = 0; i < 7; ++i) {
+        digestCurl(port, user, kWrong);
+    }
+}
+
+TEST(AdminJobs, LockOutsAreListedWithTheirUserOrPortAndLiftedBeforeTheirTime) {
+    GatewayRun gateway;
+    TwoDevices devices(gateway);
+    lockOut(gateway.userPort(), "tarnuser");
+    lockOut(devices.httpPort, "admin");
+    ASSERT_EQ(digestCurl(gateway.userPort(), "tarnuser", kUserPassword).status, 401);
+
+    const Outcome listed = telmictlAs(gateway, "lockout list");
+    EXPECT_THAT(listed.withOut(), testing::StartsWith("0 REQUESTER  USER OR PORT   DEVICE     FAILURES  LOCKED FOR\n"
+                                                      "127.0.0.1  user tarnuser  TARN0001   7         1"));
+    EXPECT_THAT(listed.out, HasSubstr("127.0.0.1  port " + std::to_string(devices.httpPort) + "     TARN50001  7"));
+    std::ifstream log(gateway.home().path() + "/log/gateway.log");
+    const std::string text(std::istreambuf_iterator<char>(log), {});
+    EXPECT_THAT(text, HasSubstr("TELMI requester 127.0.0.1 is locked out of user \"tarnuser\""));
+    EXPECT_THAT(text, HasSubstr("is locked out of port " + std::to_string(devices.httpPort)));
+
+    EXPECT_EQ(telmictlAs(gateway, "lockout clear").status, 2);
+    EXPECT_EQ(telmictlAs(gateway, "lockout clear --user nobody").withErr(),
+              "1 telmictl: HTTP 404: no TELMI user is named \"nobody\" (code 61002)\n");
+    EXPECT_EQ(telmictlAs(gateway, "lockout clear --user tarnuser").withOut(), "0 1 failure count cleared\n");
+    EXPECT_EQ(digestCurl(gateway.userPort(), "tarnuser", kUserPassword).withOut(), deviceAnswer("tarn-cam"));
+    EXPECT_EQ(digestCurl(devices.httpPort, "admin", gateway.portPassword()).status, 401);
+    EXPECT_EQ(telmictlAs(gateway, "lockout clear --all").withOut(), "0 1 failure count cleared\n");
+    EXPECT_EQ(digestCurl(devices.httpPort, "admin", gateway.portPassword()).withOut(), deviceAnswer("tarn5-cam"));
+}
+
+TEST(AdminJobs, EachAdminPasswordChangesAloneAndOnlyToOneTheRatingAccepts) {
+    GatewayRun gateway;
+    TwoDevices devices(gateway);
+    const std::string apiUrl = shellQuoted(gateway.apiUrl("/api/telmi"));
+
+    EXPECT_EQ(telmictlAs(gateway, "admin passwd", "MyAdmin1\n").withErr(),
+              "1 telmictl: HTTP 422: the password was not changed: the password is too weak: use at least 8 "
+              "printable ASCII characters of at least two kinds (lower-case letters, upper-case letters, digits, "
+              "other characters), not containing \"admin\" (code 257)\n");
+    const std::string newAdmin = "N3w-Manager!";
+    const Outcome changed = telmictlAs(gateway, "admin passwd", newAdmin + "\n");
+    EXPECT_THAT(changed.withOut(), testing::StartsWith("0 password changed; every client of the management API"));
+    EXPECT_EQ(curlAs("admin", newAdmin, "--digest " + apiUrl).status, 200);
+    EXPECT_EQ(curlAs("admin", gateway.adminPassword(), "--digest " + apiUrl).status, 401);
+    // Port mode keeps its own password until it is changed on its own.
+    EXPECT_EQ(digestCurl(devices.httpPort, "admin", gateway.portPassword()).status, 200);
+
+    const std::string newPort = "N3w-PortMode!";
+    const Outcome port = runCommand(std::string(ZQ_TELMICTL_PATH) + " --gateway " + gateway.apiUrl("") +
+                                        " port passwd",
+                                    newAdmin + "\n" + newPort + "\n");
+    EXPECT_THAT(port.withOut(), testing::StartsWith("0 password changed; every TELMI client of the device ports"));
+    EXPECT_EQ(digestCurl(devices.httpPort, "admin", newPort).status, 200);
+    EXPECT_EQ(digestCurl(devices.httpPort, "admin", gateway.portPassword()).status, 401);
+    EXPECT_EQ(curlAs("admin", newPort, "--digest " + apiUrl).status, 401);
+}
+
+TEST(AdminJobs, QuickAddGivesOnlyDevicesWithoutAnAccountOneAndRefusalsSayWhatToDo) {
+    GatewayRun gateway;
+    TwoDevices devices(gateway);
+    const Outcome first = telmictlAs(gateway, "user quick-add", kUserPassword + "\n");
+    EXPECT_THAT(first.withOut(), testing::StartsWith("0 device TARN50001: added user TARN50001, user index "));
+    EXPECT_THAT(telmictlAs(gateway, "user quick-add", kUserPassword + "\n").withErr(),
+                testing::AllOf(HasSubstr("1 telmictl: HTTP 404: no quick users were added: no eligible device: "),
+                               testing::EndsWith("(code 274)\n")));
+
+    EXPECT_THAT(telmictlAs(gateway, "port bind TARN0001").withOut(),
+                HasSubstr("1 TARN0001: failed: no Tarn5 device with that access ID and both a TELMI and an RTSP "
+                          "address is attached: port binding takes Tarn5 devices only"));
+    EXPECT_THAT(telmictlAs(gateway, "user add tarnuser2=TARN0001", kUserPassword + "\n").out,
+                HasSubstr("the device already has a TELMI user: one account per device"));
+}
+
+}  // namespace

@@ -57,6 +57,18 @@ void portUnbind(Session& session, const std::vector<std::string>& portIndexes) {
     }
 }
 
+void portUnbindDevices(Session& session, const std::vector<std::string>& deviceIDs) {
+    std::vector<std::string> indexes;
+    for (const auto& id : deviceIDs) {
+        const auto index = portIndexOf(session, id);
+        if (!index) {
+            return;
+        }
+        indexes.push_back(*index);
+    }
+    portUnbind(session, indexes);
+}
+
 void portRetry(Session& session, const std::string& portIndex) {
     gwapi::ApiAnswer answer;
     {

@@ -73,6 +73,38 @@ void userModify(Session& session, const std::string& userIndex, const UserInput&
     }
 }
 
+void userModifyNamed(Session& session, const std::string& name, UserInput user, const std::string& password) {
+    const auto current = userNamed(session, name);
+    if (!current) {
+        return;
+    }
+    if (user.userName.empty()) {
+        user.userName = name;
+    }
+    if (user.deviceID.empty()) {
+        const auto deviceIds = deviceIdsByIndex(session);
+        const auto device = deviceIds.find((*current)["deviceIndex"].asString());
+        if (device == deviceIds.end()) {
+            session.fail(kExitRefused, "the device of user " + name + " is no longer attached; name one with --device");
+            return;
+        }
+        user.deviceID = device->second;
+    }
+    userModify(session, (*current)["userIndex"].asString(), user, password);
+}
+
+void userDeleteNamed(Session& session, const std::vector<std::string>& names) {
+    std::vector<std::string> indexes;
+    for (const auto& name : names) {
+        const auto user = userNamed(session, name);
+        if (!user) {
+            return;
+        }
+        indexes.push_back((*user)["userIndex"].asString());
+    }
+    userDelete(session, indexes);
+}
+
 void userDelete(Session& session, const std::vector<std::string>& userIndexes) {
     Json::Value request;
     for (const auto& index : userIndexes) {

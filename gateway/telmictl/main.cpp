@@ -26,6 +26,8 @@ struct Invocation {
     bool json = false;
     Paging paging;
     std::vector<std::string> items;   // the indexes or device IDs of a batch
+    std::vector<std::string> named;   // the names or device IDs that stand for a batch's indexes
+    std::string userName;             // the user a command is about, by name
     std::vector<std::string> users;   // NAME=DEVICEID
     std::string index;                // the one record a command is about
     UserInput user;
@@ -52,6 +54,13 @@ std::vector<UserInput> splitUsers(const std::vector<std::string>& items) {
         users.push_back({item.substr(0, equals), item.substr(equals + 1)});
     }
     return users;
+}
+
+// A command names its records one way or the other, not both, not neither.
+void requireOneOf(const CLI::Option* one, const CLI::Option* other) {
+    if ((one->count() == 0) == (other->count() == 0)) {
+        throw CLI::ValidationError(one->get_name() + ", " + other->get_name(), "give exactly one of the two");
+    }
 }
 
 void addPaging(CLI::App* list, Paging& paging) {
@@ -95,17 +104,40 @@ void defineUser(CLI::App& app, Invocation& inv) {
         });
 
     CLI::App* mod = user->add_subcommand("mod", "Change a user's name, device and password");
-    mod->add_option("userIndex", inv.index, "The user's index")->required();
-    mod->add_option("--name", inv.user.userName, "The user's name, new or unchanged")->required();
-    mod->add_option("--device", inv.user.deviceID, "The device's ID, new or unchanged")->required();
-    mod->callback([&inv] {
+    CLI::Option* modIndex = mod->add_option("userIndex", inv.index, "The user's index");
+    CLI::Option* modUser = mod->add_option("--user", inv.userName, "The user's name, instead of its index");
+    CLI::Option* newName = mod->add_option("--name", inv.user.userName,
+                                           "The user's name, new or unchanged (default with --user: unchanged)");
+    CLI::Option* newDevice = mod->add_option("--device", inv.user.deviceID,
+                                             "The device's ID, new or unchanged (default with --user: unchanged)");
+    mod->callback([&inv, modIndex, modUser, newName, newDevice] {
+        requireOneOf(modIndex, modUser);
+        if (modIndex->count() != 0 && (newName->count() == 0 || newDevice->count() == 0)) {
+            throw CLI::ValidationError("user mod", "a user given by index needs --name and --device");
+        }
         inv.newPasswordOf = kUserPassword;
-        inv.run = [&inv](Session& s, const std::string& password) { userModify(s, inv.index, inv.user, password); };
+        inv.run = [&inv](Session& s, const std::string& password) {
+            inv.userName.empty() ? userModify(s, inv.index, inv.user, password)
+                                 : userModifyNamed(s, inv.userName, inv.user, password);
+        };
+    });
+
+    CLI::App* passwd = user->add_subcommand("passwd", "Give a TELMI user a new password; name and device stay");
+    passwd->add_option("name", inv.userName, "The user's name")->required();
+    passwd->callback([&inv] {
+        inv.newPasswordOf = kUserPassword;
+        inv.run = [&inv](Session& s, const std::string& password) { userModifyNamed(s, inv.userName, {}, password); };
     });
 
     CLI::App* del = user->add_subcommand("del", "Delete TELMI users");
-    del->add_option("userIndexes", inv.items, "Indexes of the users")->required();
-    del->callback([&inv] { inv.run = [&inv](Session& s, const std::string&) { userDelete(s, inv.items); }; });
+    CLI::Option* delIndexes = del->add_option("userIndexes", inv.items, "Indexes of the users");
+    CLI::Option* delNames = del->add_option("--name", inv.named, "Names of the users, instead of their indexes");
+    del->callback([&inv, delIndexes, delNames] {
+        requireOneOf(delIndexes, delNames);
+        inv.run = [&inv](Session& s, const std::string&) {
+            inv.named.empty() ? userDelete(s, inv.items) : userDeleteNamed(s, inv.named);
+        };
+    });
 }
 
 void definePort(CLI::App& app, Invocation& inv) {
@@ -120,8 +152,15 @@ void definePort(CLI::App& app, Invocation& inv) {
     bind->callback([&inv] { inv.run = [&inv](Session& s, const std::string&) { portBind(s, inv.items); }; });
 
     CLI::App* unbind = port->add_subcommand("unbind", "Release port bindings");
-    unbind->add_option("portIndexes", inv.items, "Indexes of the bindings")->required();
-    unbind->callback([&inv] { inv.run = [&inv](Session& s, const std::string&) { portUnbind(s, inv.items); }; });
+    CLI::Option* unbindIndexes = unbind->add_option("portIndexes", inv.items, "Indexes of the bindings");
+    CLI::Option* unbindDevices =
+        unbind->add_option("--device", inv.named, "IDs of the bound devices, instead of the bindings' indexes");
+    unbind->callback([&inv, unbindIndexes, unbindDevices] {
+        requireOneOf(unbindIndexes, unbindDevices);
+        inv.run = [&inv](Session& s, const std::string&) {
+            inv.named.empty() ? portUnbind(s, inv.items) : portUnbindDevices(s, inv.named);
+        };
+    });
 
     port->add_subcommand("passwd", "Give the TELMI \"admin\" that port-mode clients sign in as a new password "
                                    "(typed twice); the management API's admin keeps its own")

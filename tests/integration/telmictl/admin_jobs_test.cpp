@@ -78,7 +78,7 @@ TEST(AdminJobs, EachAdminPasswordChangesAloneAndOnlyToOneTheRatingAccepts) {
     EXPECT_EQ(curlAs("admin", newPort, "--digest " + apiUrl).status, 401);
 }
 
-TEST(AdminJobs, QuickAddGivesOnlyDevicesWithoutAnAccountOneAndRefusalsSayWhatToDo) {
+TEST(AdminJobs, QuickAddGivesOnlyDevicesWithoutAnAccountOneAndUsersAndBindingsGoByName) {
     GatewayRun gateway;
     TwoDevices devices(gateway);
     const Outcome first = telmictlAs(gateway, "user quick-add", kUserPassword + "\n");
@@ -92,6 +92,17 @@ TEST(AdminJobs, QuickAddGivesOnlyDevicesWithoutAnAccountOneAndRefusalsSayWhatToD
                           "address is attached: port binding takes Tarn5 devices only"));
     EXPECT_THAT(telmictlAs(gateway, "user add tarnuser2=TARN0001", kUserPassword + "\n").out,
                 HasSubstr("the device already has a TELMI user: one account per device"));
+
+    // Names and device IDs stand for indexes.
+    const std::string newPassword = "An0ther!Pass";
+    EXPECT_THAT(telmictlAs(gateway, "user passwd tarnuser", newPassword + "\n").withOut(),
+                testing::EndsWith(" modified: tarnuser on device TARN0001\n"));
+    EXPECT_EQ(digestCurl(gateway.userPort(), "tarnuser", newPassword).withOut(), deviceAnswer("tarn-cam"));
+    EXPECT_THAT(telmictlAs(gateway, "user del --name TARN50001 nobody").withErr(),
+                "1 telmictl: no TELMI user is named \"nobody\"\n");
+    EXPECT_THAT(telmictlAs(gateway, "user del --name TARN50001").withOut(), testing::EndsWith(": deleted\n"));
+    EXPECT_THAT(telmictlAs(gateway, "port unbind --device TARN50001").withOut(), testing::EndsWith(": unbound\n"));
+    EXPECT_EQ(gateway.api("GET", "/api/ports").json()["totalMatches"].asInt(), 0);
 }
 
 }  // namespace

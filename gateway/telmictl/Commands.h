@@ -65,7 +65,8 @@ void lockoutClear(Session& session, const LockoutSelector& selector);
 // credential: "management" or "port-mode", as the route names it.
 void changeCredential(Session& session, const std::string& credential, const std::string& password);
 
-void deviceList(Session& session);
+// With each device's TELMI reach now: online, offline or no TELMI address.
+void deviceList(Session& session, const Paging& paging);
 void deviceAdd(Session& session, const DeviceInput& device);
 void deviceRemove(Session& session, const std::string& deviceIndex);
 

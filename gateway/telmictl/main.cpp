@@ -176,9 +176,9 @@ void definePort(CLI::App& app, Invocation& inv) {
 
 void defineDevice(CLI::App& app, Invocation& inv) {
     CLI::App* device = app.add_subcommand("device", "Devices attached to the gateway")->require_subcommand(1);
-    device->add_subcommand("list", "List devices")->callback([&inv] {
-        inv.run = [](Session& s, const std::string&) { deviceList(s); };
-    });
+    CLI::App* list = device->add_subcommand("list", "List devices, with whether each answers on its TELMI address now");
+    addPaging(list, inv.paging);
+    list->callback([&inv] { inv.run = [&inv](Session& s, const std::string&) { deviceList(s, inv.paging); }; });
 
     CLI::App* add = device->add_subcommand("add", "Attach a device");
     add->add_option("--protocol", inv.device.protocol, "Access protocol")

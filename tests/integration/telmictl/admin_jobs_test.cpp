@@ -78,7 +78,7 @@ TEST(AdminJobs, EachAdminPasswordChangesAloneAndOnlyToOneTheRatingAccepts) {
     EXPECT_EQ(curlAs("admin", newPort, "--digest " + apiUrl).status, 401);
 }
 
-TEST(AdminJobs, QuickAddGivesOnlyDevicesWithoutAnAccountOneAndUsersAndBindingsGoByName) {
+TEST(AdminJobs, QuickAddGivesOnlyDevicesWithoutAnAccountOneAndRecordsGoByNameOrKeyWord) {
     GatewayRun gateway;
     TwoDevices devices(gateway);
     const Outcome first = telmictlAs(gateway, "user quick-add", kUserPassword + "\n");
@@ -103,6 +103,12 @@ TEST(AdminJobs, QuickAddGivesOnlyDevicesWithoutAnAccountOneAndUsersAndBindingsGo
     EXPECT_THAT(telmictlAs(gateway, "user del --name TARN50001").withOut(), testing::EndsWith(": deleted\n"));
     EXPECT_THAT(telmictlAs(gateway, "port unbind --device TARN50001").withOut(), testing::EndsWith(": unbound\n"));
     EXPECT_EQ(gateway.api("GET", "/api/ports").json()["totalMatches"].asInt(), 0);
+
+    // The device list finds by key word and asks the device whether it answers.
+    devices.tarn5.reset();
+    const Outcome found = telmictlAs(gateway, "device list --keyword tarn");
+    EXPECT_THAT(found.out, testing::ContainsRegex("TARN0001 .* online\n.*TARN50001 .* offline\n2 devices\n"));
+    EXPECT_THAT(telmictlAs(gateway, "device list --keyword 50001").out, testing::EndsWith("\n1 device\n"));
 }
 
 }  // namespace

@@ -80,7 +80,7 @@ TEST(Telmictl, ListsPrintTablesOrTheApisJson) {
 
     // --json prints exactly what the API answers, and nothing else.
     for (const auto& [command, route] :
-         {std::pair("device list", "/api/devices"), std::pair("user list", "/api/users"),
+         {std::pair("device list", "/api/devices?reach=1"), std::pair("user list", "/api/users"),
           std::pair("port list", "/api/ports"), std::pair("telmi status", "/api/telmi")}) {
         const Outcome json = admin(gateway, std::string("--json ") + command);
         EXPECT_EQ(json.withErr(), "0 ") << command;

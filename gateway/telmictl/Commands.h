@@ -83,6 +83,11 @@ std::optional<Json::Value> userNamed(Session& session, const std::string& name);
 // The index of the device's port binding; none once the session has failed.
 std::optional<std::string> portIndexOf(Session& session, const std::string& deviceID);
 
+// The index of every record named, each found by lookup; none once one is not found, so that a
+// batch goes whole or not at all.
+std::optional<std::vector<std::string>> indexesOf(Session& session, const std::vector<std::string>& names,
+                                                  std::optional<std::string> (*lookup)(Session&, const std::string&));
+
 // The query of a list page: start, max and, when given, keyword.
 httplib::Params pagingQuery(const Paging& paging);
 // How many records matched, and where the next page starts when this one holds less than all.

@@ -58,15 +58,9 @@ void portUnbind(Session& session, const std::vector<std::string>& portIndexes) {
 }
 
 void portUnbindDevices(Session& session, const std::vector<std::string>& deviceIDs) {
-    std::vector<std::string> indexes;
-    for (const auto& id : deviceIDs) {
-        const auto index = portIndexOf(session, id);
-        if (!index) {
-            return;
-        }
-        indexes.push_back(*index);
+    if (const auto indexes = indexesOf(session, deviceIDs, portIndexOf)) {
+        portUnbind(session, *indexes);
     }
-    portUnbind(session, indexes);
 }
 
 void portRetry(Session& session, const std::string& portIndex) {

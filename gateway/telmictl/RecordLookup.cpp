@@ -44,4 +44,17 @@ std::optional<std::string> portIndexOf(Session& session, const std::string& devi
     return std::nullopt;
 }
 
+std::optional<std::vector<std::string>> indexesOf(Session& session, const std::vector<std::string>& names,
+                                                  std::optional<std::string> (*lookup)(Session&, const std::string&)) {
+    std::vector<std::string> indexes;
+    for (const auto& name : names) {
+        const auto index = lookup(session, name);
+        if (!index) {
+            return std::nullopt;
+        }
+        indexes.push_back(*index);
+    }
+    return indexes;
+}
+
 }  // namespace telmictl

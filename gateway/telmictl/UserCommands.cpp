@@ -94,15 +94,13 @@ void userModifyNamed(Session& session, const std::string& name, UserInput user, 
 }
 
 void userDeleteNamed(Session& session, const std::vector<std::string>& names) {
-    std::vector<std::string> indexes;
-    for (const auto& name : names) {
-        const auto user = userNamed(session, name);
-        if (!user) {
-            return;
-        }
-        indexes.push_back((*user)["userIndex"].asString());
+    const auto userIndexOf = [](Session& s, const std::string& name) -> std::optional<std::string> {
+        const auto user = userNamed(s, name);
+        return user ? std::optional<std::string>((*user)["userIndex"].asString()) : std::nullopt;
+    };
+    if (const auto indexes = indexesOf(session, names, userIndexOf)) {
+        userDelete(session, *indexes);
     }
-    userDelete(session, indexes);
 }
 
 void userDelete(Session& session, const std::vector<std::string>& userIndexes) {

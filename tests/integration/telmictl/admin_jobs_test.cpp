@@ -76,6 +76,14 @@ TEST(AdminJobs, EachAdminPasswordChangesAloneAndOnlyToOneTheRatingAccepts) {
     EXPECT_EQ(digestCurl(devices.httpPort, "admin", newPort).status, 200);
     EXPECT_EQ(digestCurl(devices.httpPort, "admin", gateway.portPassword()).status, 401);
     EXPECT_EQ(curlAs("admin", newPort, "--digest " + apiUrl).status, 401);
+
+    // A lost management password is replaced on the machine, without the old one.
+    const std::string home = " --home " + shellQuoted(gateway.home().path());
+    EXPECT_THAT(runCommand(std::string(ZQ_GATEWAYD_PATH) + " init" + home).out,
+                HasSubstr("already has a management API admin password, left as it is (zqgatewayd passwd changes it)"));
+    EXPECT_THAT(runCommand(std::string(ZQ_GATEWAYD_PATH) + " passwd" + home, "N3w-Offline!\n").withOut(),
+                testing::StartsWith("0 password changed; every client of the management API"));
+    EXPECT_EQ(curlAs("admin", "N3w-Offline!", "--digest " + apiUrl).status, 200);
 }
 
 TEST(AdminJobs, QuickAddGivesOnlyDevicesWithoutAnAccountOneAndRecordsGoByNameOrKeyWord) {

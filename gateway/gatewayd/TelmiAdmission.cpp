@@ -61,14 +61,21 @@ void admit(httplib::Response& res, const std::string& deviceIndex) {
     res.set_header("X-TELMI-Device-Host", hostPort);
 }
 
-std::string refusalMessage(const tagTelmiAuthRsp& rsp) {
+// Port mode takes the gateway's own credential, which people look for among the TELMI users.
+std::string authenticationRequired(ZQConfigMgr::TELMIMode mode) {
+    return mode == ZQConfigMgr::portMode
+               ? "authentication required as \"admin\" with the gateway's port-mode password (not a TELMI user)"
+               : "authentication required";
+}
+
+std::string refusalMessage(const tagTelmiAuthRsp& rsp, ZQConfigMgr::TELMIMode mode) {
     if (rsp.leftTryNum <= 0) {
         // The time is the one read before this attempt: 0 when this very attempt locked.
         return rsp.remainLockTime > 0 ? "too many failed attempts: locked out for " +
                                             std::to_string(rsp.remainLockTime) + " more seconds"
                                       : std::string("too many failed attempts: locked out");
     }
-    return "authentication required; " + std::to_string(rsp.leftTryNum) +
+    return authenticationRequired(mode) + "; " + std::to_string(rsp.leftTryNum) +
            (rsp.leftTryNum == 1 ? " attempt" : " attempts") + " left before lock-out";
 }
 
@@ -87,7 +94,7 @@ void checkCredentials(const TelmiLibrary& library, const Arrival& arrival, const
     // are challenged here so that none counts as a failed attempt.
     const std::string authorization = req.get_header_value("Authorization");
     if (!isDigestHeader(authorization)) {
-        refuse(res, 401, "authentication required", digestChallenge(false));
+        refuse(res, 401, authenticationRequired(arrival.mode), digestChallenge(false));
         return;
     }
     std::string answer;
@@ -115,7 +122,7 @@ void checkCredentials(const TelmiLibrary& library, const Arrival& arrival, const
     if (code == 0) {
         admit(res, std::string(rsp.deviceIndex, ::strnlen(rsp.deviceIndex, sizeof(rsp.deviceIndex))));
     } else if (code == kDigestFailed) {
-        refuse(res, 401, refusalMessage(rsp), challengeText);
+        refuse(res, 401, refusalMessage(rsp, arrival.mode), challengeText);
         if (rsp.leftTryNum <= 0) {
             const std::string locked = arrival.mode == ZQConfigMgr::portMode
                                            ? "port " + std::to_string(arrival.httpPort)

@@ -86,7 +86,7 @@ InitOutcome initialiseCredential(Credential credential, const std::string& given
 
 int replaceCredential(Credential credential, const std::string& password) {
     const int level = ZQ_BASE_GetPasswrodLevel(password.c_str(), "admin");
-    if (level == -1 || password.empty()) {
+    if (level == -1) {
         return kUnratedPassword;
     }
     if (level == 0) {

@@ -29,11 +29,6 @@ void switchTelmi(const GatewayRun& gateway, int enabled) {
     ASSERT_EQ(reply.withOut(), "200 {\"enabled\":" + std::to_string(enabled) + "}\n");
 }
 
-Outcome telmictlAs(const GatewayRun& gateway, const std::string& arguments, const std::string& moreInput) {
-    return runCommand(std::string(ZQ_TELMICTL_PATH) + " --gateway " + gateway.apiUrl("") + " " + arguments,
-                      gateway.adminPassword() + "\n" + moreInput);
-}
-
 std::string deviceAnswer(const std::string& device) {
     return "200 device=" + device + " method=GET target=" + kUri + " credentials=no";
 }

@@ -20,9 +20,6 @@ Outcome digestCurl(unsigned short port, const std::string& user, const std::stri
 Json::Value firstResult(const Outcome& reply);
 void addUser(const GatewayRun& gateway, const std::string& name, const std::string& deviceID);
 void switchTelmi(const GatewayRun& gateway, int enabled);
-// telmictl (arguments in shell syntax) as the gateway's admin: the admin password on standard
-// input, then moreInput.
-Outcome telmictlAs(const GatewayRun& gateway, const std::string& arguments, const std::string& moreInput = "");
 // What a stand-in device answers a forwarded request, with status 200.
 std::string deviceAnswer(const std::string& device);
 

@@ -15,6 +15,13 @@ namespace {
 
 const std::string kWrong = "Wrong!Pass1";
 
+// telmictl (arguments in shell syntax) as the gateway's admin: the admin password on standard
+// input, then moreInput.
+Outcome telmictlAs(const GatewayRun& gateway, const std::string& arguments, const std::string& moreInput = "") {
+    return runCommand(std::string(ZQ_TELMICTL_PATH) + " --gateway " + gateway.apiUrl("") + " " + arguments,
+                      gateway.adminPassword() + "\n" + moreInput);
+}
+
 void lockOut(unsigned short port, const std::string& user) {
     for (int i = 0; i < 7; ++i) {
         digestCurl(port, user, kWrong);

@@ -85,7 +85,9 @@ ApiAnswer ManagementClient::put(const std::string& path, const Json::Value& body
     return toAnswer(client_.Put(path, compactJson(body), "application/json"));
 }
 
-ApiAnswer ManagementClient::remove(const std::string& path) { return toAnswer(client_.Delete(path)); }
+ApiAnswer ManagementClient::remove(const std::string& path, const httplib::Params& query) {
+    return toAnswer(client_.Delete(httplib::append_query_params(path, query)));
+}
 
 bool checkManagementUrl(const std::string& url, std::string& error) {
     static const std::regex kForm(R"(https?://[A-Za-z0-9.\-]+(:[0-9]{1,5})?/?)");

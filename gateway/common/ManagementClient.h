@@ -36,7 +36,7 @@ public:
     // A null body sends an empty JSON object.
     ApiAnswer post(const std::string& path, const Json::Value& body = Json::Value());
     ApiAnswer put(const std::string& path, const Json::Value& body);
-    ApiAnswer remove(const std::string& path);
+    ApiAnswer remove(const std::string& path, const httplib::Params& query = {});
 
 private:
     httplib::Client client_;

@@ -4,8 +4,59 @@
 #include "ZQGatewayHome.h"
 
 namespace gwapi {
+namespace {
 
-ResultMeaning meaningOf(int code) {
+// The sentences a job needs instead of the general ones; null where the general one says it.
+const char* jobMessage(int code, Job job) {
+    const bool accountJob = job == Job::addUser || job == Job::modifyUser;
+    switch (code) {
+        case 1:
+            if (accountJob) {
+                return "bad argument: the user name must be 1 to 32 printable ASCII characters without / \\ : * ? ' "
+                       "\" < > | %, and not \"admin\"; the password 1 to 16 characters; the device ID 1 to 31 "
+                       "characters; a modified user must exist";
+            }
+            return job == Job::quickAddUser ? "bad argument: the password must be 1 to 16 characters" : nullptr;
+        case 7:
+            if (job == Job::bindPort) {
+                return "no Tarn5 device with that access ID and both a TELMI and an RTSP address is attached: port "
+                       "binding takes Tarn5 devices only (a Tarn device gets a TELMI user instead; see device list)";
+            }
+            return accountJob ? "no Tarn or Tarn5 device with that access ID and a TELMI address is attached "
+                                "(see device list)"
+                              : nullptr;
+        case 256:
+            return accountJob || job == Job::changePassword
+                       ? "the password cannot be rated: it must be printable ASCII characters only"
+                       : nullptr;
+        case 257:
+            if (accountJob) {
+                return "the password is too weak: use at least 8 printable ASCII characters (at most 16) of at "
+                       "least two kinds (lower-case letters, upper-case letters, digits, other characters), not "
+                       "containing the user name in any letter case";
+            }
+            return job == Job::changePassword ? "the password is too weak: use at least 8 printable ASCII "
+                                                "characters of at least two kinds (lower-case letters, upper-case "
+                                                "letters, digits, other characters), not containing \"admin\""
+                                              : nullptr;
+        case 274:
+            return job == Job::quickAddUser
+                       ? "no eligible device: every Tarn or Tarn5 device with a TELMI address has a TELMI user "
+                         "already, or the password was refused for each (it may not contain a device's access ID)"
+                       : nullptr;
+        case 1026:
+            if (job == Job::bindPort) {
+                return "the device is already bound to a port pair: one binding per device (see port list)";
+            }
+            return accountJob ? "the device already has a TELMI user: one account per device; modify or delete "
+                                "that user instead"
+                              : nullptr;
+        default:
+            return nullptr;
+    }
+}
+
+ResultMeaning generalMeaning(int code) {
     using namespace ZQGateway;
     switch (code) {
         case 0: return {200, "done"};
@@ -44,6 +95,16 @@ ResultMeaning meaningOf(int code) {
         case configNoHome: return {500, "the gateway home cannot be created"};
         default: return {500, "the gateway failed with an unknown result code"};
     }
+}
+
+}  // namespace
+
+ResultMeaning meaningOf(int code, Job job) {
+    ResultMeaning meaning = generalMeaning(code);
+    if (const char* message = jobMessage(code, job)) {
+        meaning.message = message;
+    }
+    return meaning;
 }
 
 }  // namespace gwapi

@@ -61,4 +61,16 @@ bool readSecret(const std::string& what, const std::string& path, std::string& s
     return true;
 }
 
+bool readNewSecret(const std::string& what, std::string& secret, std::string& error) {
+    if (!readSecret(what, "", secret, error)) {
+        return false;
+    }
+    std::string again;
+    if (secretsAreTyped() && (!readSecret(what + " again", "", again, error) || again != secret)) {
+        error = "the two passwords differ";
+        return false;
+    }
+    return true;
+}
+
 }  // namespace gwapi

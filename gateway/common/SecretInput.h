@@ -12,6 +12,10 @@ namespace gwapi {
 // pipe several secrets in order.
 bool readSecret(const std::string& what, const std::string& path, std::string& secret, std::string& error);
 
+// A new password from standard input: typed twice on a terminal, so that a typing error does not
+// lock anyone out; false with a message when there is none or the two differ.
+bool readNewSecret(const std::string& what, std::string& secret, std::string& error);
+
 // True when standard input is a terminal (a person types the secrets).
 bool secretsAreTyped();
 

@@ -17,9 +17,9 @@ public:
 
     // Bad input (JSON, types, lengths): 400 with code 0.
     static ApiError badInput(const std::string& message) { return ApiError(400, 0, message); }
-    // A failed library or store call, with the status and sentence of its code.
-    static ApiError fromCode(int code, const std::string& context) {
-        const gwapi::ResultMeaning meaning = gwapi::meaningOf(code);
+    // A failed library or store call, with the status and sentence of its code in the job.
+    static ApiError fromCode(int code, const std::string& context, gwapi::Job job = gwapi::Job::any) {
+        const gwapi::ResultMeaning meaning = gwapi::meaningOf(code, job);
         return ApiError(meaning.httpStatus, code, context + ": " + meaning.message);
     }
 

@@ -17,10 +17,10 @@ void replyError(httplib::Response& res, int httpStatus, int code, const std::str
     replyJson(res, httpStatus, body);
 }
 
-Json::Value resultEntry(int code) {
+Json::Value resultEntry(int code, gwapi::Job job) {
     Json::Value entry;
     entry["code"] = code;
-    entry["message"] = gwapi::meaningOf(code).message;
+    entry["message"] = gwapi::meaningOf(code, job).message;
     return entry;
 }
 

@@ -6,12 +6,14 @@
 
 #include <string>
 
+#include "ResultMeaning.h"
+
 namespace gatewayd {
 
 void replyJson(httplib::Response& res, int httpStatus, const Json::Value& body);
 // {"error": {"code": code, "message": message}}
 void replyError(httplib::Response& res, int httpStatus, int code, const std::string& message);
-// {"code": code, "message": <what the code means>}, the start of one batch item's entry.
-Json::Value resultEntry(int code);
+// {"code": code, "message": <what the code means in the job>}, the start of one batch item's entry.
+Json::Value resultEntry(int code, gwapi::Job job = gwapi::Job::any);
 
 }  // namespace gatewayd

@@ -16,8 +16,12 @@ void addTelmiSwitchRoutes(ApiRouter& routes, const TelmiLibrary& library);
 void addUserRoutes(ApiRouter& routes, const TelmiLibrary& library);
 // GET/POST /api/ports, POST /api/ports/unbind, POST /api/ports/{portIndex}/retry
 void addPortRoutes(ApiRouter& routes, const TelmiLibrary& library);
-// GET/POST /api/devices, DELETE /api/devices/{deviceIndex}
+// GET /api/devices[?start&max&keyword&reach=1], POST /api/devices, DELETE /api/devices/{deviceIndex}
 void addDeviceRoutes(ApiRouter& routes);
+// GET /api/lockouts, DELETE /api/lockouts[?user=NAME|port=N][&requester=ADDRESS]
+void addLockoutRoutes(ApiRouter& routes);
+// PUT /api/credentials/management, PUT /api/credentials/port-mode
+void addCredentialRoutes(ApiRouter& routes);
 // GET /api/health, GET /api/listeners, POST /api/listeners/repair
 void addListenerRoutes(ApiRouter& routes, ListenerKeeper& keeper);
 

@@ -1,9 +1,13 @@
 // Devices attached to the gateway, through the device store directly: registering one, and
 // removing one, which the store reports to the library so that it releases the device's
 // account and bindings.
+#include <algorithm>
+#include <cctype>
+
 #include "ApiError.h"
 #include "ApiReply.h"
 #include "ApiRoutes.h"
+#include "DeviceReach.h"
 #include "GatewaydLog.h"
 #include "JsonInput.h"
 #include "RecordJson.h"
@@ -18,6 +22,25 @@ constexpr size_t kMaxName = 128;
 constexpr size_t kMaxAddress = 256;
 constexpr size_t kMaxIndex = 36;
 constexpr int kTarn = 2, kTarn5 = 4;
+constexpr size_t kMaxKeyWord = 128;
+constexpr int kMaxStart = 1000000;
+// How long a listing with reach=1 waits for devices to accept a connection.
+constexpr int kReachTimeoutMs = 1000;
+
+bool containsIgnoringCase(const std::string& text, const std::string& part) {
+    return std::search(text.begin(), text.end(), part.begin(), part.end(), [](char a, char b) {
+               return std::tolower(static_cast<unsigned char>(a)) == std::tolower(static_cast<unsigned char>(b));
+           }) != text.end();
+}
+
+const char* reachText(Reach reach) {
+    switch (reach) {
+        case Reach::online: return "online";
+        case Reach::offline: return "offline";
+        case Reach::noAddress: return "no TELMI address";
+    }
+    return "";
+}
 
 // "scheme://host[:port]", nothing after the authority: the gateway addresses the device itself,
 // and only where the device store lets it (the store checks again when it registers).
@@ -38,16 +61,37 @@ std::string addressMember(const Json::Value& body, const char* name, const std::
 }  // namespace
 
 void addDeviceRoutes(ApiRouter& routes) {
-    routes.get("/api/devices", [](const httplib::Request&, httplib::Response& res) {
+    routes.get("/api/devices", [](const httplib::Request& req, httplib::Response& res) {
+        const int start = queryInt(req, "start", 0, 0, kMaxStart);
+        const int max = queryInt(req, "max", kMaxStart, 0, kMaxStart);
+        const std::string keyword = queryText(req, "keyword", kMaxKeyWord);
+        const bool reach = queryInt(req, "reach", 0, 0, 1) == 1;
         std::vector<std::shared_ptr<ZQGateway::CGatewayDevice>> devices;
         if (const int code = ZQ_DeviceMgr_GetAllDevices(devices); code != 0) {
             throw ApiError::fromCode(code, "the device list cannot be read");
         }
         Json::Value body;
         body["devices"] = Json::Value(Json::arrayValue);
+        std::vector<std::string> telmiAddresses;
+        int matches = 0;
         for (const auto& device : devices) {
-            body["devices"].append(deviceJson(*device));
+            if (!keyword.empty() && !containsIgnoringCase(accessID(*device), keyword) &&
+                !containsIgnoringCase(device->getDeviceName(), keyword)) {
+                continue;
+            }
+            if (matches++ >= start && static_cast<int>(body["devices"].size()) < max) {
+                body["devices"].append(deviceJson(*device));
+                telmiAddresses.push_back(device->getTelmiAddress());
+            }
         }
+        if (reach) {
+            const std::vector<Reach> states = telmiReach(telmiAddresses, kReachTimeoutMs);
+            for (Json::ArrayIndex i = 0; i < states.size(); ++i) {
+                body["devices"][i]["telmi"] = reachText(states[i]);
+            }
+        }
+        body["totalMatches"] = matches;
+        body["numReturned"] = body["devices"].size();
         replyJson(res, 200, body);
     });
 

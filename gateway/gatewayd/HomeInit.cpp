@@ -1,9 +1,11 @@
 #include "HomeInit.h"
 
 #include <openssl/rand.h>
+#include <unistd.h>
 
 #include <cctype>
 
+#include "ZQBase.h"
 #include "ZQConfigMgr.h"
 #include "ZQGatewayHome.h"
 
@@ -11,6 +13,9 @@ namespace gatewayd {
 namespace {
 
 constexpr size_t kPasswordLength = 16;
+// The library's codes for a password its rating refuses.
+constexpr int kUnratedPassword = 256;
+constexpr int kWeakPassword = 257;
 
 bool hasEveryClass(const std::string& text) {
     bool lower = false, upper = false, digit = false;
@@ -77,6 +82,30 @@ InitOutcome initialiseCredential(Credential credential, const std::string& given
         return InitOutcome::failed;
     }
     return InitOutcome::initialised;
+}
+
+int replaceCredential(Credential credential, const std::string& password) {
+    const int level = ZQ_BASE_GetPasswrodLevel(password.c_str(), "admin");
+    if (level == -1) {
+        return kUnratedPassword;
+    }
+    if (level == 0) {
+        return kWeakPassword;
+    }
+    const int code = credential == Credential::management ? ZQ_Gateway_SetManagerPassword("admin", password.c_str())
+                                                          : ZQ_Gateway_Init(password.c_str());
+    if (code == 0) {
+        ::unlink(ZQ_Gateway_HomePath(generatedPasswordFile(credential)).c_str());
+    }
+    return code;
+}
+
+const char* clientsOf(Credential credential) {
+    return credential == Credential::management
+               ? "every client of the management API (telmictl, its --admin-password-file files, scripts using "
+                 "curl --digest -u admin) must now use the new password; TELMI clients are not affected"
+               : "every TELMI client of the device ports (port mode, user \"admin\") must now use the new password; "
+                 "TELMI users and the management API are not affected";
 }
 
 }  // namespace gatewayd

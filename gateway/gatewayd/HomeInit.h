@@ -1,5 +1,5 @@
-// First start of a gateway home: its two administrator credentials (see ZQGatewayHome.h) get
-// their passwords.
+// The gateway home's two administrator credentials (see ZQGatewayHome.h): their passwords on
+// first start, and new ones later.
 #pragma once
 
 #include <string>
@@ -21,5 +21,13 @@ const char* generatedPasswordFile(Credential credential);
 // is written to generatedPasswordFile (mode 0600, like everything in the home) and never
 // printed. A credential that has a password is left alone.
 InitOutcome initialiseCredential(Credential credential, const std::string& password, std::string& error);
+
+// Replaces the credential's password (stored as its HA1 in gateway.json, written atomically) with
+// one the gateway's password rating accepts for the user "admin": 0, the library's code for a
+// password it cannot rate (256) or finds too weak (257), or the configuration store's code. The
+// generated password file of the old one goes: it would no longer hold the password.
+int replaceCredential(Credential credential, const std::string& password);
+// Which clients must now be given the new password, in a sentence.
+const char* clientsOf(Credential credential);
 
 }  // namespace gatewayd

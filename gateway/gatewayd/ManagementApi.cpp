@@ -1,6 +1,7 @@
 #include <exception>
 
 #include "AdminDigestGuard.h"
+#include "AuditLine.h"
 #include "ApiError.h"
 #include "ApiReply.h"
 #include "ApiRoutes.h"
@@ -33,6 +34,8 @@ void installManagementApi(httplib::Server& server, ApiRouter& routes, const Telm
     addUserRoutes(routes, library);
     addPortRoutes(routes, library);
     addDeviceRoutes(routes);
+    addLockoutRoutes(routes);
+    addCredentialRoutes(routes);
     addListenerRoutes(routes, keeper);
 
     server.set_exception_handler([](const httplib::Request&, httplib::Response& res, std::exception_ptr failure) {
@@ -63,6 +66,9 @@ void installManagementApi(httplib::Server& server, ApiRouter& routes, const Telm
     server.set_logger([](const httplib::Request& req, const httplib::Response& res) {
         GATEWAYD_LOG(res.status < 400 || res.status == 401 ? gwlog::kDetail : gwlog::kWarning, "API %s %s from %s: %d",
                      req.method.c_str(), req.path.c_str(), req.get_header_value("X-Real-IP").c_str(), res.status);
+        if (const std::string audit = auditLine(req, res); !audit.empty()) {
+            GATEWAYD_LOG(gwlog::kStartEnd, "%s", audit.c_str());
+        }
     });
 }
 

@@ -51,7 +51,7 @@ void addPortRoutes(ApiRouter& routes, const TelmiLibrary& library) {
         Json::Value body;
         body["results"] = Json::Value(Json::arrayValue);
         for (size_t i = 0; i < rets.size() && i < deviceIDs.size(); ++i) {
-            Json::Value entry = resultEntry(rets[i].resultCode);
+            Json::Value entry = resultEntry(rets[i].resultCode, gwapi::Job::bindPort);
             entry["deviceID"] = deviceIDs[i];
             // A failed bind may still name the binding it removed again: only a kept one is shown.
             if (rets[i].resultCode == 0 && rets[i].port != nullptr) {

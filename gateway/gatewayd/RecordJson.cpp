@@ -24,11 +24,15 @@ Json::Value portJson(const ZQDeviceMgr::CTELMIPort& port) {
     return json;
 }
 
+std::string accessID(const ZQDeviceMgr::CKelDevice& device) {
+    return device.getProtocol() == 4 ? device.getTarn5DeviceID() : device.getTarnDeviceID();
+}
+
 Json::Value deviceJson(const ZQGateway::CGatewayDevice& device) {
     Json::Value json;
     json["deviceIndex"] = device.getDeviceIndex();
     json["protocol"] = device.getProtocol();
-    json["deviceID"] = device.getProtocol() == 4 ? device.getTarn5DeviceID() : device.getTarnDeviceID();
+    json["deviceID"] = accessID(device);
     json["name"] = device.getDeviceName();
     json["category"] = device.getCategory();
     json["telmiAddress"] = device.getTelmiAddress();

@@ -18,5 +18,7 @@ Json::Value portJson(const ZQDeviceMgr::CTELMIPort& port);
 // {"deviceIndex","protocol","deviceID","name","category","telmiAddress","rtspAddress",
 //  "telmiBound","portBound"}; deviceID is the access ID of the device's protocol.
 Json::Value deviceJson(const ZQGateway::CGatewayDevice& device);
+// The device's access ID: its Tarn5 ID for a Tarn5 device, its Tarn ID otherwise.
+std::string accessID(const ZQDeviceMgr::CKelDevice& device);
 
 }  // namespace gatewayd

@@ -50,14 +50,21 @@ void admit(AdmissionAnswer& res, const std::string& deviceIndex) {
     res.headers = {{"X-TELMI-Upstream", ZQ_Gateway_DeviceUpstream(deviceIndex)}, {"X-TELMI-Device-Host", hostPort}};
 }
 
-std::string refusalMessage(const tagTelmiAuthRsp& rsp) {
+// Port mode takes the gateway's own credential, which people look for among the TELMI users.
+std::string authenticationRequired(ZQConfigMgr::TELMIMode mode) {
+    return mode == ZQConfigMgr::portMode
+               ? "authentication required as \"admin\" with the gateway's port-mode password (not a TELMI user)"
+               : "authentication required";
+}
+
+std::string refusalMessage(const tagTelmiAuthRsp& rsp, ZQConfigMgr::TELMIMode mode) {
     if (rsp.leftTryNum <= 0) {
         // The time is the one read before this attempt: 0 when this very attempt locked.
         return rsp.remainLockTime > 0 ? "too many failed attempts: locked out for " +
                                             std::to_string(rsp.remainLockTime) + " more seconds"
                                       : std::string("too many failed attempts: locked out");
     }
-    return "authentication required; " + std::to_string(rsp.leftTryNum) +
+    return authenticationRequired(mode) + "; " + std::to_string(rsp.leftTryNum) +
            (rsp.leftTryNum == 1 ? " attempt" : " attempts") + " left before lock-out";
 }
 
@@ -75,7 +82,7 @@ void checkCredentials(const TelmiLibrary& library, ZQConfigMgr::TELMIMode mode, 
     // A browser opens a page with several requests at once before it has credentials; those
     // are challenged here so that none counts as a failed attempt.
     if (!isDigestHeader(req.authorization)) {
-        refuse(res, 401, "authentication required", digestChallenge(false));
+        refuse(res, 401, authenticationRequired(mode), digestChallenge(false));
         return;
     }
     std::string answer;
@@ -103,10 +110,13 @@ void checkCredentials(const TelmiLibrary& library, ZQConfigMgr::TELMIMode mode, 
     if (code == 0) {
         admit(res, std::string(rsp.deviceIndex, ::strnlen(rsp.deviceIndex, sizeof(rsp.deviceIndex))));
     } else if (code == kDigestFailed) {
-        refuse(res, 401, refusalMessage(rsp), challengeText);
+        refuse(res, 401, refusalMessage(rsp, mode), challengeText);
         if (rsp.leftTryNum <= 0) {
-            GATEWAYD_LOG(gwlog::kWarning, "TELMI requester %s is locked out (%d s left)", lockKey.c_str(),
-                         rsp.remainLockTime);
+            const std::string locked = mode == ZQConfigMgr::portMode
+                                           ? "port " + std::to_string(httpPort)
+                                           : "user \"" + userName + "\"";
+            GATEWAYD_LOG(gwlog::kWarning, "TELMI requester %s is locked out of %s (%d s left)", lockKey.c_str(),
+                         locked.c_str(), rsp.remainLockTime);
         }
     } else if (code == kBadArgument && !challengeText.empty()) {
         refuse(res, 401, "authentication required: the credentials name no user", challengeText);

@@ -26,10 +26,10 @@ tagTELMIUserInput userInput(const Json::Value& item) {
 }
 
 // One entry per account the library reports, with the new account's index when it was made.
-Json::Value addResults(const std::vector<ZQDeviceMgr::tagAddUserRet>& results) {
+Json::Value addResults(const std::vector<ZQDeviceMgr::tagAddUserRet>& results, gwapi::Job job) {
     Json::Value entries(Json::arrayValue);
     for (const auto& result : results) {
-        Json::Value entry = resultEntry(result.result);
+        Json::Value entry = resultEntry(result.result, job);
         if (result.user != nullptr) {
             entry["userIndex"] = result.user->getUserIndex();
             entry["userName"] = result.user->getUserName();
@@ -38,6 +38,18 @@ Json::Value addResults(const std::vector<ZQDeviceMgr::tagAddUserRet>& results) {
         entries.append(entry);
     }
     return entries;
+}
+
+// A quick user is named after its device's access ID: every entry, a failed one too, gets the
+// name and device the store was asked for.
+void nameQuickAddDevices(Json::Value& entries) {
+    const std::vector<ZQDeviceMgr::tagTELMIUser> asked = ZQ_DeviceMgr_LastQuickAddRequests();
+    for (Json::ArrayIndex i = 0; i < entries.size() && i < asked.size(); ++i) {
+        const std::string accessID = gwio::fieldText(asked[i].userName).value_or("");
+        entries[i]["userName"] = accessID;
+        entries[i]["deviceID"] = accessID;
+        entries[i]["deviceIndex"] = gwio::fieldText(asked[i].deviceIndex).value_or("");
+    }
 }
 
 }  // namespace
@@ -66,7 +78,7 @@ void addUserRoutes(ApiRouter& routes, const TelmiLibrary& library) {
         std::vector<ZQDeviceMgr::tagAddUserRet> results;
         library.addUser(results, inputs);
         Json::Value answer;
-        answer["results"] = addResults(results);
+        answer["results"] = addResults(results, gwapi::Job::addUser);
         replyJson(res, 200, answer);
     });
 
@@ -74,10 +86,11 @@ void addUserRoutes(ApiRouter& routes, const TelmiLibrary& library) {
         const std::string password = textMember(parseObject(req.body), "password", kMaxPassword);
         std::vector<ZQDeviceMgr::tagAddUserRet> results;
         if (const int code = library.quickAddUser(results, password); code != 0) {
-            throw ApiError::fromCode(code, "no quick users were added");
+            throw ApiError::fromCode(code, "no quick users were added", gwapi::Job::quickAddUser);
         }
         Json::Value body = resultEntry(0);
-        body["results"] = addResults(results);
+        body["results"] = addResults(results, gwapi::Job::quickAddUser);
+        nameQuickAddDevices(body["results"]);
         replyJson(res, 200, body);
     });
 
@@ -88,7 +101,7 @@ void addUserRoutes(ApiRouter& routes, const TelmiLibrary& library) {
         }
         const tagTELMIUserInput input = userInput(parseObject(req.body));
         if (const int code = library.modUser(userIndex, input); code != 0) {
-            throw ApiError::fromCode(code, "the user was not modified");
+            throw ApiError::fromCode(code, "the user was not modified", gwapi::Job::modifyUser);
         }
         replyJson(res, 200, resultEntry(0));
     });

@@ -3,6 +3,7 @@
 //   zqgatewayd init [--home DIR] [--password-file FILE|-] [--port-password-file FILE|-]
 //   zqgatewayd check [--home DIR] [--file FILE]
 //   zqgatewayd backup|restore [--home DIR] FILE
+//   zqgatewayd passwd [--home DIR] [--port-mode]
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -19,6 +20,7 @@
 #include "HomeBackup.h"
 #include "GatewaydLog.h"
 #include "HomeInit.h"
+#include "ResultMeaning.h"
 #include "SecretInput.h"
 #include "ServiceUser.h"
 #include "StopSignals.h"
@@ -42,6 +44,7 @@ struct Options {
     std::string portPasswordFile;
     std::string settingsFile;
     std::string backupFile;
+    bool portMode = false;  // passwd: the port-mode credential instead of the management API's
 };
 
 constexpr const char* kSettingsFile = "gateway.json";
@@ -93,7 +96,8 @@ bool initialiseCredentials(const Options& options, const std::string& home, std:
                 }
                 break;
             case InitOutcome::alreadyInitialised:
-                std::printf("gateway home %s already has a %s\n", home.c_str(), c.what);
+                std::printf("gateway home %s already has a %s, left as it is (zqgatewayd passwd%s changes it)\n",
+                            home.c_str(), c.what, c.credential == Credential::portMode ? " --port-mode" : "");
                 break;
             case InitOutcome::failed:
                 return false;
@@ -132,6 +136,25 @@ int runInit(const Options& options) {
         return 0;
     }
     std::fprintf(stderr, "zqgatewayd init: %s\n", error.c_str());
+    return 1;
+}
+
+int runPasswd(const Options& options) {
+    const Credential credential = options.portMode ? Credential::portMode : Credential::management;
+    const char* what = options.portMode ? "new TELMI port-mode admin password" : "new management API admin password";
+    std::string password, error;
+    if (ZQ_Gateway_HomeDir().empty()) {
+        error = "the gateway home cannot be created";
+    } else if (gwapi::readNewSecret(what, password, error)) {
+        if (const int code = replaceCredential(credential, password); code != 0) {
+            error = std::string(gwapi::meaningOf(code, gwapi::Job::changePassword).message) + " (code " +
+                    std::to_string(code) + ")";
+        } else {
+            std::printf("password changed; %s\n", clientsOf(credential));
+            return 0;
+        }
+    }
+    std::fprintf(stderr, "zqgatewayd passwd: %s\n", error.c_str());
     return 1;
 }
 
@@ -222,6 +245,11 @@ int main(int argc, char** argv) {
         command->add_option("file", options.backupFile, "The backup file")->required();
         command->fallthrough();
     }
+    CLI::App* passwd = app.add_subcommand(
+        "passwd", "Give the management API's admin a new password, typed twice (or one line of standard input), "
+                  "without the old one: for the home's owner when it is lost");
+    passwd->add_flag("--port-mode", options.portMode, "The TELMI \"admin\" that port mode asks for instead");
+    passwd->fallthrough();
     CLI11_PARSE(app, argc, argv);
 
     if (!options.home.empty()) {
@@ -232,6 +260,9 @@ int main(int argc, char** argv) {
     }
     if (backup->parsed() || restore->parsed()) {
         return runBackup(options, restore->parsed());
+    }
+    if (passwd->parsed()) {
+        return runPasswd(options);
     }
     return init->parsed() ? runInit(options) : runService(options);
 }

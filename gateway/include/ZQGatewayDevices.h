@@ -38,6 +38,14 @@ enum tagStoreCode : int {
 constexpr int kLockThreshold = 7;
 constexpr size_t kMaxLockKeysPerRecord = 64;
 
+// One failure count of the lock-out bookkeeping, as the device store holds it.
+struct tagLockout {
+    std::string recordIndex;  // the TELMI user's or binding's index
+    std::string requester;    // the requester key; empty: the record is locked for every requester
+    int failures = 0;
+    int secondsLeft = 0;      // until the lock ends; 0 while the requester is not locked
+};
+
 // Ports a device address means when it names none.
 constexpr uint16_t kTelmiDefaultPort = 80;
 constexpr uint16_t kRtspDefaultPort = 554;
@@ -108,3 +116,13 @@ int ZQ_DeviceMgr_ReadDeviceFromDatabase(std::shared_ptr<ZQGateway::CGatewayDevic
 // a binding takes it. Safe across processes sharing the home.
 int ZQ_DeviceMgr_ReservePort(unsigned short& port, unsigned short first, unsigned short last,
                              bool (*inUse)(unsigned short port));
+
+// Every failure count and lock in force, in no particular order.
+int ZQ_DeviceMgr_GetLockouts(std::vector<ZQGateway::tagLockout>& lockouts);
+// Forgets the failure counts and locks of one record (empty: every record) and one requester
+// key (empty: every requester, a lock of the whole record included), so that they may try
+// again at once; cleared is how many entries went. The counting rules are untouched.
+int ZQ_DeviceMgr_ClearLockouts(const std::string& recordIndex, const std::string& requester, int& cleared);
+// The accounts the last ZQ_DeviceMgr_QuickAddTELMIUser on this thread was asked to create, in
+// the order of its outcomes: a failed outcome has no user record to name its device.
+std::vector<ZQDeviceMgr::tagTELMIUser> ZQ_DeviceMgr_LastQuickAddRequests();

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -39,14 +40,33 @@ void userList(Session& session, const Paging& paging);
 void userAdd(Session& session, const std::vector<UserInput>& users, const std::string& password);
 void userQuickAdd(Session& session, const std::string& password);
 void userModify(Session& session, const std::string& userIndex, const UserInput& user, const std::string& password);
+// The user of that name; an empty field of user keeps the user's name or device.
+void userModifyNamed(Session& session, const std::string& name, UserInput user, const std::string& password);
 void userDelete(Session& session, const std::vector<std::string>& userIndexes);
+void userDeleteNamed(Session& session, const std::vector<std::string>& names);
 
 void portList(Session& session, const Paging& paging);
 void portBind(Session& session, const std::vector<std::string>& deviceIDs);
 void portUnbind(Session& session, const std::vector<std::string>& portIndexes);
+void portUnbindDevices(Session& session, const std::vector<std::string>& deviceIDs);
 void portRetry(Session& session, const std::string& portIndex);
 
-void deviceList(Session& session);
+// Which lock-outs a clear lifts; all of them only when asked for by all.
+struct LockoutSelector {
+    std::string userName;
+    int httpPort = 0;
+    std::string requester;
+    bool all = false;
+};
+
+void lockoutList(Session& session);
+void lockoutClear(Session& session, const LockoutSelector& selector);
+
+// credential: "management" or "port-mode", as the route names it.
+void changeCredential(Session& session, const std::string& credential, const std::string& password);
+
+// With each device's TELMI reach now: online, offline or no TELMI address.
+void deviceList(Session& session, const Paging& paging);
 void deviceAdd(Session& session, const DeviceInput& device);
 void deviceRemove(Session& session, const std::string& deviceIndex);
 
@@ -57,6 +77,16 @@ void doctor(Session& session, bool repair);
 // Device index -> device ID, for tables that name devices; empty when the list is not available
 // (the tables then show device indexes).
 std::map<std::string, std::string> deviceIdsByIndex(Session& session);
+
+// The user named name, as the user list shows it; none once the session has failed.
+std::optional<Json::Value> userNamed(Session& session, const std::string& name);
+// The index of the device's port binding; none once the session has failed.
+std::optional<std::string> portIndexOf(Session& session, const std::string& deviceID);
+
+// The index of every record named, each found by lookup; none once one is not found, so that a
+// batch goes whole or not at all.
+std::optional<std::vector<std::string>> indexesOf(Session& session, const std::vector<std::string>& names,
+                                                  std::optional<std::string> (*lookup)(Session&, const std::string&));
 
 // The query of a list page: start, max and, when given, keyword.
 httplib::Params pagingQuery(const Paging& paging);

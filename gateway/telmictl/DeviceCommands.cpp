@@ -27,22 +27,24 @@ std::map<std::string, std::string> deviceIdsByIndex(Session& session) {
     return ids;
 }
 
-void deviceList(Session& session) {
-    const auto body = session.accept(session.api().get("/api/devices"));
+void deviceList(Session& session, const Paging& paging) {
+    httplib::Params query = pagingQuery(paging);
+    query.emplace("reach", "1");
+    const auto body = session.accept(session.api().get("/api/devices", query));
     if (!body || session.json()) {
         return;
     }
     Table table({"DEVICE INDEX", "PROTOCOL", "DEVICE ID", "NAME", "CATEGORY", "TELMI ADDRESS", "RTSP ADDRESS",
-                 "USER", "PORT"});
+                 "USER", "PORT", "TELMI"});
     for (const auto& device : (*body)["devices"]) {
         table.add({device["deviceIndex"].asString(), protocolName(device["protocol"].asInt()),
                    device["deviceID"].asString(), device["name"].asString(),
                    std::to_string(device["category"].asInt()), device["telmiAddress"].asString(),
                    device["rtspAddress"].asString(), yesNo(device["telmiBound"].asInt()),
-                   yesNo(device["portBound"].asInt())});
+                   yesNo(device["portBound"].asInt()), device["telmi"].asString()});
     }
     table.print(stdout);
-    session.say(counted((*body)["devices"].size(), "device"));
+    sayPage(session, *body, paging, "device");
 }
 
 void deviceAdd(Session& session, const DeviceInput& device) {

@@ -35,9 +35,12 @@ void portBind(Session& session, const std::vector<std::string>& deviceIDs) {
             session.reportItem(entry["deviceID"].asString(), entry,
                                "bound to HTTP port " + std::to_string(entry["httpPort"].asUInt()) + " and RTSP port " +
                                    std::to_string(entry["rtspPort"].asUInt()) + ", port index " +
-                                   entry["portIndex"].asString());
+                                   entry["portIndex"].asString(),
+                               gwapi::Job::bindPort);
         }
         session.finishBatch((*body)["results"]);
+        session.say("clients of these ports sign in as \"admin\" with the gateway's port-mode password "
+                    "(telmictl port passwd), not as a TELMI user");
     }
 }
 
@@ -51,6 +54,12 @@ void portUnbind(Session& session, const std::vector<std::string>& portIndexes) {
             session.reportItem(entry["portIndex"].asString(), entry, "unbound");
         }
         session.finishBatch((*body)["results"]);
+    }
+}
+
+void portUnbindDevices(Session& session, const std::vector<std::string>& deviceIDs) {
+    if (const auto indexes = indexesOf(session, deviceIDs, portIndexOf)) {
+        portUnbind(session, *indexes);
     }
 }
 

@@ -43,7 +43,8 @@ std::optional<Json::Value> Session::accept(const gwapi::ApiAnswer& answer, int e
     return std::nullopt;
 }
 
-bool Session::reportItem(const std::string& subject, const Json::Value& entry, const std::string& done) {
+bool Session::reportItem(const std::string& subject, const Json::Value& entry, const std::string& done,
+                         gwapi::Job job) {
     const int code = itemCode(entry);
     if (code == 0) {
         say(subject + ": " + done);
@@ -55,7 +56,7 @@ bool Session::reportItem(const std::string& subject, const Json::Value& entry, c
     }
     const Json::Value& message = entry["message"];
     // The shared table gives every code its sentence; an entry's own message covers code -1.
-    const std::string meaning = code >= 0 ? gwapi::meaningOf(code).message
+    const std::string meaning = code >= 0 ? gwapi::meaningOf(code, job).message
                                           : message.isString() ? message.asString() : "no result code in the answer";
     say(subject + ": failed: " + meaning + " (code " + std::to_string(code) + ")");
     return false;

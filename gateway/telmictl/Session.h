@@ -10,6 +10,7 @@
 
 #include "ExitStatus.h"
 #include "ManagementClient.h"
+#include "ResultMeaning.h"
 
 namespace telmictl {
 
@@ -27,7 +28,9 @@ public:
 
     // One batch item's line, "<subject>: <done>" or "<subject>: failed: <meaning> (code N)";
     // false for a failed item, which makes the run fail.
-    bool reportItem(const std::string& subject, const Json::Value& entry, const std::string& done);
+    // The meaning of a failure's code is the one it has in job.
+    bool reportItem(const std::string& subject, const Json::Value& entry, const std::string& done,
+                    gwapi::Job job = gwapi::Job::any);
     // After every item: how many failed, on stderr, when some did.
     void finishBatch(const Json::Value& entries);
 

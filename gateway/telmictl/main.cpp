@@ -16,19 +16,26 @@ namespace {
 // A port retry may wait most of a minute for nginx; a batch restarts nginx once.
 constexpr time_t kReadSeconds = 120;
 
+constexpr const char* kUserPassword = "TELMI user password";
+constexpr const char* kAdminPassword = "new gateway admin password";
+constexpr const char* kPortPassword = "new port-mode admin password";
+
 struct Invocation {
     std::string gateway = "http://127.0.0.1:8600";
     std::string adminPasswordFile;
     bool json = false;
     Paging paging;
     std::vector<std::string> items;   // the indexes or device IDs of a batch
+    std::vector<std::string> named;   // the names or device IDs that stand for a batch's indexes
+    std::string userName;             // the user a command is about, by name
     std::vector<std::string> users;   // NAME=DEVICEID
     std::string index;                // the one record a command is about
     UserInput user;
     DeviceInput device;
-    bool needsUserPassword = false;
+    LockoutSelector lockout;
+    std::string newPasswordOf;  // whose new password the command reads after the admin's; empty: none
     bool repair = false;
-    std::function<void(Session&, const std::string& userPassword)> run;
+    std::function<void(Session&, const std::string& newPassword)> run;
 };
 
 const CLI::Validator kUserOnDevice(
@@ -47,6 +54,13 @@ std::vector<UserInput> splitUsers(const std::vector<std::string>& items) {
         users.push_back({item.substr(0, equals), item.substr(equals + 1)});
     }
     return users;
+}
+
+// A command names its records one way or the other, not both, not neither.
+void requireOneOf(const CLI::Option* one, const CLI::Option* other) {
+    if ((one->count() == 0) == (other->count() == 0)) {
+        throw CLI::ValidationError(one->get_name() + ", " + other->get_name(), "give exactly one of the two");
+    }
 }
 
 void addPaging(CLI::App* list, Paging& paging) {
@@ -78,29 +92,52 @@ void defineUser(CLI::App& app, Invocation& inv) {
     CLI::App* add = user->add_subcommand("add", "Add TELMI users, all with one password read from standard input");
     add->add_option("users", inv.users, "Accounts to add")->required()->check(kUserOnDevice);
     add->callback([&inv] {
-        inv.needsUserPassword = true;
+        inv.newPasswordOf = kUserPassword;
         inv.run = [&inv](Session& s, const std::string& password) { userAdd(s, splitUsers(inv.users), password); };
     });
 
     user->add_subcommand("quick-add",
                          "Add a user named after its access ID for every device without one; one password for all")
         ->callback([&inv] {
-            inv.needsUserPassword = true;
+            inv.newPasswordOf = kUserPassword;
             inv.run = [](Session& s, const std::string& password) { userQuickAdd(s, password); };
         });
 
     CLI::App* mod = user->add_subcommand("mod", "Change a user's name, device and password");
-    mod->add_option("userIndex", inv.index, "The user's index")->required();
-    mod->add_option("--name", inv.user.userName, "The user's name, new or unchanged")->required();
-    mod->add_option("--device", inv.user.deviceID, "The device's ID, new or unchanged")->required();
-    mod->callback([&inv] {
-        inv.needsUserPassword = true;
-        inv.run = [&inv](Session& s, const std::string& password) { userModify(s, inv.index, inv.user, password); };
+    CLI::Option* modIndex = mod->add_option("userIndex", inv.index, "The user's index");
+    CLI::Option* modUser = mod->add_option("--user", inv.userName, "The user's name, instead of its index");
+    CLI::Option* newName = mod->add_option("--name", inv.user.userName,
+                                           "The user's name, new or unchanged (default with --user: unchanged)");
+    CLI::Option* newDevice = mod->add_option("--device", inv.user.deviceID,
+                                             "The device's ID, new or unchanged (default with --user: unchanged)");
+    mod->callback([&inv, modIndex, modUser, newName, newDevice] {
+        requireOneOf(modIndex, modUser);
+        if (modIndex->count() != 0 && (newName->count() == 0 || newDevice->count() == 0)) {
+            throw CLI::ValidationError("user mod", "a user given by index needs --name and --device");
+        }
+        inv.newPasswordOf = kUserPassword;
+        inv.run = [&inv](Session& s, const std::string& password) {
+            inv.userName.empty() ? userModify(s, inv.index, inv.user, password)
+                                 : userModifyNamed(s, inv.userName, inv.user, password);
+        };
+    });
+
+    CLI::App* passwd = user->add_subcommand("passwd", "Give a TELMI user a new password; name and device stay");
+    passwd->add_option("name", inv.userName, "The user's name")->required();
+    passwd->callback([&inv] {
+        inv.newPasswordOf = kUserPassword;
+        inv.run = [&inv](Session& s, const std::string& password) { userModifyNamed(s, inv.userName, {}, password); };
     });
 
     CLI::App* del = user->add_subcommand("del", "Delete TELMI users");
-    del->add_option("userIndexes", inv.items, "Indexes of the users")->required();
-    del->callback([&inv] { inv.run = [&inv](Session& s, const std::string&) { userDelete(s, inv.items); }; });
+    CLI::Option* delIndexes = del->add_option("userIndexes", inv.items, "Indexes of the users");
+    CLI::Option* delNames = del->add_option("--name", inv.named, "Names of the users, instead of their indexes");
+    del->callback([&inv, delIndexes, delNames] {
+        requireOneOf(delIndexes, delNames);
+        inv.run = [&inv](Session& s, const std::string&) {
+            inv.named.empty() ? userDelete(s, inv.items) : userDeleteNamed(s, inv.named);
+        };
+    });
 }
 
 void definePort(CLI::App& app, Invocation& inv) {
@@ -115,8 +152,22 @@ void definePort(CLI::App& app, Invocation& inv) {
     bind->callback([&inv] { inv.run = [&inv](Session& s, const std::string&) { portBind(s, inv.items); }; });
 
     CLI::App* unbind = port->add_subcommand("unbind", "Release port bindings");
-    unbind->add_option("portIndexes", inv.items, "Indexes of the bindings")->required();
-    unbind->callback([&inv] { inv.run = [&inv](Session& s, const std::string&) { portUnbind(s, inv.items); }; });
+    CLI::Option* unbindIndexes = unbind->add_option("portIndexes", inv.items, "Indexes of the bindings");
+    CLI::Option* unbindDevices =
+        unbind->add_option("--device", inv.named, "IDs of the bound devices, instead of the bindings' indexes");
+    unbind->callback([&inv, unbindIndexes, unbindDevices] {
+        requireOneOf(unbindIndexes, unbindDevices);
+        inv.run = [&inv](Session& s, const std::string&) {
+            inv.named.empty() ? portUnbind(s, inv.items) : portUnbindDevices(s, inv.named);
+        };
+    });
+
+    port->add_subcommand("passwd", "Give the TELMI \"admin\" that port-mode clients sign in as a new password "
+                                   "(typed twice); the management API's admin keeps its own")
+        ->callback([&inv] {
+            inv.newPasswordOf = kPortPassword;
+            inv.run = [](Session& s, const std::string& password) { changeCredential(s, "port-mode", password); };
+        });
 
     CLI::App* retry = port->add_subcommand("retry", "Bring a binding's listeners up again (may take about 50 s)");
     retry->add_option("portIndex", inv.index, "Index of the binding")->required();
@@ -125,9 +176,9 @@ void definePort(CLI::App& app, Invocation& inv) {
 
 void defineDevice(CLI::App& app, Invocation& inv) {
     CLI::App* device = app.add_subcommand("device", "Devices attached to the gateway")->require_subcommand(1);
-    device->add_subcommand("list", "List devices")->callback([&inv] {
-        inv.run = [](Session& s, const std::string&) { deviceList(s); };
-    });
+    CLI::App* list = device->add_subcommand("list", "List devices, with whether each answers on its TELMI address now");
+    addPaging(list, inv.paging);
+    list->callback([&inv] { inv.run = [&inv](Session& s, const std::string&) { deviceList(s, inv.paging); }; });
 
     CLI::App* add = device->add_subcommand("add", "Attach a device");
     add->add_option("--protocol", inv.device.protocol, "Access protocol")
@@ -147,25 +198,43 @@ void defineDevice(CLI::App& app, Invocation& inv) {
     remove->callback([&inv] { inv.run = [&inv](Session& s, const std::string&) { deviceRemove(s, inv.index); }; });
 }
 
+void defineLockout(CLI::App& app, Invocation& inv) {
+    CLI::App* lockout = app.add_subcommand("lockout", "TELMI requesters locked out after 7 wrong Digest answers")
+                            ->require_subcommand(1);
+    lockout->add_subcommand("list", "List failure counts and lock-outs with the time left")->callback([&inv] {
+        inv.run = [](Session& s, const std::string&) { lockoutList(s); };
+    });
+    CLI::App* clear = lockout->add_subcommand("clear", "Lift lock-outs and forget failure counts before their time");
+    clear->add_option("--user", inv.lockout.userName, "Those of this TELMI user");
+    clear->add_option("--port", inv.lockout.httpPort, "Those of this gateway HTTP port (port mode)")
+        ->check(CLI::Range(1, 65535));
+    clear->add_option("--requester", inv.lockout.requester, "Those of this requester (address or listed key)");
+    clear->add_flag("--all", inv.lockout.all, "Every one");
+    clear->callback([&inv] {
+        const LockoutSelector& selector = inv.lockout;
+        const bool narrowed = !selector.userName.empty() || selector.httpPort != 0 || !selector.requester.empty();
+        if (narrowed == selector.all) {
+            throw CLI::ValidationError("lockout clear", "name a --user, --port or --requester, or give --all alone");
+        }
+        inv.run = [&inv](Session& s, const std::string&) { lockoutClear(s, inv.lockout); };
+    });
+}
+
+void defineAdmin(CLI::App& app, Invocation& inv) {
+    CLI::App* admin = app.add_subcommand("admin", "The management API's administrator")->require_subcommand(1);
+    admin->add_subcommand("passwd", "Give the management API's admin a new password (typed twice); port mode "
+                                    "keeps its own")
+        ->callback([&inv] {
+            inv.newPasswordOf = kAdminPassword;
+            inv.run = [](Session& s, const std::string& password) { changeCredential(s, "management", password); };
+        });
+}
+
 void defineDoctor(CLI::App& app, Invocation& inv) {
     CLI::App* command = app.add_subcommand(
         "doctor", "Compare what nginx and the media daemon listen on with the stored bindings; exit 1 while they differ");
     command->add_flag("--repair", inv.repair, "Bring the listeners in step first, as the gateway does by itself");
     command->callback([&inv] { inv.run = [&inv](Session& s, const std::string&) { doctor(s, inv.repair); }; });
-}
-
-// A user password, typed twice on a terminal so that a typing error does not lock a user out.
-bool readUserPassword(std::string& password, std::string& error) {
-    if (!gwapi::readSecret("TELMI user password", "", password, error)) {
-        return false;
-    }
-    std::string again;
-    if (gwapi::secretsAreTyped() &&
-        (!gwapi::readSecret("TELMI user password again", "", again, error) || again != password)) {
-        error = "the two passwords differ";
-        return false;
-    }
-    return true;
 }
 
 }  // namespace
@@ -185,6 +254,8 @@ int main(int argc, char** argv) {
     defineUser(app, inv);
     definePort(app, inv);
     defineDevice(app, inv);
+    defineLockout(app, inv);
+    defineAdmin(app, inv);
     defineDoctor(app, inv);
     try {
         app.parse(argc, argv);
@@ -192,7 +263,7 @@ int main(int argc, char** argv) {
         return app.exit(e) == 0 ? kExitDone : kExitUsage;
     }
 
-    std::string adminPassword, userPassword, error;
+    std::string adminPassword, newPassword, error;
     if (!gwapi::checkManagementUrl(inv.gateway, error)) {
         std::fprintf(stderr, "telmictl: %s\n", error.c_str());
         return kExitUsage;
@@ -201,14 +272,14 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "telmictl: %s\n", error.c_str());
         return kExitAdmin;
     }
-    if (inv.needsUserPassword && !readUserPassword(userPassword, error)) {
+    if (!inv.newPasswordOf.empty() && !gwapi::readNewSecret(inv.newPasswordOf, newPassword, error)) {
         std::fprintf(stderr, "telmictl: %s\n", error.c_str());
         return kExitUsage;
     }
     gwapi::ManagementClient api(inv.gateway, adminPassword, kReadSeconds);
     Session session(api, inv.gateway, inv.json);
     try {
-        inv.run(session, userPassword);
+        inv.run(session, newPassword);
     } catch (const Json::Exception& e) {
         session.fail(kExitUnreachable, std::string("the gateway's answer has an unexpected form: ") + e.what());
     }

@@ -336,7 +336,7 @@ TEST(DeviceBusTest, KindFilterKeyWordAndMaxNum) {
     inChild(home, [] {
         registerDevice(2, "T1", "");
         const std::string both = registerDevice(4, "T5-both");
-        registerDevice(4, "T5-telmi", "");
+        const std::string telmiOnly = registerDevice(4, "T5-telmi", "");
         registerDevice(4, "T5-none", "", "");
         registerDevice(1, "other");
         auto query = [](uint8_t kind, uint8_t filter, const char* keyWord = "", int maxNum = 100) {
@@ -358,6 +358,16 @@ TEST(DeviceBusTest, KindFilterKeyWordAndMaxNum) {
         EXPECT_EQ(query(6, 1, "T5-telmi").size(), 1u);
         EXPECT_EQ(query(6, 1, "T5").size(), 0u) << "the key word is a whole access ID";
         EXPECT_EQ(query(6, 0, "", 2).size(), 2u);
+
+        // Quick users go to devices without an account; the key word still finds a bound one.
+        ZQDeviceMgr::tagTELMIUser user {};
+        std::strcpy(user.userName, "u");
+        std::strcpy(user.digestHA1, "00000000000000000000000000000000");
+        std::strcpy(user.deviceIndex, telmiOnly.c_str());
+        std::shared_ptr<ZQDeviceMgr::CTELMIUser> added;
+        ASSERT_EQ(ZQ_DeviceMgr_AddTELMIUser(added, user), 0);
+        EXPECT_EQ(query(6, 1).size(), 2u);
+        EXPECT_EQ(query(6, 1, "T5-telmi").size(), 1u);
     });
 }
 

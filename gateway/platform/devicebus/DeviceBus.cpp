@@ -6,6 +6,10 @@
 // bit 1 (2) an RTSP address; 0 = no requirement. So user accounts (6, 1) go to Tarn and Tarn5
 // devices whose TELMI interface the gateway reaches, port bindings (4, 3) to Tarn5 devices it
 // reaches over TELMI and RTSP.
+// Without a key word, a query for devices reachable over TELMI (bit 0) asks which devices may
+// get a new account (quick users): devices that have a TELMI user already are left out. With a
+// key word the one device is found whatever it has, so that its caller can tell "already bound"
+// from "unknown".
 // keyWord, when not empty, must equal the device's access ID (the Tarn ID of a Tarn device,
 // the Tarn5 ID of a Tarn5 device, either for other protocols).
 // startIndex matches are skipped; at most maxNum devices are appended, in the store's order.
@@ -17,8 +21,9 @@
 
 namespace {
 
-bool matches(const ZQGateway::tagDeviceInfo& device, const ZQDeviceMgrBus::tagDevQueryCond& cond,
+bool matches(const ZQGateway::CGatewayDevice& record, const ZQDeviceMgrBus::tagDevQueryCond& cond,
              const std::string& keyWord) {
+    const ZQGateway::tagDeviceInfo& device = record.getInfo();
     if (cond.devKind != 0 && (cond.devKind & device.protocol) == 0) {
         return false;
     }
@@ -27,7 +32,7 @@ bool matches(const ZQGateway::tagDeviceInfo& device, const ZQDeviceMgrBus::tagDe
         return false;
     }
     if (keyWord.empty()) {
-        return true;
+        return (cond.devFilter & 1) == 0 || record.getTELMIBoundStatus() == 0;
     }
     switch (device.protocol) {
         case 2:
@@ -54,7 +59,7 @@ int ZQ_DeviceMgrBus_QueryDeviceList(std::vector<std::shared_ptr<ZQDeviceMgr::CKe
     total = 0;
     count = 0;
     for (const auto& device : all) {
-        if (!matches(device->getInfo(), cond, keyWord)) {
+        if (!matches(*device, cond, keyWord)) {
             continue;
         }
         if (total++ >= cond.startIndex && count < cond.maxNum) {

@@ -9,6 +9,7 @@ using zqgw::DeviceStore;
 
 namespace {
 DeviceStore& store() { return DeviceStore::instance(); }
+thread_local std::vector<ZQDeviceMgr::tagTELMIUser> lastQuickAddRequests;
 }  // namespace
 
 int ZQ_DeviceMgr_AddTELMIUser(std::shared_ptr<ZQDeviceMgr::CTELMIUser>& user, const ZQDeviceMgr::tagTELMIUser& rec) {
@@ -17,6 +18,7 @@ int ZQ_DeviceMgr_AddTELMIUser(std::shared_ptr<ZQDeviceMgr::CTELMIUser>& user, co
 
 int ZQ_DeviceMgr_QuickAddTELMIUser(std::vector<ZQDeviceMgr::tagAddUserRet>& rets,
                                    const std::vector<ZQDeviceMgr::tagTELMIUser>& recs) {
+    lastQuickAddRequests = recs;
     for (const auto& rec : recs) {
         ZQDeviceMgr::tagAddUserRet ret;
         ret.result = store().addUser(ret.user, rec);
@@ -99,3 +101,15 @@ int ZQ_DeviceMgr_CheckDeviceAddress(const std::string& address, uint16_t default
     ZQ_Gateway_GetSettings(settings);
     return zqgw::checkDeviceAddress(address, defaultPort, settings, why);
 }
+
+int ZQ_DeviceMgr_GetLockouts(std::vector<ZQGateway::tagLockout>& lockouts) {
+    lockouts = store().locks().list();
+    return 0;
+}
+
+int ZQ_DeviceMgr_ClearLockouts(const std::string& recordIndex, const std::string& requester, int& cleared) {
+    cleared = store().locks().clear(recordIndex, requester);
+    return 0;
+}
+
+std::vector<ZQDeviceMgr::tagTELMIUser> ZQ_DeviceMgr_LastQuickAddRequests() { return lastQuickAddRequests; }

@@ -44,6 +44,7 @@ public:
 
     int reservePort(unsigned short& port, unsigned short first, unsigned short last, bool (*inUse)(unsigned short));
 
+    LockBook& locks() { return locks_; }
     ChangeNotifier& notifier() { return notifier_; }
 
 private:

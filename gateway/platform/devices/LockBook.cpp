@@ -148,6 +148,44 @@ void LockBook::forgetRecord(const std::string& record) {
     });
 }
 
+std::vector<ZQGateway::tagLockout> LockBook::list() {
+    const int64_t now = gwio::nowSeconds();
+    std::lock_guard<std::mutex> lock(mutex_);
+    std::vector<ZQGateway::tagLockout> lockouts;
+    for (auto& [record, entries] : records_) {
+        std::vector<std::string> keys;
+        for (const auto& entry : entries) {
+            keys.push_back(entry.first);
+        }
+        for (const std::string& key : keys) {
+            if (const Entry* entry = liveEntry(entries, record, key, now)) {
+                lockouts.push_back({record, key == kEveryRequester ? "" : key, entry->failures,
+                                    entry->unlockAt == 0 ? 0 : static_cast<int>(entry->unlockAt - now)});
+            }
+        }
+    }
+    return lockouts;
+}
+
+int LockBook::clear(const std::string& record, const std::string& requester) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    int cleared = 0;
+    for (auto& [index, entries] : records_) {
+        if (!record.empty() && index != record) {
+            continue;
+        }
+        for (auto it = entries.begin(); it != entries.end();) {
+            const auto next = std::next(it);
+            if (requester.empty() || it->first == requester) {
+                erase(entries, index, it->first);
+                ++cleared;
+            }
+            it = next;
+        }
+    }
+    return cleared;
+}
+
 // The count in memory stays right; only a restart would bring back the stored one.
 void LockBook::warnUnstored(const std::string& record, const std::string& key, sqlite3* db) {
     tvlog_format(gwlog::kWarning, "ZQDeviceMgr", "lock-out of %s for %s not written to the device store: %s",

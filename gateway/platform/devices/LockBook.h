@@ -6,6 +6,9 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <vector>
+
+#include "ZQGatewayDevices.h"
 
 #include "devices/StoreDatabase.h"
 
@@ -33,6 +36,13 @@ public:
     // Forgets the key's own count and lock; a lock of the whole record stays.
     void forget(const std::string& record, const char* key);
     void forgetRecord(const std::string& record);
+
+    // Every count and lock still in force (expired locks are forgotten on the way); the whole
+    // record's lock has an empty requester.
+    std::vector<ZQGateway::tagLockout> list();
+    // Forgets the counts and locks of record (empty: every record) and requester (empty: every
+    // requester, the whole record's lock included); how many entries went.
+    int clear(const std::string& record, const std::string& requester);
 
 private:
     struct Entry {

@@ -19,7 +19,6 @@
 #include "ChildProgram.h"
 #include "DriverCif.h"
 #include "GatewayTestHome.h"
-#include "MediaStandIn.h"
 #include "ZQGatewayHome.h"
 #include "ZQMediaFrame.h"
 

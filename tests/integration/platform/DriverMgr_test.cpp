@@ -6,8 +6,7 @@
 #include "DriverCif.h"
 #include "GatewayTestHome.h"
 
-using gwtest::inChild;
-using gwtest::TempHome;
+using namespace gwtest;
 
 // The real media daemon answers; stopped, it holds commands unanswered.
 TEST(DriverTest, AnswersAbsentAnsweringAndSilentDaemons) {
@@ -24,8 +23,8 @@ TEST(DriverTest, AnswersAbsentAnsweringAndSilentDaemons) {
         EXPECT_NE(send(1), 0);
         EXPECT_NE(error.find("not reachable"), std::string::npos) << error;
         EXPECT_EQ(rsp, nullptr);
-        gwtest::Program daemon({ZQ_MEDIAD_PATH, "--home", home.path(), "--foreground"});
-        ASSERT_TRUE(gwtest::eventually([&] { return send(1) == 0; })) << error;
+        Program daemon({ZQ_MEDIAD_PATH, "--home", home.path(), "--foreground"});
+        ASSERT_TRUE(eventually([&] { return send(1) == 0; })) << error;
         EXPECT_EQ(std::string(rsp, static_cast<size_t>(rspLen)), "{\"code\":\"0\"}");
         EXPECT_EQ(rsp[rspLen], '\0');
         DriverCif_FreeBuffer(rsp);

@@ -15,9 +15,7 @@
 #include "ZQGatewayDigest.h"
 #include "base/NonceUses.h"
 
-using gwtest::changeSettings;
-using gwtest::inChild;
-using gwtest::TempHome;
+using namespace gwtest;
 
 TEST(DigestTest, IndependentHeadersPassAndForgedScopedAndExpiredNoncesAreToldApart) {
     TempHome home;
@@ -28,7 +26,7 @@ TEST(DigestTest, IndependentHeadersPassAndForgedScopedAndExpiredNoncesAreToldApa
         const std::string ha1 = md5Of("alice:TELMI:Gw#Pass2024");
         auto check = [&ha1](const std::string& n, const std::string& password = "Gw#Pass2024", bool qop = true) {
             const std::string header =
-                gwtest::pythonDigestHeader("alice", "TELMI", password, "GET", "/TELMI/System/status", n, qop);
+                pythonDigestHeader("alice", "TELMI", password, "GET", "/TELMI/System/status", n, qop);
             return ZQ_BASE_CheckDigest("GET", header.c_str(), ha1.c_str());
         };
         EXPECT_EQ(check(nonce), 0);
@@ -122,9 +120,9 @@ TEST(TextHelpersTest, MiddleStringBoundsAndPasswordRating) {
 // Listeners and their holders are the contract's; here what only real sockets show: a listener
 // that connections to 127.0.0.1 never reach is found all the same.
 TEST(PortTest, ProbingFindsIPv6OnlyListenersAndRefusesOtherModes) {
-    const unsigned short port = gwtest::testPortBlock(1);
+    const unsigned short port = testPortBlock(1);
     EXPECT_EQ(CheckPort(port, 2), -2);
-    gwtest::Listener ipv6Only(port, gwtest::Listener::Family::ipv6Only);
+    Listener ipv6Only(port, Listener::Family::ipv6Only);
     if (ipv6Only.ok()) {
         EXPECT_EQ(CheckPort(port, 1), -1);
         EXPECT_NE(CheckPortOccupy({1}, "0.0.0.0", port, 1), 0);
@@ -135,8 +133,8 @@ TEST(PortTest, ProbingFindsIPv6OnlyListenersAndRefusesOtherModes) {
 // Ports listened on, bound or reserved by any process are skipped, until none is left.
 TEST(PortTest, PickingSkipsListenedBoundAndReservedPortsAcrossProcesses) {
     TempHome home;
-    const unsigned short first = gwtest::testPortBlock(60);
-    gwtest::Listener listener(first);
+    const unsigned short first = testPortBlock(60);
+    Listener listener(first);
     ASSERT_TRUE(listener.ok());
     inChild(home, [first] {
         changeSettings([first](auto& s) {
@@ -144,7 +142,7 @@ TEST(PortTest, PickingSkipsListenedBoundAndReservedPortsAcrossProcesses) {
             s.httpPortLast = static_cast<uint16_t>(first + 59);
         });
         std::shared_ptr<ZQDeviceMgr::CTELMIPort> bound;
-        ASSERT_EQ(ZQ_DeviceMgr_BindTELMIPort(bound, portRecord(gwtest::registerDevice(4, "P1"), first + 2, 0)), 0);
+        ASSERT_EQ(ZQ_DeviceMgr_BindTELMIPort(bound, portRecord(registerDevice(4, "P1"), first + 2, 0)), 0);
         unsigned short port = 0;
         EXPECT_EQ(getHttpPort(&port), 1);
         EXPECT_EQ(port, first + 1);
@@ -152,7 +150,7 @@ TEST(PortTest, PickingSkipsListenedBoundAndReservedPortsAcrossProcesses) {
         EXPECT_EQ(port, first + 3) << "first + 1 is reserved, first + 2 bound";
     });
     auto picker = [&home](const std::string& out) {
-        return gwtest::startChild(home, [out] {
+        return startChild(home, [out] {
             std::ofstream file(out);
             unsigned short port = 0;
             for (int i = 0; i < 60 && getHttpPort(&port) == 1; ++i) {
@@ -162,7 +160,7 @@ TEST(PortTest, PickingSkipsListenedBoundAndReservedPortsAcrossProcesses) {
     };
     const std::string a = home.path() + "/a.txt", b = home.path() + "/b.txt";
     int childA = picker(a), childB = picker(b);
-    if (!gwtest::finished(childA) || !gwtest::finished(childB)) {
+    if (!finished(childA) || !finished(childB)) {
         return;
     }
     std::set<int> ports, expected;

@@ -6,9 +6,7 @@
 #include "GatewayTestHome.h"
 #include "ZQDeviceMgrBus.h"
 
-using gwtest::inChild;
-using gwtest::registerDevice;
-using gwtest::TempHome;
+using namespace gwtest;
 
 TEST(DeviceBusTest, KindFilterKeyWordAndMaxNum) {
     TempHome home;

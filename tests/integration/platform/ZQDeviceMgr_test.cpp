@@ -13,10 +13,7 @@
 #include "ZQDeviceMgr.h"
 #include "ZQGatewayDevices.h"
 
-using gwtest::changeSettings;
-using gwtest::inChild;
-using gwtest::registerDevice;
-using gwtest::TempHome;
+using namespace gwtest;
 
 TEST(DeviceStoreTest, AccessIdsAreUniqueRecordsOutliveDeletionAndARestartLoadsWhatWasCommitted) {
     TempHome home;

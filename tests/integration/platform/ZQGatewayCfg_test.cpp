@@ -9,8 +9,7 @@
 #include "ZQConfigMgr.h"
 #include "ZQGatewayHome.h"
 
-using gwtest::inChild;
-using gwtest::TempHome;
+using namespace gwtest;
 
 TEST(ConfigTest, SwitchAndBothAdminsPersistAndABrokenFileIsNeverOverwritten) {
     TempHome home;

@@ -3,6 +3,7 @@
 
 #include "FakePlatform.h"
 #include "PlatformSide.h"
+#include "StoreRecordText.h"
 
 namespace contract {
 
@@ -24,11 +25,8 @@ void removeDevice(const std::string& index) {
 }
 
 void setGatewayAdminPassword(const std::string& password) {
-    char ha1[65] = {};
-    const std::string text = "admin:" + fake::locked(fake::fakePlatform().realm) + ":" + password;
-    mprGetMD5Hash(reinterpret_cast<const unsigned char*>(text.data()), static_cast<int>(text.size()), ha1);
     auto lock = fake::lockPlatform();
-    fake::fakePlatform().gatewayHA1["admin"] = ha1;
+    fake::fakePlatform().gatewayHA1["admin"] = md5Of("admin:" + fake::fakePlatform().realm + ":" + password);
 }
 
 unsigned short unusedPort() { return 41000; }

@@ -1,4 +1,5 @@
-// Records and digests as the library hands them to the device store, for tests of the platform.
+// Records and Digest texts as the library hands them to the platform, for the unit tests, the
+// platform contract and the platform's own tests.
 #pragma once
 
 #include <cstdint>
@@ -12,6 +13,15 @@ inline std::string md5Of(const std::string& text) {
     char out[65] = {};
     mprGetMD5Hash(reinterpret_cast<const unsigned char*>(text.data()), static_cast<int>(text.size()), out);
     return out;
+}
+
+// A client's qop=auth answer to the nonce, computed from the HA1 it believes in.
+inline std::string digestAnswer(const std::string& user, const std::string& ha1, const std::string& nonce = "n0",
+                                const std::string& method = "GET") {
+    const std::string uri = "/TELMI/System/status", cnonce = "0a4f113b";
+    const std::string response = md5Of(ha1 + ":" + nonce + ":00000001:" + cnonce + ":auth:" + md5Of(method + ":" + uri));
+    return "Digest username=\"" + user + "\", realm=\"TELMI\", nonce=\"" + nonce + "\", uri=\"" + uri +
+           "\", qop=auth, nc=00000001, cnonce=\"" + cnonce + "\", response=\"" + response + "\"";
 }
 
 inline ZQDeviceMgr::tagTELMIUser userRecord(const std::string& name, const std::string& deviceIndex) {

@@ -3,6 +3,7 @@
 #include "ChildProgram.h"
 #include "ZQBase.h"
 #include "ZQGatewayDevices.h"
+#include "ZQMediaFrame.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -149,6 +150,16 @@ unsigned short testPortBlock(int count) {
 }
 
 bool listening(unsigned short port) { return CheckPort(port, 1) == -1; }
+
+std::string readMediaFrame(int fd) {
+    unsigned char header[ZQGateway::kMediaFrameHeader];
+    if (::recv(fd, header, sizeof(header), MSG_WAITALL) != static_cast<ssize_t>(sizeof(header))) {
+        return "";
+    }
+    std::string payload(ZQGateway::decodeMediaFrameLength(header), '\0');
+    const ssize_t n = ::recv(fd, payload.data(), payload.size(), MSG_WAITALL);
+    return n == static_cast<ssize_t>(payload.size()) ? payload : "";
+}
 
 Listener::Listener(unsigned short port, Family family) {
     const bool v4 = family == Family::ipv4;

@@ -54,6 +54,9 @@ unsigned short testPortBlock(int count);
 // Whether a TCP socket listens on port, whoever holds it.
 bool listening(unsigned short port);
 
+// The payload of the next frame on a media command connection; empty when the connection ends first.
+std::string readMediaFrame(int fd);
+
 // A TCP socket listening on the port on every IPv4 address, or on every IPv6 address only;
 // closed on destruction.
 class Listener {

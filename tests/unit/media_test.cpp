@@ -43,14 +43,6 @@ protected:
 };
 
 TEST_F(MediaTest, CommandsAreFastWriterTextWithTheTimeLimitInWholeSeconds) {
-    platform().mediaTimeoutMs = 2500;
-    EXPECT_EQ(mgr().notifyMediaTELMIPort({order("dev01", 1, 554)}), 1);
-    EXPECT_EQ(lastCommand().text,
-              "{\"method\":\"PutMediaPort\",\"moduleType\":10,\"params\":{\"devices\":[{\"devIndex\":\"dev01\","
-              "\"rtspPort\":554,\"rtspPortBind\":true}]}}\n");
-    EXPECT_EQ(lastCommand().reserved, 0);
-    EXPECT_EQ(lastCommand().timeoutSec, 2);
-
     platform().mediaTimeoutMs = 999;
     EXPECT_EQ(retry(), std::pair(0, 1));
     EXPECT_EQ(lastCommand().text,
@@ -64,7 +56,7 @@ TEST_F(MediaTest, CommandsAreFastWriterTextWithTheTimeLimitInWholeSeconds) {
     EXPECT_EQ(lastCommand().text,
               "{\"method\":\"GetMediaPortStatus\",\"moduleType\":10,\"params\":{\"devindexCodeList\":[\"dev01\"]}}\n");
     EXPECT_EQ(platform().ports[0]->rtspStatus, 1);
-    expectBuffersReleased(3);
+    expectBuffersReleased(2);
 }
 
 TEST_F(MediaTest, PutMediaPortEncodesEveryOrderAndAcceptsAnyTextCode) {
@@ -73,12 +65,14 @@ TEST_F(MediaTest, PutMediaPortEncodesEveryOrderAndAcceptsAnyTextCode) {
     EXPECT_THAT(platform().logs, IsEmpty());
 
     answer("{\"code\":\"error\"}");
-    EXPECT_EQ(mgr().notifyMediaTELMIPort({order("a", 0, 1), order(std::string(37, 'x'), 2, 65535)}), 1);
+    platform().mediaTimeoutMs = 2500;
+    EXPECT_EQ(mgr().notifyMediaTELMIPort({order("a", 1, 1), order(std::string(37, 'x'), 2, 65535)}), 1);
     EXPECT_EQ(lastCommand().text, "{\"method\":\"PutMediaPort\",\"moduleType\":10,\"params\":{\"devices\":["
-                                  "{\"devIndex\":\"a\",\"rtspPort\":1,\"rtspPortBind\":false},"
+                                  "{\"devIndex\":\"a\",\"rtspPort\":1,\"rtspPortBind\":true},"
                                   "{\"devIndex\":\"" + std::string(37, 'x') +
                                       "\",\"rtspPort\":65535,\"rtspPortBind\":false}]}}\n")
         << "a device index filling its field, and a bind value of 2";
+    EXPECT_EQ(std::pair(lastCommand().reserved, lastCommand().timeoutSec), std::pair(0, 2));
     EXPECT_THAT(messagesAt(2), ElementsAre("notifyMediaTELMIPort rspCode=error"));
 
     for (const char* refused : {"{\"code\":0}", "{}", "[\"code\"]", "\"code\""}) {

@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "LibraryTest.h"
-#include "base/Md5Hex.h"
+#include "StoreRecordText.h"
 #include "frame/Realm.h"
 
 namespace {
@@ -129,7 +129,7 @@ TEST_F(UsersTest, PasswordLengthStrengthAndDigest) {
     // would make accounts no client could log in to, so none is made.
     platform().realm = std::string(kMaxRealmLength, 'r');
     EXPECT_EQ(mgr().checkPassword(ha1, "pw", "u"), 0);
-    EXPECT_EQ(ha1, zqbase::md5Hex("u:" + platform().realm + ":pw"));
+    EXPECT_EQ(ha1, md5Of("u:" + platform().realm + ":pw"));
     platform().realm += 'r';
     EXPECT_EQ(mgr().checkPassword(ha1, "pw", "u"), 9);
     EXPECT_EQ(lastLog(5), "[realm length=5006]The realm is too long for a challenge.");

@@ -90,15 +90,8 @@ TEST(DevsimTest, EachDeviceServesItsOwnTelmiResourcesAndRtspSource) {
                        std::to_string(rtsp2)),
               "pcm_mulaw\n")
         << "a client that asks for UDP first is refused and plays over TCP";
-    const auto options = [&] {
-        return runShell("curl -sS -i --max-time 20 -X OPTIONS rtsp://127.0.0.1:" + std::to_string(rtsp2) + "/stream 2>&1");
-    };
-    EXPECT_THAT(options(), HasSubstr("Public: OPTIONS, DESCRIBE, SETUP, PLAY"));
-    // A body length that wraps the request's size around ends that client, not the device.
-    runShell("bash -c \"exec 3<>/dev/tcp/127.0.0.1/" + std::to_string(rtsp2) +
-             "; printf 'OPTIONS * RTSP/1.0\\r\\nCSeq: 1\\r\\nContent-Length: 18446744073709551547\\r\\n\\r\\n' >&3"
-             "; timeout 20 cat <&3\"");
-    EXPECT_THAT(options(), HasSubstr("Public: OPTIONS, DESCRIBE, SETUP, PLAY")) << "the device still answers";
+    EXPECT_THAT(runShell("curl -sS -i --max-time 20 -X OPTIONS rtsp://127.0.0.1:" + std::to_string(rtsp2) + "/stream"),
+                HasSubstr("Public: OPTIONS, DESCRIBE, SETUP, PLAY"));
 
     EXPECT_EQ(simulator.stop(), 0) << "SIGTERM stops it cleanly";
 }

@@ -19,7 +19,6 @@
 #include "ChildProgram.h"
 #include "DriverCif.h"
 #include "GatewayTestHome.h"
-#include "MediaStandIn.h"
 #include "ZQGatewayHome.h"
 #include "ZQMediaFrame.h"
 
@@ -33,32 +32,24 @@ using gwtest::TempHome;
 
 namespace {
 
-int connectTo(const sockaddr* address, socklen_t length) {
+int connectTo(const sockaddr* address, socklen_t length, const sockaddr* source = nullptr) {
     int fd = ::socket(address->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd >= 0 && ::connect(fd, address, length) != 0) {
+    if (fd >= 0 && ((source != nullptr && ::bind(fd, source, sizeof(sockaddr_in)) != 0) ||
+                    ::connect(fd, address, length) != 0)) {
         ::close(fd);
         fd = -1;
     }
     return fd;
 }
 
-int connectTcp(unsigned short port) {
-    const sockaddr_in address {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
-    return connectTo(reinterpret_cast<const sockaddr*>(&address), sizeof(address));
-}
-
-// A connection to 127.0.0.1:port from another loopback address, as another client would make it.
-int connectFrom(const char* source, unsigned short port) {
-    int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+// A connection to 127.0.0.1:port, from another loopback address when given, as another client
+// would make it.
+int connectTcp(unsigned short port, const char* source = "127.0.0.1") {
     sockaddr_in local {AF_INET, 0, {}, {}};
     ::inet_pton(AF_INET, source, &local.sin_addr);
     const sockaddr_in remote {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
-    if (::bind(fd, reinterpret_cast<const sockaddr*>(&local), sizeof(local)) != 0 ||
-        ::connect(fd, reinterpret_cast<const sockaddr*>(&remote), sizeof(remote)) != 0) {
-        ::close(fd);
-        return -1;
-    }
-    return fd;
+    return connectTo(reinterpret_cast<const sockaddr*>(&remote), sizeof(remote),
+                     reinterpret_cast<const sockaddr*>(&local));
 }
 
 // Whether the peer closes the connection within a minute (a wide margin over any limit here).
@@ -314,12 +305,12 @@ TEST_F(MediadTest, SilentAndIdleClientsAreClosedWhileAPlayerPlaysAndCapsKeepOneC
         std::vector<int> held;
         for (const char* client : {"127.0.0.1", "127.0.0.1", "127.0.0.1", "127.0.0.1", "127.0.0.1", "127.0.0.1",
                                    "127.0.0.1", "127.0.0.1", "127.0.0.2", "127.0.0.2"}) {
-            held.push_back(connectFrom(client, port));
+            held.push_back(connectTcp(port, client));
             EXPECT_NE(rtspOptions(held.back(), static_cast<int>(held.size())).find("CSeq"), std::string::npos)
                 << "relay " << held.size() << " from " << client;
         }
         for (const char* client : {"127.0.0.1", "127.0.0.3"}) {
-            const int refused = connectFrom(client, port);
+            const int refused = connectTcp(port, client);
             EXPECT_EQ(rtspOptions(refused, 99), "") << "a client past the per-client or per-device cap: " << client;
             ::close(refused);
         }

@@ -8,20 +8,11 @@
 
 #include <cstring>
 
+#include "GatewayTestHome.h"
 #include "ZQGatewayHome.h"
 #include "ZQMediaFrame.h"
 
 namespace gwtest {
-
-std::string readMediaFrame(int fd) {
-    unsigned char header[ZQGateway::kMediaFrameHeader];
-    if (::recv(fd, header, sizeof(header), MSG_WAITALL) != static_cast<ssize_t>(sizeof(header))) {
-        return "";
-    }
-    std::string payload(ZQGateway::decodeMediaFrameLength(header), '\0');
-    const ssize_t n = ::recv(fd, payload.data(), payload.size(), MSG_WAITALL);
-    return n == static_cast<ssize_t>(payload.size()) ? payload : "";
-}
 
 MediaStandIn::MediaStandIn() {
     const std::string path = ZQ_Gateway_HomePath(ZQGateway::kMediaSocketPath);

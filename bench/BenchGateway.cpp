@@ -142,8 +142,8 @@ std::vector<std::string> BenchGateway::clientAnswers(const std::string& user, co
         char nc[9];
         std::snprintf(nc, sizeof(nc), "%08x", static_cast<unsigned>(n));
         const std::string response = zqbase::md5Hex(ha1 + ":" + nonce + ":" + nc + ":0a4f113b:auth:" + ha2);
-        answers.push_back(std::string("Digest username=\"") + user + "\", realm=\"" + kRealm + "\", nonce=\"" +
-                          nonce + "\", uri=\"" + kUri + "\", qop=auth, nc=" + nc + ", cnonce=\"0a4f113b\", response=\"" +
+        answers.push_back(std::string("Digest username=\"") + user + "\", realm=\"" + kRealm + "\", nonce=\"" + nonce +
+                          "\", uri=\"" + kUri + "\", qop=auth, nc=" + nc + ", cnonce=\"0a4f113b\", response=\"" +
                           response + "\", algorithm=MD5");
     }
     return answers;

@@ -87,10 +87,9 @@ void registerPair(BenchGateway& gateway, const std::string& name, int stored, Ca
         }
         return **shared;
     };
-    benchmark::RegisterBenchmark((name + "/" + std::to_string(stored) + "/reference").c_str(),
-                                 [prepared](benchmark::State& state) {
-                                     guarded(state, [&] { platformCheck(state, prepared()); });
-                                 })
+    benchmark::RegisterBenchmark(
+        (name + "/" + std::to_string(stored) + "/reference").c_str(),
+        [prepared](benchmark::State& state) { guarded(state, [&] { platformCheck(state, prepared()); }); })
         ->Iterations(kAnswers)
         ->Unit(benchmark::kNanosecond);
     benchmark::RegisterBenchmark((name + "/" + std::to_string(stored)).c_str(),

@@ -34,7 +34,9 @@ Function* platformOwn(const char* symbol) {
 class InstantNginx : public ZQBase::CNginxOper {
 public:
     explicit InstantNginx(ZQBase::CNginxOper& real) : real_(real) {}
-    int ModifyConfig(ZQBase::tagNginxOper op, void* arg, void* arg2) override { return real_.ModifyConfig(op, arg, arg2); }
+    int ModifyConfig(ZQBase::tagNginxOper op, void* arg, void* arg2) override {
+        return real_.ModifyConfig(op, arg, arg2);
+    }
     int Reboot() override { return real_.Reboot(); }
     int Quit() override { return real_.Quit(); }
     int getPid(std::vector<int>&) override { return 1; }

@@ -27,9 +27,7 @@ constexpr int kStartBindings = 1000;
 
 using Clock = std::chrono::steady_clock;
 
-double secondsSince(Clock::time_point start) {
-    return std::chrono::duration<double>(Clock::now() - start).count();
-}
+double secondsSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
 
 int nginxMaster() {
     int pid = 0;
@@ -74,8 +72,7 @@ std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIPort>> queryPage(benchmark::State
 // (the daemon keeps its own socket open under another name and gets the path back after).
 class InstantRefresh {
 public:
-    InstantRefresh()
-        : path_(ZQ_Gateway_HomePath(ZQGateway::kMediaSocketPath)), parked_(path_ + ".daemon") {
+    InstantRefresh() : path_(ZQ_Gateway_HomePath(ZQGateway::kMediaSocketPath)), parked_(path_ + ".daemon") {
         if (std::rename(path_.c_str(), parked_.c_str()) != 0) {
             throw std::runtime_error("cannot set the media daemon's socket aside");
         }
@@ -163,24 +160,31 @@ void startOver(benchmark::State& state, BenchGateway& gateway) {
 
 void registerBindingBenchmarks(BenchGateway& gateway) {
     auto batch = std::make_shared<Batch>();
-    benchmark::RegisterBenchmark("BindPort/500", [&gateway, batch](benchmark::State& state) {
-        guarded(state, [&] { bindBatch(state, gateway, *batch); });
-    })->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark(
+        "BindPort/500",
+        [&gateway, batch](benchmark::State& state) { guarded(state, [&] { bindBatch(state, gateway, *batch); }); })
+        ->Iterations(1)
+        ->UseManualTime()
+        ->Unit(benchmark::kMillisecond);
     benchmark::RegisterBenchmark("QueryTELMIPortList/500/reference", [](benchmark::State& state) {
         guarded(state, [&] { listWithoutRefresh(state); });
     })->Unit(benchmark::kMillisecond);
     benchmark::RegisterBenchmark("QueryTELMIPortList/500", [](benchmark::State& state) {
         guarded(state, [&] { listLive(state); });
     })->Unit(benchmark::kMillisecond);
-    benchmark::RegisterBenchmark("UnbindPort/500", [batch](benchmark::State& state) {
-        guarded(state, [&] { unbindBatch(state, *batch); });
-    })->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark(
+        "UnbindPort/500", [batch](benchmark::State& state) { guarded(state, [&] { unbindBatch(state, *batch); }); })
+        ->Iterations(1)
+        ->UseManualTime()
+        ->Unit(benchmark::kMillisecond);
 }
 
 void registerStartBenchmark(BenchGateway& gateway) {
-    benchmark::RegisterBenchmark("Start/1000", [&gateway](benchmark::State& state) {
-        guarded(state, [&] { startOver(state, gateway); });
-    })->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark(
+        "Start/1000", [&gateway](benchmark::State& state) { guarded(state, [&] { startOver(state, gateway); }); })
+        ->Iterations(1)
+        ->UseManualTime()
+        ->Unit(benchmark::kMillisecond);
 }
 
 }  // namespace bench

@@ -23,8 +23,8 @@ bool sameEndpoint(const mediad::SocketAddress& resolved, const zqgw::IpAddress& 
     }
     // An IPv4-mapped IPv6 address reaches the IPv4 host the rule holds it for.
     const auto& v6 = reinterpret_cast<const sockaddr_in6&>(resolved.storage);
-    return resolved.storage.ss_family == AF_INET6 &&
-           std::memcmp(&ip.bytes, &v6.sin6_addr, sizeof(ip.bytes)) == 0 && ntohs(v6.sin6_port) == port;
+    return resolved.storage.ss_family == AF_INET6 && std::memcmp(&ip.bytes, &v6.sin6_addr, sizeof(ip.bytes)) == 0 &&
+           ntohs(v6.sin6_port) == port;
 }
 
 }  // namespace

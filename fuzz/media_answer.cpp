@@ -11,8 +11,8 @@
 #include "FakePlatform.h"
 #include "frame/CInstanceMgr.h"
 #include "frame/CSingleton.h"
-#include "listeners/MediaPortOrder.h"
 #include "frame/ResultCode.h"
+#include "listeners/MediaPortOrder.h"
 
 namespace {
 
@@ -38,10 +38,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (int i = 0; i < 3; ++i) {
         platform.mediaReplies.push_back({0, answer, ""});
     }
-    std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIPort>> ports{platform.addPort("dev01", 20001, 30001),
+    std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIPort>> ports {platform.addPort("dev01", 20001, 30001),
                                                                  platform.addPort("dev02", 20002, 30002)};
 
-    if (!oneOf(mgr().notifyMediaTELMIPort({makeMediaPortOrder("dev01", kOpenRtspListener, 30001)}), {kDone, kNotDone})) {
+    if (!oneOf(mgr().notifyMediaTELMIPort({makeMediaPortOrder("dev01", kOpenRtspListener, 30001)}),
+               {kDone, kNotDone})) {
         std::abort();
     }
     int listening = -1;

@@ -25,9 +25,9 @@ constexpr size_t kMaxStream = 2048;
 
 struct Daemon {
     gwio::EventLoop loop {[](const std::string&) {}};
-    mediad::RtspListeners listeners{loop, [](gwio::UniqueFd, const std::string&) {}};
+    mediad::RtspListeners listeners {loop, [](gwio::UniqueFd, const std::string&) {}};
     mediad::DeviceDirectory directory;
-    mediad::MediaCommands commands{listeners, directory};
+    mediad::MediaCommands commands {listeners, directory};
 };
 
 const unsigned char* bytes(const std::string& text, size_t at) {

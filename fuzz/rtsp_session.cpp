@@ -14,8 +14,8 @@
 namespace {
 
 const devsim::StreamSource& source() {
-    static const devsim::StreamSource kSource{
-        devsim::DeviceSpec{devsim::kTarn, "SIM0001", "Simulated camera 1", 1, 18080, 18554, 440},
+    static const devsim::StreamSource kSource {
+        devsim::DeviceSpec {devsim::kTarn, "SIM0001", "Simulated camera 1", 1, 18080, 18554, 440},
         devsim::pcmuToneSecond(440)};
     return kSource;
 }

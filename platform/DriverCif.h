@@ -9,6 +9,6 @@
 
 #include <string>
 
-int DriverCif_InputCmdToMediaSyn(const char* cmd, int cmdLen, char** rsp, int* rspLen,
-                                 std::string* errMsg, int reserved, int timeoutSec);
+int DriverCif_InputCmdToMediaSyn(const char* cmd, int cmdLen, char** rsp, int* rspLen, std::string* errMsg,
+                                 int reserved, int timeoutSec);
 void DriverCif_FreeBuffer(char* buf);

@@ -89,8 +89,7 @@ typedef void (*DevChangeCallback)(tagNotifyType type, void* deviceIndex, const v
 
 }  // namespace ZQDeviceMgr
 
-int ZQ_DeviceMgr_AddTELMIUser(std::shared_ptr<ZQDeviceMgr::CTELMIUser>& user,
-                              const ZQDeviceMgr::tagTELMIUser& rec);
+int ZQ_DeviceMgr_AddTELMIUser(std::shared_ptr<ZQDeviceMgr::CTELMIUser>& user, const ZQDeviceMgr::tagTELMIUser& rec);
 int ZQ_DeviceMgr_QuickAddTELMIUser(std::vector<ZQDeviceMgr::tagAddUserRet>& rets,
                                    const std::vector<ZQDeviceMgr::tagTELMIUser>& recs);
 int ZQ_DeviceMgr_ModifyTELMIUser(const std::string& userIndex, const ZQDeviceMgr::tagTELMIUser& rec);
@@ -99,8 +98,7 @@ int ZQ_DeviceMgr_DelTELMIUser(const std::string& userIndex);
 std::shared_ptr<ZQDeviceMgr::CTELMIUser> ZQ_DeviceMgr_GetTELMIUser(std::string userIndex);
 int ZQ_DeviceMgr_GetAllTELMIUser(std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIUser>>& users);
 
-int ZQ_DeviceMgr_BindTELMIPort(std::shared_ptr<ZQDeviceMgr::CTELMIPort>& port,
-                               const ZQDeviceMgr::tagTELMIPort& rec);
+int ZQ_DeviceMgr_BindTELMIPort(std::shared_ptr<ZQDeviceMgr::CTELMIPort>& port, const ZQDeviceMgr::tagTELMIPort& rec);
 int ZQ_DeviceMgr_UnbindTELMIPort(const std::string& portIndex);
 // Leaves port as it was when there is no such binding.
 int ZQ_DeviceMgr_GetTELMIPort(std::shared_ptr<ZQDeviceMgr::CTELMIPort>& port, const std::string& portIndex);

@@ -10,7 +10,7 @@ packages=(
   libjsoncpp-dev libsqlite3-dev libssl-dev
   libcpp-httplib-dev libcli11-dev libevent-dev
   nginx-light curl python3 python3-requests
-  ffmpeg shellcheck
+  ffmpeg shellcheck clang-format-14
 )
 if [ "${1:-}" = fuzz ]; then
   packages+=(clang-14 libclang-rt-14-dev)

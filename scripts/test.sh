@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Lints the shell scripts (shellcheck), then builds and runs every test: all tests in a plain
+# Lints the shell scripts (shellcheck) and checks the C++ formatting (clang-format), then builds and runs every test: all tests in a plain
 # build, again under AddressSanitizer+UndefinedBehaviorSanitizer, the concurrency tests under
 # ThreadSanitizer, and a short pass of every fuzz target over its seeds.
 set -euo pipefail
@@ -10,6 +10,9 @@ bash scripts/install-deps.sh
 
 echo "== shellcheck: scripts and CI"
 shellcheck -x -P SCRIPTDIR scripts/*.sh .ci/run
+
+echo "== clang-format: every C++ file as .clang-format wants it"
+git ls-files -z '*.cpp' '*.h' | xargs -0 clang-format-14 --dry-run --Werror
 
 # configure_and_build DIR [TARGET] [CMAKE OPTIONS...]: builds everything, or only TARGET.
 configure_and_build() {

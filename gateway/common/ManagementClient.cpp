@@ -59,7 +59,7 @@ std::string ApiAnswer::refusal() const {
     const Json::Value& message = error["message"];
     // The service's own sentence names the item; the shared table covers a bare code.
     text += ": " + (message.isString() && !message.asString().empty() ? message.asString()
-                                                                       : std::string(meaningOf(code).message));
+                                                                      : std::string(meaningOf(code).message));
     return code == 0 ? text : text + " (code " + std::to_string(code) + ")";
 }
 

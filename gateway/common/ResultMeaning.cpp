@@ -51,8 +51,7 @@ const char* jobMessage(int code, Job job) {
             return accountJob ? "the device already has a TELMI user: one account per device; modify or delete "
                                 "that user instead"
                               : nullptr;
-        default:
-            return nullptr;
+        default: return nullptr;
     }
 }
 
@@ -60,8 +59,10 @@ ResultMeaning generalMeaning(int code) {
     using namespace ZQGateway;
     switch (code) {
         case 0: return {200, "done"};
-        case 1: return {400, "bad argument: a text empty or too long, a reserved or ill-formed user name, a paging "
-                             "value outside 0 to 500, or an unknown index"};
+        case 1:
+            return {400,
+                    "bad argument: a text empty or too long, a reserved or ill-formed user name, a paging "
+                    "value outside 0 to 500, or an unknown index"};
         case 3: return {500, "the configuration store refused the new TELMI switch value"};
         case 7: return {404, "the device is not, or no longer, attached to the gateway"};
         case 9: return {502, "a gateway service (configuration, media module or nginx) failed or answered badly"};
@@ -71,8 +72,10 @@ ResultMeaning generalMeaning(int code) {
         case 261: return {502, "nginx could not add the listening port"};
         case 262: return {502, "nginx could not be restarted"};
         case 273: return {503, "no free HTTP or RTSP port is left in the gateway's ranges"};
-        case 274: return {404, "not found or not supported: no such user or binding, an unsupported device "
-                               "category, or no device eligible for a quick user"};
+        case 274:
+            return {404,
+                    "not found or not supported: no such user or binding, an unsupported device "
+                    "category, or no device eligible for a quick user"};
         case 1026: return {409, "the device is already bound"};
         case 1028: return {401, "the Digest check failed"};
         case 1040: return {404, "no port binding has that index"};
@@ -86,9 +89,11 @@ ResultMeaning generalMeaning(int code) {
         case storeNoFreePort: return {503, "no free port is left in the gateway's ranges"};
         case storeDatabase: return {500, "the device store's database failed"};
         case storeDeviceIdTaken: return {409, "another device has that access ID"};
-        case storeAddressRefused: return {400, "the device address leads where the gateway must not relay: a name, a "
-                                               "loopback, link-local, multicast or unspecified address, the gateway "
-                                               "itself or one of its ports"};
+        case storeAddressRefused:
+            return {400,
+                    "the device address leads where the gateway must not relay: a name, a "
+                    "loopback, link-local, multicast or unspecified address, the gateway "
+                    "itself or one of its ports"};
         case configBadArgument: return {400, "the configuration store refused the value"};
         case configUnreadable: return {500, "the gateway settings file is not valid JSON"};
         case configWriteFailed: return {500, "the gateway settings cannot be written"};

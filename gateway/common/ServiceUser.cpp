@@ -35,8 +35,8 @@ bool lookUp(const std::string& user, uid_t& uid, gid_t& gid) {
 }
 
 bool createUser(const std::string& user, std::string& error) {
-    const char* const argv[] = {"/usr/sbin/useradd", "--system", "--user-group", "--no-create-home",
-                                "--home-dir", "/nonexistent", "--shell", "/usr/sbin/nologin", user.c_str(), nullptr};
+    const char* const argv[] = {"/usr/sbin/useradd", "--system", "--user-group",      "--no-create-home", "--home-dir",
+                                "/nonexistent",      "--shell",  "/usr/sbin/nologin", user.c_str(),       nullptr};
     pid_t child = 0;
     const int spawned = ::posix_spawn(&child, argv[0], nullptr, nullptr, const_cast<char* const*>(argv), environ);
     if (spawned != 0) {
@@ -85,9 +85,8 @@ void giveTree(int dir, uid_t uid, gid_t gid, int depth) {
             continue;
         }
         if (S_ISDIR(st.st_mode)) {
-            const int sub = depth < kMaxDepth ? ::openat(dir, entry->d_name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW |
-                                                                                  O_CLOEXEC)
-                                              : -1;
+            const int sub =
+                depth < kMaxDepth ? ::openat(dir, entry->d_name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC) : -1;
             if (sub >= 0) {
                 giveTree(sub, uid, gid, depth + 1);
                 ::close(sub);

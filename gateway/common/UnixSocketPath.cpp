@@ -23,8 +23,7 @@ bool unixSocketAddress(const std::string& path, sockaddr_un& address) {
 // True when a process accepts connections on that socket file: it must not be taken over.
 bool someoneServesUnixSocket(const sockaddr_un& address) {
     UniqueFd probe(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    return probe.valid() &&
-           ::connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
+    return probe.valid() && ::connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
 }
 
 }  // namespace

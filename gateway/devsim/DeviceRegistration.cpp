@@ -13,8 +13,8 @@ bool registerDevice(gwapi::ManagementClient& gateway, const DeviceSpec& device, 
     body["rtspAddress"] = "rtsp://127.0.0.1:" + std::to_string(device.rtspPort);
     const gwapi::ApiAnswer answer = gateway.post("/api/devices", body);
     if (answer.status != 201 || !answer.json.isObject() || !answer.json["deviceIndex"].isString()) {
-        error = "device " + device.deviceID + " not registered: " +
-                (answer.status == 201 ? "the answer names no deviceIndex" : answer.refusal());
+        error = "device " + device.deviceID +
+                " not registered: " + (answer.status == 201 ? "the answer names no deviceIndex" : answer.refusal());
         return false;
     }
     deviceIndex = answer.json["deviceIndex"].asString();

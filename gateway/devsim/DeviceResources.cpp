@@ -49,22 +49,22 @@ DeviceResources makeDeviceResources(const DeviceSpec& device) {
     using Checks = std::map<std::string, FieldCheck>;
     DeviceResources resources;
     resources["/TELMI/System/deviceInfo"] = std::make_unique<TelmiResource>(deviceInfo(device), Checks {});
-    resources["/TELMI/System/time"] = std::make_unique<TelmiResource>(
-        timeSettings(), Checks {{"timeMode", oneOf({"NTP", "manual"})},
-                                {"timeZone", utcOffset()},
-                                {"ntpServer", hostName()},
-                                {"ntpIntervalMinutes", integerIn(1, 10080)}});
-    resources["/TELMI/Image/channels/1/color"] = std::make_unique<TelmiResource>(
-        colorSettings(), Checks {{"brightness", integerIn(0, 100)},
-                                 {"contrast", integerIn(0, 100)},
-                                 {"saturation", integerIn(0, 100)},
-                                 {"hue", integerIn(0, 100)}});
-    resources["/TELMI/Network/interfaces/1"] = std::make_unique<TelmiResource>(
-        networkInterface(device), Checks {{"addressingType", oneOf({"static", "dhcp"})},
-                                          {"ipAddress", ipv4Address()},
-                                          {"subnetMask", ipv4Address()},
-                                          {"gateway", ipv4Address()},
-                                          {"mtu", integerIn(576, 9000)}});
+    resources["/TELMI/System/time"] =
+        std::make_unique<TelmiResource>(timeSettings(), Checks {{"timeMode", oneOf({"NTP", "manual"})},
+                                                                {"timeZone", utcOffset()},
+                                                                {"ntpServer", hostName()},
+                                                                {"ntpIntervalMinutes", integerIn(1, 10080)}});
+    resources["/TELMI/Image/channels/1/color"] =
+        std::make_unique<TelmiResource>(colorSettings(), Checks {{"brightness", integerIn(0, 100)},
+                                                                 {"contrast", integerIn(0, 100)},
+                                                                 {"saturation", integerIn(0, 100)},
+                                                                 {"hue", integerIn(0, 100)}});
+    resources["/TELMI/Network/interfaces/1"] =
+        std::make_unique<TelmiResource>(networkInterface(device), Checks {{"addressingType", oneOf({"static", "dhcp"})},
+                                                                          {"ipAddress", ipv4Address()},
+                                                                          {"subnetMask", ipv4Address()},
+                                                                          {"gateway", ipv4Address()},
+                                                                          {"mtu", integerIn(576, 9000)}});
     return resources;
 }
 

@@ -19,9 +19,8 @@ constexpr size_t kMaxNameLength = 128;
 int defaultTone(size_t ordinal) { return 400 + 100 * static_cast<int>(ordinal % 8); }
 
 bool printable(const std::string& text, bool spacesAllowed) {
-    return std::all_of(text.begin(), text.end(), [spacesAllowed](char c) {
-        return (c > ' ' && c < 0x7f) || (spacesAllowed && c == ' ');
-    });
+    return std::all_of(text.begin(), text.end(),
+                       [spacesAllowed](char c) { return (c > ' ' && c < 0x7f) || (spacesAllowed && c == ' '); });
 }
 
 std::string describe(const DeviceSpec& device, size_t ordinal) {
@@ -52,7 +51,7 @@ std::string checkDevice(const DeviceSpec& device) {
 }
 
 bool readDevice(const Json::Value& entry, size_t ordinal, DeviceSpec& device, std::string& error) {
-    static const std::set<std::string> kMembers {"deviceID", "name", "protocol", "category",
+    static const std::set<std::string> kMembers {"deviceID", "name",     "protocol", "category",
                                                  "httpPort", "rtspPort", "toneHz"};
     const std::string where = "entry " + std::to_string(ordinal + 1) + ": ";
     if (!entry.isObject()) {

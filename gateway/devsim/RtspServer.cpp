@@ -74,8 +74,8 @@ bool RtspServer::start(std::string& error) {
                     std::to_string(source.stream.device.rtspPort) + " cannot be listened on: " + why;
             return false;
         }
-        source.watch = std::make_unique<gwio::Watch>(loop_, source.listener.get(),
-                                                     [this, &source](uint32_t) { accept(source); });
+        source.watch =
+            std::make_unique<gwio::Watch>(loop_, source.listener.get(), [this, &source](uint32_t) { accept(source); });
     }
     wake_.reset(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC));
     pacer_.reset(::timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));

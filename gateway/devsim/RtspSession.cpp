@@ -252,9 +252,15 @@ bool RtspSession::sameSession(const Request& request) const {
 
 std::string RtspSession::sdp() const {
     return "v=0\r\n"
-           "o=- " + std::to_string(ssrc_) + " 1 IN IP4 127.0.0.1\r\n"
-           "s=" + source_.device.name + "\r\n"
-           "i=" + source_.device.deviceID + ": " + std::to_string(source_.device.toneHz) + " Hz tone\r\n"
+           "o=- " +
+           std::to_string(ssrc_) +
+           " 1 IN IP4 127.0.0.1\r\n"
+           "s=" +
+           source_.device.name +
+           "\r\n"
+           "i=" +
+           source_.device.deviceID + ": " + std::to_string(source_.device.toneHz) +
+           " Hz tone\r\n"
            "c=IN IP4 0.0.0.0\r\n"
            "t=0 0\r\n"
            "a=control:*\r\n"
@@ -270,7 +276,7 @@ void RtspSession::appendPacket(std::string& output) {
     output.push_back('$');
     output.push_back(static_cast<char>(channel_));
     putBigEndian(output, kRtpHeader + kSamplesPerPacket, 2);
-    output.push_back(static_cast<char>(0x80));                     // version 2
+    output.push_back(static_cast<char>(0x80));                   // version 2
     output.push_back(static_cast<char>(marker_ ? 0x80 : 0x00));  // payload type 0 (PCMU)
     putBigEndian(output, sequence_, 2);
     putBigEndian(output, timestamp_, 4);

@@ -11,8 +11,8 @@
 #include "DeviceSpec.h"
 #include "DevsimLog.h"
 #include "ManagementClient.h"
-#include "SecretInput.h"
 #include "RtspServer.h"
+#include "SecretInput.h"
 #include "StopSignals.h"
 #include "TelmiServer.h"
 
@@ -136,8 +136,9 @@ int simulate(const Options& options) {
 
 int main(int argc, char** argv) {
     Options options;
-    CLI::App app {"Simulated encoding devices: each serves a TELMI HTTP interface and an RTSP source (a PCMU "
-                  "tone) on 127.0.0.1, and can register with the gateway."};
+    CLI::App app {
+        "Simulated encoding devices: each serves a TELMI HTTP interface and an RTSP source (a PCMU "
+        "tone) on 127.0.0.1, and can register with the gateway."};
     const auto numbered = app.add_option_group("numbered devices", "A run of devices on consecutive ports");
     numbered->add_option("-n,--count", options.run.count, "How many devices")->check(CLI::Range(1, 1000));
     numbered->add_option("--first-http-port", options.run.firstHttpPort, "TELMI port of the first device")
@@ -151,8 +152,8 @@ int main(int argc, char** argv) {
     numbered->add_option("--name-prefix", options.run.namePrefix, "Names are this and the device's number");
     numbered->add_option("--id-prefix", options.run.idPrefix,
                          "Device IDs are this and the number in at least 3 digits");
-    const auto file = app.add_option("--devices", options.devicesFile, "JSON file describing the devices")
-                          ->check(CLI::ExistingFile);
+    const auto file =
+        app.add_option("--devices", options.devicesFile, "JSON file describing the devices")->check(CLI::ExistingFile);
     numbered->excludes(file);
     const auto registration = app.add_option("--register", options.registerUrl,
                                              "Register every device with the gateway's management API at this "

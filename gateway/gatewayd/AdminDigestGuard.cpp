@@ -35,10 +35,8 @@ bool admitAdmin(const httplib::Request& req, httplib::Response& res) {
     switch (rebuildDigestAnswer(header, req.get_header_value("X-Request-Target"), req.target, answer, userName)) {
         case DigestAnswerFault::malformed:
             return refuse(res, false, "the Authorization header is not a well-formed Digest answer");
-        case DigestAnswerFault::otherTarget:
-            return refuse(res, false, "the Digest uri does not name this request");
-        case DigestAnswerFault::none:
-            break;
+        case DigestAnswerFault::otherTarget: return refuse(res, false, "the Digest uri does not name this request");
+        case DigestAnswerFault::none: break;
     }
     if (userName != kAdmin) {
         return refuse(res, false, "only the gateway user \"admin\" may use the management API");

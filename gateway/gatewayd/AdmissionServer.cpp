@@ -88,11 +88,11 @@ void AdmissionServer::stop() {
 void AdmissionServer::answer(evhttp_request* request, void* server) {
     const evkeyvalq* in = evhttp_request_get_input_headers(request);
     const char* target = evhttp_request_get_uri(request);
-    const AdmissionAnswer answer = decideAdmission(
-        static_cast<AdmissionServer*>(server)->library_,
-        {header(in, "X-TELMI-Mode"), header(in, "X-TELMI-Port"), header(in, "X-TELMI-Client"),
-         header(in, "X-TELMI-Method"), target != nullptr ? target : "", header(in, "X-TELMI-Target"),
-         header(in, "Authorization")});
+    const AdmissionAnswer answer =
+        decideAdmission(static_cast<AdmissionServer*>(server)->library_,
+                        {header(in, "X-TELMI-Mode"), header(in, "X-TELMI-Port"), header(in, "X-TELMI-Client"),
+                         header(in, "X-TELMI-Method"), target != nullptr ? target : "", header(in, "X-TELMI-Target"),
+                         header(in, "Authorization")});
     evkeyvalq* out = evhttp_request_get_output_headers(request);
     for (const auto& [name, value] : answer.headers) {
         evhttp_add_header(out, name.c_str(), value.c_str());

@@ -33,7 +33,8 @@ void ListenerKeeper::run() {
         ZQGateway::tagGatewaySettings settings;
         ZQ_Gateway_GetSettings(settings);
         const auto now = std::chrono::steady_clock::now();
-        const bool due = settings.listenerCheckSec > 0 && now - lastPass >= std::chrono::seconds(settings.listenerCheckSec);
+        const bool due =
+            settings.listenerCheckSec > 0 && now - lastPass >= std::chrono::seconds(settings.listenerCheckSec);
         if (!restarted && !due) {
             continue;
         }

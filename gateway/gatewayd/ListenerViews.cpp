@@ -47,7 +47,7 @@ NginxPortState nginxPortState(int port, const std::list<int>& nginxPids) {
         return NginxPortState::notLoaded;
     }
     return CheckPortOccupy(nginxPids, "0.0.0.0", port, 1) == 0 ? NginxPortState::listening
-                                                                : NginxPortState::heldByOther;
+                                                               : NginxPortState::heldByOther;
 }
 
 const char* nginxWord(const ListenerViews& views, int port) {
@@ -117,14 +117,19 @@ std::vector<Drift> findDrift(const ListenerViews& views) {
         }
         const std::string http = std::to_string(binding.httpPort);
         if (views.nginxConfigured.count(binding.httpPort) == 0) {
-            drift.push_back({Drift::nginxMissing, "nginx-missing:" + http,
-                             "nginx does not list HTTP port " + http + " of binding " + binding.portIndex, binding, {}});
+            drift.push_back({Drift::nginxMissing,
+                             "nginx-missing:" + http,
+                             "nginx does not list HTTP port " + http + " of binding " + binding.portIndex,
+                             binding,
+                             {}});
         } else if (views.nginxMaster != 0 && views.nginxListening.count(binding.httpPort) == 0 &&
                    views.heldByOther.count(binding.httpPort) == 0) {
-            drift.push_back({Drift::nginxNotLoaded, "nginx-unloaded:" + http,
-                             "nginx lists HTTP port " + http + " of binding " + binding.portIndex +
-                                 " but does not listen on it",
-                             binding, {}});
+            drift.push_back(
+                {Drift::nginxNotLoaded,
+                 "nginx-unloaded:" + http,
+                 "nginx lists HTTP port " + http + " of binding " + binding.portIndex + " but does not listen on it",
+                 binding,
+                 {}});
         }
         if (views.mediaAnswered && binding.rtspPort != 0) {
             const std::string state = mediaWord(views, binding);
@@ -133,7 +138,8 @@ std::vector<Drift> findDrift(const ListenerViews& views) {
                                  "media-missing:" + binding.deviceIndex + ":" + std::to_string(binding.rtspPort),
                                  "the media daemon has no listener on RTSP port " + std::to_string(binding.rtspPort) +
                                      " of binding " + binding.portIndex + " (" + state + ")",
-                                 binding, {}});
+                                 binding,
+                                 {}});
             }
         }
     }
@@ -141,8 +147,11 @@ std::vector<Drift> findDrift(const ListenerViews& views) {
         if (storedHttp.count(port) == 0) {
             StoredBinding none;
             none.httpPort = port;
-            drift.push_back({Drift::nginxOrphan, "nginx-orphan:" + std::to_string(port),
-                             "nginx lists HTTP port " + std::to_string(port) + ", which no binding holds", none, {}});
+            drift.push_back({Drift::nginxOrphan,
+                             "nginx-orphan:" + std::to_string(port),
+                             "nginx lists HTTP port " + std::to_string(port) + ", which no binding holds",
+                             none,
+                             {}});
         }
     }
     if (views.mediaAnswered) {
@@ -153,7 +162,8 @@ std::vector<Drift> findDrift(const ListenerViews& views) {
                                  "media-orphan:" + listener.deviceIndex + ":" + std::to_string(listener.rtspPort),
                                  "the media daemon listens on RTSP port " + std::to_string(listener.rtspPort) +
                                      " for device " + listener.deviceIndex + ", which has no binding with one",
-                                 {}, listener});
+                                 {},
+                                 listener});
             }
         }
     }

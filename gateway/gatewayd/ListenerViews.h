@@ -46,9 +46,9 @@ struct ListenerViews {
 struct Drift {
     enum Kind { nginxMissing, nginxOrphan, nginxNotLoaded, mediaMissing, mediaOrphan } kind;
     std::string key;
-    std::string what;  // for the log and for people
-    StoredBinding binding;  // the binding concerned (missing, not loaded)
-    MediaListener listener; // the listener concerned (media orphan)
+    std::string what;        // for the log and for people
+    StoredBinding binding;   // the binding concerned (missing, not loaded)
+    MediaListener listener;  // the listener concerned (media orphan)
 };
 
 ListenerViews readListenerViews();

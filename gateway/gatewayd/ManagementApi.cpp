@@ -1,10 +1,10 @@
 #include <exception>
 
 #include "AdminDigestGuard.h"
-#include "AuditLine.h"
 #include "ApiError.h"
 #include "ApiReply.h"
 #include "ApiRoutes.h"
+#include "AuditLine.h"
 #include "GatewaydLog.h"
 
 namespace gatewayd {
@@ -49,8 +49,8 @@ void installManagementApi(httplib::Server& server, ApiRouter& routes, const Telm
             replyError(res, 500, 0, "internal error");
         }
     });
-    server.set_error_handler(httplib::Server::HandlerWithResponse(
-        [&routes](const httplib::Request& req, httplib::Response& res) {
+    server.set_error_handler(
+        httplib::Server::HandlerWithResponse([&routes](const httplib::Request& req, httplib::Response& res) {
             if (!res.body.empty()) {
                 return httplib::Server::HandlerResponse::Unhandled;
             }

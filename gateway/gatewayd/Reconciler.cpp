@@ -1,10 +1,9 @@
 #include "Reconciler.h"
 
-
 #include "DriverCif.h"
 #include "GatewaydLog.h"
-#include "UtcTime.h"
 #include "JsonText.h"
+#include "UtcTime.h"
 #include "ZQBase.h"
 #include "ZQGatewayHome.h"
 #include "ZQGatewayNginx.h"
@@ -87,7 +86,9 @@ void Reconciler::repair(const std::vector<Drift>& drift) {
             case Drift::nginxOrphan: reload |= nginx->ModifyConfig(ZQBase::delListenPort, &port, nullptr) != 0; break;
             case Drift::nginxNotLoaded: reload = true; break;
             case Drift::mediaMissing: opens.append(mediaEntry(d.binding.deviceIndex, d.binding.rtspPort, true)); break;
-            case Drift::mediaOrphan: closes.append(mediaEntry(d.listener.deviceIndex, d.listener.rtspPort, false)); break;
+            case Drift::mediaOrphan:
+                closes.append(mediaEntry(d.listener.deviceIndex, d.listener.rtspPort, false));
+                break;
         }
     }
     // Closed first: a port an orphan holds may be the one a missing listener needs.

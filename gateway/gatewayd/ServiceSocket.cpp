@@ -11,16 +11,10 @@ gwio::UniqueFd listenOnServiceSocket(const std::string& path, int socketFlags, s
     gwio::UnixListenFailure failure;
     gwio::UniqueFd fd = gwio::listenOnUnixSocket(path, socketFlags, failure);
     switch (failure) {
-        case gwio::UnixListenFailure::none:
-            return fd;
-        case gwio::UnixListenFailure::badPath:
-            error = "the socket path " + path + " is empty or too long";
-            return fd;
-        case gwio::UnixListenFailure::taken:
-            error = "another process already serves " + path;
-            return fd;
-        case gwio::UnixListenFailure::system:
-            break;
+        case gwio::UnixListenFailure::none: return fd;
+        case gwio::UnixListenFailure::badPath: error = "the socket path " + path + " is empty or too long"; return fd;
+        case gwio::UnixListenFailure::taken: error = "another process already serves " + path; return fd;
+        case gwio::UnixListenFailure::system: break;
     }
     error = "cannot listen on " + path + ": " + std::strerror(errno);
     return fd;

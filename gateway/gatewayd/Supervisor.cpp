@@ -70,7 +70,8 @@ bool Supervisor::keep(Daemon& daemon, int (Supervisor::*running)(), bool (Superv
         return false;
     }
     const bool started = (this->*start)();
-    daemon.nextAttempt = now + std::min<Clock::duration>(kLongestBackOff, kFirstBackOff * (1 << std::min(daemon.failedAttempts, 6)));
+    daemon.nextAttempt =
+        now + std::min<Clock::duration>(kLongestBackOff, kFirstBackOff * (1 << std::min(daemon.failedAttempts, 6)));
     ++daemon.failedAttempts;
     if (!started) {
         GATEWAYD_LOG(

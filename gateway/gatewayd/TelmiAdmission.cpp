@@ -60,9 +60,9 @@ std::string authenticationRequired(ZQConfigMgr::TELMIMode mode) {
 std::string refusalMessage(const tagTelmiAuthRsp& rsp, ZQConfigMgr::TELMIMode mode) {
     if (rsp.leftTryNum <= 0) {
         // The time is the one read before this attempt: 0 when this very attempt locked.
-        return rsp.remainLockTime > 0 ? "too many failed attempts: locked out for " +
-                                            std::to_string(rsp.remainLockTime) + " more seconds"
-                                      : std::string("too many failed attempts: locked out");
+        return rsp.remainLockTime > 0
+                   ? "too many failed attempts: locked out for " + std::to_string(rsp.remainLockTime) + " more seconds"
+                   : std::string("too many failed attempts: locked out");
     }
     return authenticationRequired(mode) + "; " + std::to_string(rsp.leftTryNum) +
            (rsp.leftTryNum == 1 ? " attempt" : " attempts") + " left before lock-out";
@@ -112,9 +112,8 @@ void checkCredentials(const TelmiLibrary& library, ZQConfigMgr::TELMIMode mode, 
     } else if (code == kDigestFailed) {
         refuse(res, 401, refusalMessage(rsp, mode), challengeText);
         if (rsp.leftTryNum <= 0) {
-            const std::string locked = mode == ZQConfigMgr::portMode
-                                           ? "port " + std::to_string(httpPort)
-                                           : "user \"" + userName + "\"";
+            const std::string locked =
+                mode == ZQConfigMgr::portMode ? "port " + std::to_string(httpPort) : "user \"" + userName + "\"";
             GATEWAYD_LOG(gwlog::kWarning, "TELMI requester %s is locked out of %s (%d s left)", lockKey.c_str(),
                          locked.c_str(), rsp.remainLockTime);
         }

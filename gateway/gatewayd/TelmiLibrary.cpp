@@ -15,10 +15,10 @@ bool TelmiLibrary::load(const std::string& path, std::string& error) {
     }
     TelmiLibrary resolved;
     std::string missing;
-#define GATEWAYD_TELMI_RESOLVE(member, symbol)                                           \
-    resolved.member = reinterpret_cast<decltype(&::symbol)>(::dlsym(handle, #symbol));   \
-    if (resolved.member == nullptr) {                                                    \
-        missing += missing.empty() ? #symbol : ", " #symbol;                             \
+#define GATEWAYD_TELMI_RESOLVE(member, symbol)                                         \
+    resolved.member = reinterpret_cast<decltype(&::symbol)>(::dlsym(handle, #symbol)); \
+    if (resolved.member == nullptr) {                                                  \
+        missing += missing.empty() ? #symbol : ", " #symbol;                           \
     }
     GATEWAYD_TELMI_FUNCTIONS(GATEWAYD_TELMI_RESOLVE)
 #undef GATEWAYD_TELMI_RESOLVE

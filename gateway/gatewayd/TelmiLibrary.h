@@ -9,20 +9,20 @@
 namespace gatewayd {
 
 // The fourteen exported functions; X(member, symbol).
-#define GATEWAYD_TELMI_FUNCTIONS(X)                         \
-    X(start, ZQ_TELMIMgrBus_Start)                          \
-    X(stop, ZQ_TELMIMgrBus_Stop)                            \
-    X(addUser, ZQ_TELMIMgrBus_AddUser)                      \
-    X(quickAddUser, ZQ_TELMIMgrBus_QuickAddUser)            \
-    X(delUser, ZQ_TELMIMgrBus_DelUser)                      \
-    X(modUser, ZQ_TELMIMgrBus_ModUser)                      \
-    X(queryUserList, ZQ_TELMIMgrBus_QueryUserList)          \
-    X(getProtocolEnable, ZQ_TELMIMgrBus_GetProtocolEnable)  \
-    X(setProtocolEnable, ZQ_TELMIMgrBus_SetProtocolEnable)  \
-    X(checkDigest, ZQ_TELMIMgrBus_CheckDigest)              \
-    X(bindPort, ZQ_TELMIMgrBus_BindPort)                    \
-    X(unbindPort, ZQ_TELMIMgrBus_UnbindPort)                \
-    X(bindRetry, ZQ_TELMIMgrBus_BindRetry)                  \
+#define GATEWAYD_TELMI_FUNCTIONS(X)                        \
+    X(start, ZQ_TELMIMgrBus_Start)                         \
+    X(stop, ZQ_TELMIMgrBus_Stop)                           \
+    X(addUser, ZQ_TELMIMgrBus_AddUser)                     \
+    X(quickAddUser, ZQ_TELMIMgrBus_QuickAddUser)           \
+    X(delUser, ZQ_TELMIMgrBus_DelUser)                     \
+    X(modUser, ZQ_TELMIMgrBus_ModUser)                     \
+    X(queryUserList, ZQ_TELMIMgrBus_QueryUserList)         \
+    X(getProtocolEnable, ZQ_TELMIMgrBus_GetProtocolEnable) \
+    X(setProtocolEnable, ZQ_TELMIMgrBus_SetProtocolEnable) \
+    X(checkDigest, ZQ_TELMIMgrBus_CheckDigest)             \
+    X(bindPort, ZQ_TELMIMgrBus_BindPort)                   \
+    X(unbindPort, ZQ_TELMIMgrBus_UnbindPort)               \
+    X(bindRetry, ZQ_TELMIMgrBus_BindRetry)                 \
     X(queryPortList, ZQ_TELMIMgrBus_QueryTELMIPortList)
 
 struct TelmiLibrary {

@@ -17,8 +17,8 @@
 
 #include "DetachedStart.h"
 #include "GatewayService.h"
-#include "HomeBackup.h"
 #include "GatewaydLog.h"
+#include "HomeBackup.h"
 #include "HomeInit.h"
 #include "ResultMeaning.h"
 #include "SecretInput.h"
@@ -99,8 +99,7 @@ bool initialiseCredentials(const Options& options, const std::string& home, std:
                 std::printf("gateway home %s already has a %s, left as it is (zqgatewayd passwd%s changes it)\n",
                             home.c_str(), c.what, c.credential == Credential::portMode ? " --port-mode" : "");
                 break;
-            case InitOutcome::failed:
-                return false;
+            case InitOutcome::failed: return false;
         }
     }
     return true;
@@ -224,7 +223,8 @@ int main(int argc, char** argv) {
         ->capture_default_str();
     app.add_flag("-f,--foreground", options.foreground, "Stay in the foreground instead of detaching");
     CLI::App* init = app.add_subcommand(
-        "init", "Give a new gateway home its admin password (as root, also create the service user and give it the home)");
+        "init",
+        "Give a new gateway home its admin password (as root, also create the service user and give it the home)");
     init->add_option("--password-file", options.passwordFile,
                      "File whose first line is the management API's admin password; - reads standard input "
                      "(default: a generated password, left in the home's admin-password file)");
@@ -237,8 +237,9 @@ int main(int argc, char** argv) {
     check->add_option("--file", options.settingsFile, "The settings file to check (default: the home's gateway.json)");
     check->fallthrough();
     CLI::App* backup = app.add_subcommand(
-        "backup", "Write the home's device store (a consistent copy, while the gateway runs), settings and keys "
-                  "to one owner-only file");
+        "backup",
+        "Write the home's device store (a consistent copy, while the gateway runs), settings and keys "
+        "to one owner-only file");
     CLI::App* restore = app.add_subcommand(
         "restore", "Put a backup in place of the home's device store, settings and keys (the gateway must be stopped)");
     for (CLI::App* command : {backup, restore}) {
@@ -246,8 +247,9 @@ int main(int argc, char** argv) {
         command->fallthrough();
     }
     CLI::App* passwd = app.add_subcommand(
-        "passwd", "Give the management API's admin a new password, typed twice (or one line of standard input), "
-                  "without the old one: for the home's owner when it is lost");
+        "passwd",
+        "Give the management API's admin a new password, typed twice (or one line of standard input), "
+        "without the old one: for the home's owner when it is lost");
     passwd->add_flag("--port-mode", options.portMode, "The TELMI \"admin\" that port mode asks for instead");
     passwd->fallthrough();
     CLI11_PARSE(app, argc, argv);

@@ -23,11 +23,11 @@ enum tagStoreCode : int {
     storeNoDevice = 61003,     // the record names a device the store does not hold
     storeDeviceHasUser = 61004,
     storeDeviceHasPort = 61005,
-    storeNameTaken = 61006,    // another TELMI user has that name
-    storePortTaken = 61007,    // another binding holds the HTTP or RTSP port
+    storeNameTaken = 61006,  // another TELMI user has that name
+    storePortTaken = 61007,  // another binding holds the HTTP or RTSP port
     storeNoFreePort = 61008,
-    storeDatabase = 61009,     // SQLite failed; the in-memory index is unchanged
-    storeDeviceIdTaken = 61010,  // another device has that access ID
+    storeDatabase = 61009,        // SQLite failed; the in-memory index is unchanged
+    storeDeviceIdTaken = 61010,   // another device has that access ID
     storeAddressRefused = 61011,  // a device address the gateway must not reach (ZQ_DeviceMgr_CheckDeviceAddress)
 };
 
@@ -43,7 +43,7 @@ struct tagLockout {
     std::string recordIndex;  // the TELMI user's or binding's index
     std::string requester;    // the requester key; empty: the record is locked for every requester
     int failures = 0;
-    int secondsLeft = 0;      // until the lock ends; 0 while the requester is not locked
+    int secondsLeft = 0;  // until the lock ends; 0 while the requester is not locked
 };
 
 // Ports a device address means when it names none.
@@ -57,13 +57,13 @@ struct tagDeviceEndpoint {
 };
 
 struct tagDeviceInfo {
-    uint8_t protocol = 2;        // 2 Tarn, 4 Tarn5; others are stored but never TELMI-eligible
-    std::string tarnDeviceID;    // at most 31 characters
-    std::string tarn5DeviceID;   // at most 31 characters
-    std::string name;            // at most 128 characters
+    uint8_t protocol = 2;       // 2 Tarn, 4 Tarn5; others are stored but never TELMI-eligible
+    std::string tarnDeviceID;   // at most 31 characters
+    std::string tarn5DeviceID;  // at most 31 characters
+    std::string name;           // at most 128 characters
     uint8_t category = 1;
-    std::string telmiAddress;    // the device's TELMI HTTP address, e.g. "http://10.0.0.5:80"
-    std::string rtspAddress;     // the device's RTSP address, e.g. "rtsp://10.0.0.5:554"
+    std::string telmiAddress;  // the device's TELMI HTTP address, e.g. "http://10.0.0.5:80"
+    std::string rtspAddress;   // the device's RTSP address, e.g. "rtsp://10.0.0.5:554"
 };
 
 // A device as the store holds it: the interface's view plus how the gateway reaches it.

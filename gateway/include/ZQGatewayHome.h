@@ -25,15 +25,15 @@ struct tagGatewaySettings {
     uint16_t mediaTimeoutMs = 3000;
     uint16_t httpPortFirst = 20000, httpPortLast = 20999;  // ports handed to devices, inclusive
     uint16_t rtspPortFirst = 30000, rtspPortLast = 30999;
-    int nonceLifetimeSec = 300;   // a nonce older than this is stale
-    int lockPeriodSec = 1800;     // lock-out after the 7th wrong answer
+    int nonceLifetimeSec = 300;  // a nonce older than this is stale
+    int lockPeriodSec = 1800;    // lock-out after the 7th wrong answer
     // How often zqgatewayd compares nginx's and the media daemon's listeners with the stored
     // bindings; 0: only when a daemon was started again or an administrator asks.
     int listenerCheckSec = 2;
-    int logLevel = 3;             // tvlog drops lines below this level
+    int logLevel = 3;                         // tvlog drops lines below this level
     std::string logFile = "log/gateway.log";  // empty: stderr; relative: under the home
-    uint16_t managementPort = 8600;  // the management API, served by nginx on loopback
-    uint16_t telmiUserPort = 8700;   // the user-mode TELMI port, served by nginx; 0: not offered
+    uint16_t managementPort = 8600;           // the management API, served by nginx on loopback
+    uint16_t telmiUserPort = 8700;            // the user-mode TELMI port, served by nginx; 0: not offered
     // The unprivileged user the services (and so nginx) run as when started by root; created
     // when missing. Letters, digits, '_' and '-', at most 32 characters, not "root".
     std::string serviceUser = "zqgateway";

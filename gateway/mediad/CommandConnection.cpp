@@ -31,15 +31,10 @@ void CommandConnection::onEvents(uint32_t events) {
     }
     if ((events & (EPOLLIN | EPOLLHUP)) != 0 && reading()) {
         switch (in_.fillFrom(fd_.get())) {
-            case IoResult::failed:
-                close("read failed");
-                return;
-            case IoResult::closed:
-                ended_ = true;
-                break;
+            case IoResult::failed: close("read failed"); return;
+            case IoResult::closed: ended_ = true; break;
             case IoResult::progress:
-            case IoResult::wouldBlock:
-                break;
+            case IoResult::wouldBlock: break;
         }
     }
     answerCompleteFrames();
@@ -64,9 +59,8 @@ void CommandConnection::answerCompleteFrames() {
         const uint32_t length = ZQGateway::decodeMediaFrameLength(reinterpret_cast<const unsigned char*>(in_.data()));
         if (length > ZQGateway::kMaxMediaFrame) {
             MEDIAD_LOG(gwlog::kWarning, "command frame of %u bytes refused; closing the connection", length);
-            queueAnswer(MediaCommands::refusal(refusedTooLarge, "Command frame larger than " +
-                                                                    std::to_string(ZQGateway::kMaxMediaFrame) +
-                                                                    " bytes"));
+            queueAnswer(MediaCommands::refusal(
+                refusedTooLarge, "Command frame larger than " + std::to_string(ZQGateway::kMaxMediaFrame) + " bytes"));
             refusing_ = true;
             return;
         }

@@ -43,8 +43,8 @@ private:
     Watch watch_;
     ByteBuffer in_;
     ByteBuffer out_;
-    bool ended_ = false;      // the client sent its last byte
-    bool refusing_ = false;   // a frame too large was announced: nothing more is read
+    bool ended_ = false;     // the client sent its last byte
+    bool refusing_ = false;  // a frame too large was announced: nothing more is read
     bool closed_ = false;
 };
 

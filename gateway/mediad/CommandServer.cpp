@@ -22,14 +22,11 @@ bool CommandServer::listen(const std::string& path, std::string& error) {
     gwio::UnixListenFailure failure;
     UniqueFd fd = gwio::listenOnUnixSocket(path, SOCK_NONBLOCK, failure);
     switch (failure) {
-        case gwio::UnixListenFailure::none:
-            break;
+        case gwio::UnixListenFailure::none: break;
         case gwio::UnixListenFailure::badPath:
             error = "command socket path \"" + path + "\" is empty or too long";
             return false;
-        case gwio::UnixListenFailure::taken:
-            error = "another media daemon serves " + path;
-            return false;
+        case gwio::UnixListenFailure::taken: error = "another media daemon serves " + path; return false;
         case gwio::UnixListenFailure::system:
             error = "cannot listen on " + path + ": " + std::strerror(errno);
             return false;

@@ -27,9 +27,7 @@ const DeviceRoute& DeviceDirectory::reread(const std::string& deviceIndex) {
             route.lookup = DeviceLookup::unknown;
             route.error = "no such device";
             break;
-        default:
-            route.error = "device store unreadable";
-            break;
+        default: route.error = "device store unreadable"; break;
     }
     Cached& cached = routes_[deviceIndex];
     cached.route = std::move(route);

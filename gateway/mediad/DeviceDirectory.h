@@ -16,10 +16,10 @@ enum class DeviceLookup { found, unknown, storeFailed };
 
 struct DeviceRoute {
     DeviceLookup lookup = DeviceLookup::storeFailed;
-    bool usable = false;     // found, with an address the gateway may relay to
-    SocketAddress address;   // when usable
+    bool usable = false;    // found, with an address the gateway may relay to
+    SocketAddress address;  // when usable
     std::string rtspAddress;
-    std::string error;       // why not usable
+    std::string error;  // why not usable
 };
 
 class DeviceDirectory {

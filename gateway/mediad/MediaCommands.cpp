@@ -135,8 +135,7 @@ Json::Value MediaCommands::putMediaPort(const Json::Value& params) {
         const Json::Value* bind = member(device, "rtspPortBind");
         const Json::Value* port = member(device, "rtspPort");
         if (devIndex == nullptr || !devIndex->isString() || !validDeviceIndex(devIndex->asString()) ||
-            bind == nullptr || !bind->isBool() || !isInteger(port) || port->asInt64() < 0 ||
-            port->asInt64() > 65535) {
+            bind == nullptr || !bind->isBool() || !isInteger(port) || port->asInt64() < 0 || port->asInt64() > 65535) {
             MEDIAD_LOG(gwlog::kWarning, "PutMediaPort: malformed device entry %s", gwapi::compactJson(device).c_str());
             ++failed;
             continue;

@@ -12,17 +12,18 @@ namespace mediad {
 
 // "statusCode" values of refusals, HTTP-like so that a reader knows them at sight.
 enum RefusalCode : int {
-    refusedMalformed = 400,     // not JSON, wrong envelope, a member missing or of the wrong type
-    refusedUnknown = 404,       // no such device, or a request uri the module does not serve
-    refusedMethod = 405,        // an unknown command, or a gateway request other than PUT
-    refusedPortTaken = 409,     // another program or another device holds the RTSP port
-    refusedTooLarge = 413,      // the command frame exceeds the size limit
-    refusedStoreFailed = 503,   // the device store could not be read
+    refusedMalformed = 400,    // not JSON, wrong envelope, a member missing or of the wrong type
+    refusedUnknown = 404,      // no such device, or a request uri the module does not serve
+    refusedMethod = 405,       // an unknown command, or a gateway request other than PUT
+    refusedPortTaken = 409,    // another program or another device holds the RTSP port
+    refusedTooLarge = 413,     // the command frame exceeds the size limit
+    refusedStoreFailed = 503,  // the device store could not be read
 };
 
 class MediaCommands {
 public:
-    MediaCommands(RtspListeners& listeners, DeviceDirectory& directory) : listeners_(listeners), directory_(directory) {}
+    MediaCommands(RtspListeners& listeners, DeviceDirectory& directory)
+        : listeners_(listeners), directory_(directory) {}
 
     // The answer text to one command text, whatever the text holds.
     std::string answer(const std::string& command);

@@ -107,13 +107,9 @@ bool RelaySession::read(Side& side) {
             side.bytesIn += side.inbound.size() - before;
             lastActivity_ = Clock::now();
             return true;
-        case IoResult::closed:
-            side.readClosed = true;
-            return true;
-        case IoResult::wouldBlock:
-            return true;
-        case IoResult::failed:
-            break;
+        case IoResult::closed: side.readClosed = true; return true;
+        case IoResult::wouldBlock: return true;
+        case IoResult::failed: break;
     }
     finish(&side == &client_ ? "client read failed" : "device read failed", errno);
     return false;

@@ -130,8 +130,7 @@ bool RtspListeners::listening(const std::string& deviceIndex) const {
     }
     int accepting = 0;
     socklen_t length = sizeof(accepting);
-    return ::getsockopt(found->second.fd.get(), SOL_SOCKET, SO_ACCEPTCONN, &accepting, &length) == 0 &&
-           accepting != 0;
+    return ::getsockopt(found->second.fd.get(), SOL_SOCKET, SO_ACCEPTCONN, &accepting, &length) == 0 && accepting != 0;
 }
 
 bool RtspListeners::portUsedByOtherDevice(const std::string& deviceIndex, uint16_t port) const {

@@ -26,7 +26,7 @@ struct UserInput {
 struct DeviceInput {
     int protocol = 2;  // 2 Tarn, 4 Tarn5
     std::string deviceID;
-    std::string name;          // empty: not sent
+    std::string name;  // empty: not sent
     int category = 1;
     std::string telmiAddress;  // empty: not sent
     std::string rtspAddress;   // empty: not sent

@@ -34,14 +34,14 @@ void deviceList(Session& session, const Paging& paging) {
     if (!body || session.json()) {
         return;
     }
-    Table table({"DEVICE INDEX", "PROTOCOL", "DEVICE ID", "NAME", "CATEGORY", "TELMI ADDRESS", "RTSP ADDRESS",
-                 "USER", "PORT", "TELMI"});
+    Table table({"DEVICE INDEX", "PROTOCOL", "DEVICE ID", "NAME", "CATEGORY", "TELMI ADDRESS", "RTSP ADDRESS", "USER",
+                 "PORT", "TELMI"});
     for (const auto& device : (*body)["devices"]) {
         table.add({device["deviceIndex"].asString(), protocolName(device["protocol"].asInt()),
-                   device["deviceID"].asString(), device["name"].asString(),
-                   std::to_string(device["category"].asInt()), device["telmiAddress"].asString(),
-                   device["rtspAddress"].asString(), yesNo(device["telmiBound"].asInt()),
-                   yesNo(device["portBound"].asInt()), device["telmi"].asString()});
+                   device["deviceID"].asString(), device["name"].asString(), std::to_string(device["category"].asInt()),
+                   device["telmiAddress"].asString(), device["rtspAddress"].asString(),
+                   yesNo(device["telmiBound"].asInt()), yesNo(device["portBound"].asInt()),
+                   device["telmi"].asString()});
     }
     table.print(stdout);
     sayPage(session, *body, paging, "device");

@@ -39,8 +39,9 @@ void doctor(Session& session, bool repair) {
         }
     }
     if (!views["inStep"].asBool()) {
-        session.fail(kExitRefused, repair ? "still out of step after the repair" : "the listeners are out of step with the "
-                                                                                   "stored bindings (telmictl doctor --repair)");
+        session.fail(kExitRefused, repair ? "still out of step after the repair"
+                                          : "the listeners are out of step with the "
+                                            "stored bindings (telmictl doctor --repair)");
     }
 }
 

@@ -22,8 +22,8 @@ void sayPage(Session& session, const Json::Value& page, const Paging& paging, co
         session.say(counted(total, record));
         return;
     }
-    std::string text = returned == 0 ? "none shown"
-                                     : "showing " + std::to_string(first + 1) + "-" + std::to_string(first + returned);
+    std::string text =
+        returned == 0 ? "none shown" : "showing " + std::to_string(first + 1) + "-" + std::to_string(first + returned);
     text += " of " + counted(total, record);
     if (first + returned < total) {
         text += "; more with --start " + std::to_string(first + returned);

@@ -39,8 +39,9 @@ void portBind(Session& session, const std::vector<std::string>& deviceIDs) {
                                gwapi::Job::bindPort);
         }
         session.finishBatch((*body)["results"]);
-        session.say("clients of these ports sign in as \"admin\" with the gateway's port-mode password "
-                    "(telmictl port passwd), not as a TELMI user");
+        session.say(
+            "clients of these ports sign in as \"admin\" with the gateway's port-mode password "
+            "(telmictl port passwd), not as a TELMI user");
     }
 }
 
@@ -77,9 +78,9 @@ void portRetry(Session& session, const std::string& portIndex) {
                 ", RTSP listening " + yesNo((*body)["rtspListening"].asInt()));
     const int code = itemCode(*body);
     if (code != 0) {
-        session.fail(kExitRefused, "the retry did not bring every listener up: " +
-                                       std::string(gwapi::meaningOf(code).message) + " (code " +
-                                       std::to_string(code) + ")");
+        session.fail(kExitRefused,
+                     "the retry did not bring every listener up: " + std::string(gwapi::meaningOf(code).message) +
+                         " (code " + std::to_string(code) + ")");
     }
 }
 

@@ -56,8 +56,9 @@ bool Session::reportItem(const std::string& subject, const Json::Value& entry, c
     }
     const Json::Value& message = entry["message"];
     // The shared table gives every code its sentence; an entry's own message covers code -1.
-    const std::string meaning = code >= 0 ? gwapi::meaningOf(code, job).message
-                                          : message.isString() ? message.asString() : "no result code in the answer";
+    const std::string meaning = code >= 0            ? gwapi::meaningOf(code, job).message
+                                : message.isString() ? message.asString()
+                                                     : "no result code in the answer";
     say(subject + ": failed: " + meaning + " (code " + std::to_string(code) + ")");
     return false;
 }

@@ -58,10 +58,10 @@ void userQuickAdd(Session& session, const std::string& password) {
     if (const auto body = session.accept(session.api().post("/api/users/quick", request))) {
         // Every entry names the device it was for; a quick user is named after its access ID.
         for (const auto& entry : (*body)["results"]) {
-            session.reportItem("device " + entry["deviceID"].asString(), entry,
-                               "added user " + entry["userName"].asString() + ", user index " +
-                                   entry["userIndex"].asString(),
-                               gwapi::Job::quickAddUser);
+            session.reportItem(
+                "device " + entry["deviceID"].asString(), entry,
+                "added user " + entry["userName"].asString() + ", user index " + entry["userIndex"].asString(),
+                gwapi::Job::quickAddUser);
         }
         session.finishBatch((*body)["results"]);
     }

@@ -25,11 +25,11 @@ struct Invocation {
     std::string adminPasswordFile;
     bool json = false;
     Paging paging;
-    std::vector<std::string> items;   // the indexes or device IDs of a batch
-    std::vector<std::string> named;   // the names or device IDs that stand for a batch's indexes
-    std::string userName;             // the user a command is about, by name
-    std::vector<std::string> users;   // NAME=DEVICEID
-    std::string index;                // the one record a command is about
+    std::vector<std::string> items;  // the indexes or device IDs of a batch
+    std::vector<std::string> named;  // the names or device IDs that stand for a batch's indexes
+    std::string userName;            // the user a command is about, by name
+    std::vector<std::string> users;  // NAME=DEVICEID
+    std::string index;               // the one record a command is about
     UserInput user;
     DeviceInput device;
     LockoutSelector lockout;
@@ -70,8 +70,8 @@ void addPaging(CLI::App* list, Paging& paging) {
 }
 
 void defineTelmi(CLI::App& app, Invocation& inv) {
-    CLI::App* telmi = app.add_subcommand("telmi", "TELMI access through the gateway: switch it on or off")
-                          ->require_subcommand(1);
+    CLI::App* telmi =
+        app.add_subcommand("telmi", "TELMI access through the gateway: switch it on or off")->require_subcommand(1);
     telmi->add_subcommand("status", "Show whether TELMI access is on")->callback([&inv] {
         inv.run = [](Session& s, const std::string&) { telmiStatus(s); };
     });
@@ -141,8 +141,8 @@ void defineUser(CLI::App& app, Invocation& inv) {
 }
 
 void definePort(CLI::App& app, Invocation& inv) {
-    CLI::App* port = app.add_subcommand("port", "Port bindings: a gateway port pair per Tarn5 device")
-                         ->require_subcommand(1);
+    CLI::App* port =
+        app.add_subcommand("port", "Port bindings: a gateway port pair per Tarn5 device")->require_subcommand(1);
     CLI::App* list = port->add_subcommand("list", "List port bindings with their listening states");
     addPaging(list, inv.paging);
     list->callback([&inv] { inv.run = [&inv](Session& s, const std::string&) { portList(s, inv.paging); }; });
@@ -162,8 +162,9 @@ void definePort(CLI::App& app, Invocation& inv) {
         };
     });
 
-    port->add_subcommand("passwd", "Give the TELMI \"admin\" that port-mode clients sign in as a new password "
-                                   "(typed twice); the management API's admin keeps its own")
+    port->add_subcommand("passwd",
+                         "Give the TELMI \"admin\" that port-mode clients sign in as a new password "
+                         "(typed twice); the management API's admin keeps its own")
         ->callback([&inv] {
             inv.newPasswordOf = kPortPassword;
             inv.run = [](Session& s, const std::string& password) { changeCredential(s, "port-mode", password); };
@@ -222,8 +223,10 @@ void defineLockout(CLI::App& app, Invocation& inv) {
 
 void defineAdmin(CLI::App& app, Invocation& inv) {
     CLI::App* admin = app.add_subcommand("admin", "The management API's administrator")->require_subcommand(1);
-    admin->add_subcommand("passwd", "Give the management API's admin a new password (typed twice); port mode "
-                                    "keeps its own")
+    admin
+        ->add_subcommand("passwd",
+                         "Give the management API's admin a new password (typed twice); port mode "
+                         "keeps its own")
         ->callback([&inv] {
             inv.newPasswordOf = kAdminPassword;
             inv.run = [](Session& s, const std::string& password) { changeCredential(s, "management", password); };
@@ -232,7 +235,8 @@ void defineAdmin(CLI::App& app, Invocation& inv) {
 
 void defineDoctor(CLI::App& app, Invocation& inv) {
     CLI::App* command = app.add_subcommand(
-        "doctor", "Compare what nginx and the media daemon listen on with the stored bindings; exit 1 while they differ");
+        "doctor",
+        "Compare what nginx and the media daemon listen on with the stored bindings; exit 1 while they differ");
     command->add_flag("--repair", inv.repair, "Bring the listeners in step first, as the gateway does by itself");
     command->callback([&inv] { inv.run = [&inv](Session& s, const std::string&) { doctor(s, inv.repair); }; });
 }
@@ -241,8 +245,9 @@ void defineDoctor(CLI::App& app, Invocation& inv) {
 
 int main(int argc, char** argv) {
     Invocation inv;
-    CLI::App app {"Command-line client of the gateway's management API. Passwords are read from a prompt or "
-                  "standard input (the admin password first, then a TELMI user's), never from the command line."};
+    CLI::App app {
+        "Command-line client of the gateway's management API. Passwords are read from a prompt or "
+        "standard input (the admin password first, then a TELMI user's), never from the command line."};
     app.add_option("--gateway", inv.gateway, "URL of the management API")
         ->capture_default_str()
         ->envname("ZQ_GATEWAY_URL");

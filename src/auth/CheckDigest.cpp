@@ -25,7 +25,7 @@ constexpr int kLockThreshold = 7;      // failures that lock a requester out
 constexpr int kScanLimit = 5120;       // header bytes searched for the user name
 constexpr int kNameOutLimit = 481;     // output limit handed to the user-name extraction
 constexpr size_t kMaxNameLength = 33;  // the longest name an account can carry
-constexpr int kStaleNonce = -2;  // ZQ_BASE_CheckDigest: right answer to an expired nonce
+constexpr int kStaleNonce = -2;        // ZQ_BASE_CheckDigest: right answer to an expired nonce
 constexpr const char* kGatewayUser = "admin";
 
 void copyChallenge(CInstanceMgr& mgr, tagTelmiAuthRsp& rsp, int stale) {
@@ -62,8 +62,8 @@ LockState readLockState(Record& record, const std::string& lockKey) {
 
 // Acts on the base library's verdict for the matched record.
 template <class Record>
-int settleVerdict(CInstanceMgr& mgr, tagTelmiAuthRsp& rsp, Record& record, LockState& state,
-                  const std::string& lockKey, int verdict) {
+int settleVerdict(CInstanceMgr& mgr, tagTelmiAuthRsp& rsp, Record& record, LockState& state, const std::string& lockKey,
+                  int verdict) {
     if (verdict == 0) {
         record.destroyLock(state.timeSlot, lockKey.c_str());
         copyField(rsp.deviceIndex, record.getDeviceIndex(), kStoreIndexLength);

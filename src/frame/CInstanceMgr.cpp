@@ -7,9 +7,7 @@ namespace ZQTELMIMgrBus {
 
 CInstanceMgr::CInstanceMgr() : telmiMutex(0) {}
 
-int CInstanceMgr::getProtocolEnable() {
-    return ZQ_ConfigMgr_GetTELMICfg()->getTELMIParam();
-}
+int CInstanceMgr::getProtocolEnable() { return ZQ_ConfigMgr_GetTELMICfg()->getTELMIParam(); }
 
 int CInstanceMgr::setProtocolEnable(int enable) {
     if (ZQ_ConfigMgr_GetTELMICfg()->getTELMIParam() == enable) {

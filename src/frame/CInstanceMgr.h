@@ -40,7 +40,8 @@ public:
     int queryUserList(std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIUser>>& users, tagTelmiQueryRsp& rsp,
                       const tagTelmiQueryReq& req);
     int matchKeyWord(const std::shared_ptr<ZQDeviceMgr::CTELMIUser>& user, const char* keyWord);
-    static int sortByUserAddtime(std::shared_ptr<ZQDeviceMgr::CTELMIUser> a, std::shared_ptr<ZQDeviceMgr::CTELMIUser> b);
+    static int sortByUserAddtime(std::shared_ptr<ZQDeviceMgr::CTELMIUser> a,
+                                 std::shared_ptr<ZQDeviceMgr::CTELMIUser> b);
 
     // Digest authentication (src/auth)
     int checkDigest(tagTelmiAuthRsp& rsp, const std::string& method, const tagTELMIAuthReq& req,
@@ -55,7 +56,8 @@ public:
     int queryPortList(std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIPort>>& ports, tagTelmiQueryRsp& rsp,
                       const tagTelmiQueryReq& req);
     int matchKeyWord(const std::shared_ptr<ZQDeviceMgr::CTELMIPort>& port, const char* keyWord);
-    static int sortByPortAddtime(std::shared_ptr<ZQDeviceMgr::CTELMIPort> a, std::shared_ptr<ZQDeviceMgr::CTELMIPort> b);
+    static int sortByPortAddtime(std::shared_ptr<ZQDeviceMgr::CTELMIPort> a,
+                                 std::shared_ptr<ZQDeviceMgr::CTELMIPort> b);
 
     // Listener control (src/listeners)
     int start();

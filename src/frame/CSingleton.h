@@ -39,4 +39,4 @@ private:
 template <class T>
 std::mutex CSingleton<T>::mutex_;
 template <class T>
-std::atomic<T*> CSingleton<T>::published_{nullptr};
+std::atomic<T*> CSingleton<T>::published_ {nullptr};

@@ -17,12 +17,9 @@ enum DeviceProtocol : uint8_t {
 // The ID a device is known by outside the gateway; none for a protocol we do not serve.
 inline std::optional<std::string> accessIdOf(const ZQDeviceMgr::CKelDevice& device) {
     switch (device.getProtocol()) {
-        case kProtocolTarn:
-            return device.getTarnDeviceID();
-        case kProtocolTarn5:
-            return device.getTarn5DeviceID();
-        default:
-            return std::nullopt;
+        case kProtocolTarn: return device.getTarnDeviceID();
+        case kProtocolTarn5: return device.getTarn5DeviceID();
+        default: return std::nullopt;
     }
 }
 

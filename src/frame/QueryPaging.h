@@ -51,10 +51,10 @@ void collectLiveMatches(const std::vector<std::shared_ptr<Record>>& all, std::ve
 // `records` oldest first by `earlier`. Entries the caller already held take part like matches.
 // Records after the 1000th match are out of reach: both paging values stop at 500.
 template <class Record, class Collect, class Earlier>
-PageOutcome queryPage(std::vector<std::shared_ptr<Record>>& records, tagTelmiQueryRsp& rsp,
-                      const tagTelmiQueryReq& req, Collect collect, Earlier earlier) {
-    if (req.startPos < 0 || req.startPos > kMaxPagingValue || req.maxResults < 0 ||
-        req.maxResults > kMaxPagingValue || strnlen(req.keyWord, sizeof(req.keyWord)) > kMaxKeyWordLength) {
+PageOutcome queryPage(std::vector<std::shared_ptr<Record>>& records, tagTelmiQueryRsp& rsp, const tagTelmiQueryReq& req,
+                      Collect collect, Earlier earlier) {
+    if (req.startPos < 0 || req.startPos > kMaxPagingValue || req.maxResults < 0 || req.maxResults > kMaxPagingValue ||
+        strnlen(req.keyWord, sizeof(req.keyWord)) > kMaxKeyWordLength) {
         return PageOutcome::badRequest;
     }
     collect(records);

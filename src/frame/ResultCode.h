@@ -6,8 +6,8 @@ namespace ZQTELMIMgrBus {
 enum ResultCode : int {
     kOk = 0,
     kBadArgument = 1,
-    kDone = 1,             // "yes" of the yes-or-no operations
-    kNotDone = 0,          // their "no"
+    kDone = 1,     // "yes" of the yes-or-no operations
+    kNotDone = 0,  // their "no"
     kConfigRefused = 3,
     kDeviceMissing = 7,
     kServiceFailed = 9,
@@ -21,7 +21,7 @@ enum ResultCode : int {
     kDeviceBound = 1026,
     kDigestFailed = 1028,
     kNoSuchBinding = 1040,
-    kNoMatch = -1,         // key-word filter only; never returned to the host
+    kNoMatch = -1,  // key-word filter only; never returned to the host
 };
 
 }  // namespace ZQTELMIMgrBus

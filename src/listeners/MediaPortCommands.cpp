@@ -67,7 +67,7 @@ bool CInstanceMgr::exchangeMedia(Json::Value& answer, const Json::Value& command
         ZQ_LOG_AS(caller, kLogError, "get basicCfg ptr error.");
         return false;
     }
-    ZQConfigMgr::tagInternalCommunicationInfo commInfo{};
+    ZQConfigMgr::tagInternalCommunicationInfo commInfo {};
     privateCfg->getInternalCommParams(commInfo);
     const int timeLimitSec = commInfo.timeout / kMillisecondsPerSecond;
 

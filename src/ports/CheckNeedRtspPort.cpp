@@ -19,11 +19,8 @@ int CInstanceMgr::checkNeedRstpPort(int& need, const std::string& devIndex) {
     }
     const uint8_t category = device->getCategory();
     switch (category) {
-        case kCategoryWithRtsp:
-            need = 1;
-            return kOk;
-        case kCategoryWithoutRtsp:
-            return kOk;
+        case kCategoryWithRtsp: need = 1; return kOk;
+        case kCategoryWithoutRtsp: return kOk;
         default:
             ZQ_LOG(kLogError, "[DeviceID=%s,Category=%d] Not support device category.",
                    device->getTarn5DeviceID().c_str(), category);

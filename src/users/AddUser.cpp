@@ -8,7 +8,8 @@
 namespace ZQTELMIMgrBus {
 
 // Each account stands alone: its outcome is appended whatever it is, and the batch goes on.
-int CInstanceMgr::addUser(std::vector<ZQDeviceMgr::tagAddUserRet>& results, const std::vector<tagTELMIUserInput>& users) {
+int CInstanceMgr::addUser(std::vector<ZQDeviceMgr::tagAddUserRet>& results,
+                          const std::vector<tagTELMIUserInput>& users) {
     for (const tagTELMIUserInput& input : users) {
         const tagTELMIUserInput user = input;
         results.emplace_back();

@@ -20,12 +20,9 @@ struct DeviceSelection {
 // Which devices the bus is to search: those that may take an account, or a port binding.
 DeviceSelection boundQuerySelection(ZQConfigMgr::TELMIMode mode) {
     switch (mode) {
-        case ZQConfigMgr::userMode:
-            return {6, 1};
-        case ZQConfigMgr::portMode:
-            return {4, 3};
-        default:
-            return {0, 0};
+        case ZQConfigMgr::userMode: return {6, 1};
+        case ZQConfigMgr::portMode: return {4, 3};
+        default: return {0, 0};
     }
 }
 

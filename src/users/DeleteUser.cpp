@@ -9,7 +9,7 @@ namespace ZQTELMIMgrBus {
 int CInstanceMgr::delUser(std::vector<int>& results, const std::vector<std::string>& userIndexes) {
     for (const std::string& userIndex : userIndexes) {
         results.push_back(isNonEmptyWithin(userIndex, kStoreIndexLength) ? ZQ_DeviceMgr_DelTELMIUser(userIndex)
-                                                                          : kBadArgument);
+                                                                         : kBadArgument);
     }
     return kOk;
 }

@@ -32,12 +32,15 @@ public:
     std::string step() {
         switch (pick(9)) {
             case 0: return bind();
-            case 1: return call("POST", "/api/ports/unbind", R"({"portIndexes":[")" + any(bindings()) + R"("]})"), "unbind";
+            case 1:
+                return call("POST", "/api/ports/unbind", R"({"portIndexes":[")" + any(bindings()) + R"("]})"), "unbind";
             case 2: return addDevice();
             case 3: return call("DELETE", "/api/devices/" + any(devices(false)), ""), "remove a device";
             case 4: return call("GET", "/api/ports?start=0&max=500&keyWord=CHAOS", ""), "list ports";
             case 5: return addUser();
-            case 6: return call("POST", "/api/users/delete", R"({"userIndexes":[")" + any(users()) + R"("]})"), "delete a user";
+            case 6:
+                return call("POST", "/api/users/delete", R"({"userIndexes":[")" + any(users()) + R"("]})"),
+                       "delete a user";
             case 7: return kill("run/mediad.pid"), "kill -9 zqmediad";
             default: return kill("nginx/nginx.pid"), "kill -9 nginx";
         }
@@ -48,10 +51,11 @@ public:
         // Settled: both daemons run and answer, and the gateway finds nothing out of step.
         EXPECT_TRUE(eventually([this] { return api("GET", "/api/listeners")["inStep"].asBool(); }))
             << gateway_.api("GET", "/api/listeners").out;
-        EXPECT_TRUE(eventually([this] { return listened() == bound(); })) << "listened on: " << listed(listened())
-                                                                          << "; bound: " << listed(bound());
+        EXPECT_TRUE(eventually([this] { return listened() == bound(); }))
+            << "listened on: " << listed(listened()) << "; bound: " << listed(bound());
         const std::multiset<int> handedOut = boundPorts();
-        EXPECT_EQ(std::set<int>(handedOut.begin(), handedOut.end()).size(), handedOut.size()) << "a port handed out twice";
+        EXPECT_EQ(std::set<int>(handedOut.begin(), handedOut.end()).size(), handedOut.size())
+            << "a port handed out twice";
         const std::vector<std::string> known = devices(true);
         const Json::Value usersList = api("GET", "/api/users?start=0&max=500");
         for (const Json::Value& user : usersList["users"]) {
@@ -72,7 +76,9 @@ public:
 
 private:
     size_t pick(size_t count) { return std::uniform_int_distribution<size_t>(0, count - 1)(random_); }
-    std::string any(const std::vector<std::string>& items) { return items.empty() ? "none" : items[pick(items.size())]; }
+    std::string any(const std::vector<std::string>& items) {
+        return items.empty() ? "none" : items[pick(items.size())];
+    }
 
     Json::Value api(const std::string& method, const std::string& path, const std::string& body = "") {
         return gateway_.api(method, path, body).json();
@@ -107,8 +113,10 @@ private:
             }
         }
         const std::string name = "user" + std::to_string(++usersAdded_);
-        return call("POST", "/api/users", R"({"users":[{"userName":")" + name + R"(","password":")" + kUserPassword +
-                                              R"(","deviceID":")" + any(free) + R"("}]})"), "add a user";
+        return call("POST", "/api/users",
+                    R"({"users":[{"userName":")" + name + R"(","password":")" + kUserPassword + R"(","deviceID":")" +
+                        any(free) + R"("}]})"),
+               "add a user";
     }
     void kill(const std::string& pidFile) {
         int pid = 0;
@@ -136,7 +144,9 @@ private:
         return indexes("/api/devices", "devices", "deviceIndex", "deviceID", withKeeper ? "" : "CHAOSKEEP");
     }
     // User indexes, the lock-out keeper's left out.
-    std::vector<std::string> users() { return indexes("/api/users?start=0&max=500", "users", "userIndex", "userName", "keeper"); }
+    std::vector<std::string> users() {
+        return indexes("/api/users?start=0&max=500", "users", "userIndex", "userName", "keeper");
+    }
 
     std::set<int> listened() {
         std::set<int> ports;

@@ -19,13 +19,14 @@ inline std::string md5Of(const std::string& text) {
 inline std::string digestAnswer(const std::string& user, const std::string& ha1, const std::string& nonce = "n0",
                                 const std::string& method = "GET") {
     const std::string uri = "/TELMI/System/status", cnonce = "0a4f113b";
-    const std::string response = md5Of(ha1 + ":" + nonce + ":00000001:" + cnonce + ":auth:" + md5Of(method + ":" + uri));
+    const std::string response =
+        md5Of(ha1 + ":" + nonce + ":00000001:" + cnonce + ":auth:" + md5Of(method + ":" + uri));
     return "Digest username=\"" + user + "\", realm=\"TELMI\", nonce=\"" + nonce + "\", uri=\"" + uri +
            "\", qop=auth, nc=00000001, cnonce=\"" + cnonce + "\", response=\"" + response + "\"";
 }
 
 inline ZQDeviceMgr::tagTELMIUser userRecord(const std::string& name, const std::string& deviceIndex) {
-    ZQDeviceMgr::tagTELMIUser rec{};
+    ZQDeviceMgr::tagTELMIUser rec {};
     std::strncpy(rec.userName, name.c_str(), sizeof(rec.userName) - 1);
     std::strncpy(rec.digestHA1, md5Of(name).c_str(), sizeof(rec.digestHA1) - 1);
     std::strncpy(rec.deviceIndex, deviceIndex.c_str(), sizeof(rec.deviceIndex) - 1);

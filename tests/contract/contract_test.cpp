@@ -123,7 +123,7 @@ TEST(PlatformContract, RemovalIsNotifiedWithTheIndexAndContextUntilDetached) {
         {
             std::unique_lock<std::mutex> lock(mutex);
             changed.wait(lock, [] { return !removed.empty(); });
-            EXPECT_EQ(removed, std::vector<std::string>{first});
+            EXPECT_EQ(removed, std::vector<std::string> {first});
         }
         EXPECT_EQ(ZQ_DeviceMgr_GetDevice(first), nullptr);
         ASSERT_EQ(ZQ_DeviceMgr_NotifyDetach(callback), 0);
@@ -153,7 +153,7 @@ TEST(PlatformContract, ConfigurationKeepsTheSwitchTheRealmTheAdminsHA1AndTheMedi
 
         auto privateCfg = ZQ_ConfigMgr_GetPrivateCfg();
         ASSERT_NE(privateCfg, nullptr);
-        ZQConfigMgr::tagInternalCommunicationInfo info{};
+        ZQConfigMgr::tagInternalCommunicationInfo info {};
         privateCfg->getInternalCommParams(info);
         EXPECT_EQ(info.timeout, 3000);
     });
@@ -219,7 +219,7 @@ TEST(PlatformContract, NginxTakesAndDropsListenPortsAndAppendsItsProcessIds) {
         EXPECT_EQ(nginx->ModifyConfig(ZQBase::addListenPort, nullptr, nullptr), 0);
         std::vector<int> pids = {42};
         EXPECT_EQ(nginx->getPid(pids), 1);
-        EXPECT_EQ(pids, std::vector<int>{42}) << "appended to; no nginx runs";
+        EXPECT_EQ(pids, std::vector<int> {42}) << "appended to; no nginx runs";
         EXPECT_EQ(nginx->Quit(), 1) << "nothing to quit is no failure";
     });
 }

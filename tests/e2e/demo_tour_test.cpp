@@ -47,8 +47,9 @@ protected:
         }
         out << "]}\n";
         out.close();
-        auto devsim = std::make_unique<Program>(std::vector<std::string> {ZQ_DEVSIM_PATH, "--devices", file,
-            "--register", gateway_->apiUrl(""), "--admin-password-file", gateway_->home().path() + "/admin-password"});
+        auto devsim = std::make_unique<Program>(
+            std::vector<std::string> {ZQ_DEVSIM_PATH, "--devices", file, "--register", gateway_->apiUrl(""),
+                                      "--admin-password-file", gateway_->home().path() + "/admin-password"});
         for (int i = 0; i < 4; ++i) {
             EXPECT_FALSE(devsim->readLine().empty()) << "zqdevsim prints a line per registered device";
         }
@@ -57,9 +58,9 @@ protected:
 
     // telmictl --json as the gateway's admin, with input after the admin password; its JSON.
     static Json::Value telmictl(const std::string& arguments, const std::string& input = "") {
-        const Outcome run = runCommand(std::string(ZQ_TELMICTL_PATH) + " --json --gateway " + gateway_->apiUrl("") +
-                                           " " + arguments,
-                                       gateway_->adminPassword() + "\n" + input);
+        const Outcome run =
+            runCommand(std::string(ZQ_TELMICTL_PATH) + " --json --gateway " + gateway_->apiUrl("") + " " + arguments,
+                       gateway_->adminPassword() + "\n" + input);
         EXPECT_EQ(run.status, 0) << arguments << ": " << run.err;
         return run.json();
     }
@@ -78,8 +79,8 @@ protected:
     // and the body, and the answering device in deviceID.
     static Outcome telmiGet(const std::string& user, const std::string& password, unsigned short port,
                             std::string* deviceID = nullptr) {
-        const Outcome answer = curlAs(user, password, "--digest -i http://127.0.0.1:" + std::to_string(port) +
-                                                          "/TELMI/System/deviceInfo");
+        const Outcome answer =
+            curlAs(user, password, "--digest -i http://127.0.0.1:" + std::to_string(port) + "/TELMI/System/deviceInfo");
         const size_t header = answer.out.rfind("X-Device-ID: ");
         if (deviceID != nullptr && header != std::string::npos) {
             *deviceID = answer.out.substr(header + 13, answer.out.find('\r', header) - header - 13);

@@ -86,7 +86,7 @@ int DriverCif_InputCmdToMediaSyn(const char* cmd, int cmdLen, char** rsp, int* r
     Json::Reader().parse(command, request);
     platform.call("media " + request["method"].asString());
 
-    fake::MediaReply reply{0, "", ""};
+    fake::MediaReply reply {0, "", ""};
     if (!platform.mediaReplies.empty()) {
         reply = platform.mediaReplies.front();
         platform.mediaReplies.pop_front();

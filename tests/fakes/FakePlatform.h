@@ -111,9 +111,9 @@ struct MediaCommand {
 };
 
 struct MediaReply {
-    int rc = 0;           // transport result; non-zero is a failure
-    std::string body;     // answer text handed back in a fresh buffer
-    std::string errMsg;   // error text on failure
+    int rc = 0;          // transport result; non-zero is a failure
+    std::string body;    // answer text handed back in a fresh buffer
+    std::string errMsg;  // error text on failure
 };
 
 // Everything a test can set up or read back; reset() restores these defaults.
@@ -122,7 +122,7 @@ struct FakeState {
     std::vector<std::shared_ptr<FakeDevice>> devices;
     std::vector<std::shared_ptr<FakeUser>> users;
     std::vector<std::shared_ptr<FakePort>> ports;
-    std::vector<ZQDeviceMgrBus::tagDevQueryCond> deviceQueries;  // every condition the bus was asked
+    std::vector<ZQDeviceMgrBus::tagDevQueryCond> deviceQueries;    // every condition the bus was asked
     std::function<void(const std::string& index)> afterGetDevice;  // runs after each device lookup
 
     // Change notifications, as registered by the library.
@@ -139,7 +139,7 @@ struct FakeState {
 
     // Base library.
     std::function<int(const std::string& password, const std::string& user)> passwordLevel;  // default: 3
-    std::set<std::string> staleNonces;  // headers are really verified; these nonces are stale
+    std::set<std::string> staleNonces;     // headers are really verified; these nonces are stale
     std::set<std::string> answeredNonces;  // "nonce/nc" of every answer accepted
     int noncesIssued = 0;
     unsigned short nextHttpPort = 20000, nextRtspPort = 30000;
@@ -180,8 +180,7 @@ public:
                                           const std::string& name = "", uint8_t category = 1);
     std::shared_ptr<FakeUser> addUser(const std::string& name, const std::string& deviceIndex,
                                       const std::string& digest = "");
-    std::shared_ptr<FakePort> addPort(const std::string& deviceIndex, unsigned short httpPort,
-                                      unsigned short rtspPort);
+    std::shared_ptr<FakePort> addPort(const std::string& deviceIndex, unsigned short httpPort, unsigned short rtspPort);
     void removeDevice(const std::string& index);
     std::shared_ptr<FakeUser> findUser(const std::string& index) { return find(users, index); }
     std::shared_ptr<FakePort> findPort(const std::string& index) { return find(ports, index); }

@@ -10,7 +10,8 @@ constexpr int kLockThreshold = 7;
 constexpr int kLockSeconds = 300;
 
 std::string lockDetail(int slot, const char* key, int add = -1) {
-    return std::string("key=") + key + " slot=" + std::to_string(slot) + (add >= 0 ? " add=" + std::to_string(add) : "");
+    return std::string("key=") + key + " slot=" + std::to_string(slot) +
+           (add >= 0 ? " add=" + std::to_string(add) : "");
 }
 
 template <class Records>

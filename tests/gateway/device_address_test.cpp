@@ -15,7 +15,7 @@ namespace {
 std::string endpointOf(const std::string& address) {
     ZQGateway::tagDeviceEndpoint endpoint;
     return zqgw::parseDeviceAddress(address, 554, endpoint) ? endpoint.host + " " + std::to_string(endpoint.port)
-                                                             : "refused";
+                                                            : "refused";
 }
 
 TEST(DeviceAddressTest, AuthoritiesAreReadWithTheirDefaultPortAndBrackets) {

@@ -32,8 +32,7 @@ TEST(JsonInputTest, BodiesAreOneStrictObjectNestedAtMostSixteenDeep) {
         EXPECT_THAT(refusalOf(broken), HasSubstr("the body is not valid JSON")) << broken;
     }
     EXPECT_EQ(refusalOf("{\"a\": " + nested(kMaxJsonDepth) + "}"), "accepted");
-    EXPECT_EQ(refusalOf("{\"a\": " + nested(kMaxJsonDepth + 1) + "}"),
-              "the body is nested deeper than 16 levels");
+    EXPECT_EQ(refusalOf("{\"a\": " + nested(kMaxJsonDepth + 1) + "}"), "the body is nested deeper than 16 levels");
 }
 
 TEST(JsonInputTest, MembersAreRefusedByNameWhenMissingMistypedOrTooLong) {

@@ -47,9 +47,9 @@ TEST_F(RtspSessionTest, CompleteRequestsAreAnsweredInOrderAndAPartialOneWaits) {
 }
 
 TEST_F(RtspSessionTest, MalformedRequestsAreRefusedAndEndTheConnection) {
-    for (const char* malformed : {"OPTIONS\r\nCSeq: 1\r\n\r\n", "OPTIONS rtsp://d/ RTSP/1.0\r\nno colon\r\n\r\n",
-                                  "OPTIONS rtsp://d/ RTSP/1.0\r\n: empty name\r\n\r\n",
-                                  "OPTIONS rtsp://d/ RTSP/1.0\r\nAccept: x\r\n\r\n"}) {
+    for (const char* malformed :
+         {"OPTIONS\r\nCSeq: 1\r\n\r\n", "OPTIONS rtsp://d/ RTSP/1.0\r\nno colon\r\n\r\n",
+          "OPTIONS rtsp://d/ RTSP/1.0\r\n: empty name\r\n\r\n", "OPTIONS rtsp://d/ RTSP/1.0\r\nAccept: x\r\n\r\n"}) {
         EXPECT_THAT(receive(malformed), StartsWith("RTSP/1.0 400 ")) << malformed;
         EXPECT_TRUE(close_) << malformed;
     }
@@ -64,8 +64,9 @@ TEST_F(RtspSessionTest, RequestsPastTheLimitEndTheConnectionUnanswered) {
     EXPECT_EQ(receive(std::string(RtspSession::kMaxRequest + 1, 'x')), "") << "no end of head in sight";
     EXPECT_TRUE(close_);
     for (const char* length : {"9000", "18446744073709551547"}) {  // the second wraps the request's size around
-        EXPECT_EQ(receive(std::string("OPTIONS rtsp://d/ RTSP/1.0\r\nCSeq: 1\r\nContent-Length: ") + length +
-                          "\r\n\r\n"), "");
+        EXPECT_EQ(
+            receive(std::string("OPTIONS rtsp://d/ RTSP/1.0\r\nCSeq: 1\r\nContent-Length: ") + length + "\r\n\r\n"),
+            "");
         EXPECT_TRUE(close_) << length;
     }
 }

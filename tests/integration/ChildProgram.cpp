@@ -96,8 +96,7 @@ Outcome splitStatusLast(const std::string& output) {
 Outcome runCommand(const std::string& command, const std::string& input) {
     const std::string files = ::testing::TempDir() + "command-" + std::to_string(::getpid());
     std::ofstream(files + ".in") << input;
-    Outcome outcome =
-        splitStatusLast(runShell(command + " <" + files + ".in 2>" + files + ".err; printf '\\n%s' $?"));
+    Outcome outcome = splitStatusLast(runShell(command + " <" + files + ".in 2>" + files + ".err; printf '\\n%s' $?"));
     std::stringstream err;
     err << std::ifstream(files + ".err").rdbuf();
     outcome.err = err.str();
@@ -137,14 +136,16 @@ Outcome pythonDigestGet(const std::string& url, const std::string& user, const s
 }
 
 std::string ffprobe(unsigned short port) {
-    return runShell("timeout 60 ffprobe -v error -rtsp_transport tcp -read_intervals %+#25 -count_packets"
-                    " -show_entries stream=codec_name,sample_rate,nb_read_packets -of csv=p=0 rtsp://127.0.0.1:" +
-                    std::to_string(port) + "/stream 2>&1");
+    return runShell(
+        "timeout 60 ffprobe -v error -rtsp_transport tcp -read_intervals %+#25 -count_packets"
+        " -show_entries stream=codec_name,sample_rate,nb_read_packets -of csv=p=0 rtsp://127.0.0.1:" +
+        std::to_string(port) + "/stream 2>&1");
 }
 
 std::unique_ptr<Program> simulatedCamera(unsigned short firstPort, std::string& rtspAddress) {
-    auto camera = std::make_unique<Program>(std::vector<std::string> {ZQ_DEVSIM_PATH, "--count", "1",
-        "--first-http-port", std::to_string(firstPort), "--first-rtsp-port", std::to_string(firstPort + 1)});
+    auto camera = std::make_unique<Program>(
+        std::vector<std::string> {ZQ_DEVSIM_PATH, "--count", "1", "--first-http-port", std::to_string(firstPort),
+                                  "--first-rtsp-port", std::to_string(firstPort + 1)});
     EXPECT_FALSE(camera->readLine().empty()) << "the simulator serves once it prints its device";
     rtspAddress = "rtsp://127.0.0.1:" + std::to_string(firstPort + 1) + "/stream";
     return camera;

@@ -84,11 +84,15 @@ Outcome GatewayRun::api(const std::string& method, const std::string& path, cons
 }
 
 std::string GatewayRun::registerDevice(int protocol, const std::string& deviceID, unsigned short port) const {
-    const Outcome reply = api("POST", "/api/devices",
-                            "{\"protocol\":" + std::to_string(protocol) + ",\"deviceID\":\"" + deviceID +
-                                "\",\"name\":\"" + deviceID + " camera\",\"category\":1,\"telmiAddress\":"
-                                "\"http://127.0.0.1:" + std::to_string(port) + "\",\"rtspAddress\":"
-                                "\"rtsp://127.0.0.1:" + std::to_string(port) + "\"}");
+    const Outcome reply =
+        api("POST", "/api/devices",
+            "{\"protocol\":" + std::to_string(protocol) + ",\"deviceID\":\"" + deviceID + "\",\"name\":\"" + deviceID +
+                " camera\",\"category\":1,\"telmiAddress\":"
+                "\"http://127.0.0.1:" +
+                std::to_string(port) +
+                "\",\"rtspAddress\":"
+                "\"rtsp://127.0.0.1:" +
+                std::to_string(port) + "\"}");
     EXPECT_EQ(reply.status, 201) << reply.out;
     return reply.json()["deviceIndex"].asString();
 }

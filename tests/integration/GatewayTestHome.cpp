@@ -24,7 +24,8 @@ TempHome::TempHome() {
     path_ = ::mkdtemp(pattern) != nullptr ? pattern : "";
     // nginx serves the management API wherever it runs: on a port of the test's own, and no
     // user-mode port unless a test asks for one.
-    std::ofstream(path_ + "/gateway.json") << "{\"managementPort\": " << testPortBlock(1) << ", \"telmiUserPort\": 0}\n";
+    std::ofstream(path_ + "/gateway.json")
+        << "{\"managementPort\": " << testPortBlock(1) << ", \"telmiUserPort\": 0}\n";
 }
 
 TempHome::~TempHome() {

@@ -130,12 +130,13 @@ TEST(LibraryOnGatewayTest, CallsWhileTheHostClosesTheLibraryFindItWhole) {
         auto start = reinterpret_cast<decltype(&ZQ_TELMIMgrBus_Start)>(dlsym(handle, "ZQ_TELMIMgrBus_Start"));
         auto stop = reinterpret_cast<decltype(&ZQ_TELMIMgrBus_Stop)>(dlsym(handle, "ZQ_TELMIMgrBus_Stop"));
         // An empty unbinding batch still takes the manager's lock: the part a freed manager loses.
-        auto unbind = reinterpret_cast<decltype(&ZQ_TELMIMgrBus_UnbindPort)>(dlsym(handle, "ZQ_TELMIMgrBus_UnbindPort"));
+        auto unbind =
+            reinterpret_cast<decltype(&ZQ_TELMIMgrBus_UnbindPort)>(dlsym(handle, "ZQ_TELMIMgrBus_UnbindPort"));
         ASSERT_TRUE(start && stop && unbind);
         EXPECT_EQ(start(), 1);
 
-        std::atomic<bool> running{true};
-        std::atomic<int> calls{0};
+        std::atomic<bool> running {true};
+        std::atomic<int> calls {0};
         std::vector<std::thread> callers;
         for (int i = 0; i < 3; ++i) {
             callers.emplace_back([&] {

@@ -83,10 +83,9 @@ protected:
         locks.unlockTimes[key] = 0;
         platform().journal.clear();
         EXPECT_EQ(check(*right("n2", kKey), mode), passed(deviceIndex));
-        EXPECT_THAT(platform().journal,
-                    ElementsAre("lock.getLockNum key=" + key + " slot=0 add=0",
-                                "lock.getUnlockTime key=" + key + " slot=0", "base.CheckDigest",
-                                "lock.destroyLock key=" + key + " slot=0"));
+        EXPECT_THAT(platform().journal, ElementsAre("lock.getLockNum key=" + key + " slot=0 add=0",
+                                                    "lock.getUnlockTime key=" + key + " slot=0", "base.CheckDigest",
+                                                    "lock.destroyLock key=" + key + " slot=0"));
         EXPECT_EQ(check(wrong, mode), refused(6, 0, challenge("nonce10", "FALSE")))
             << "a right answer clears the count";
     }
@@ -109,9 +108,10 @@ TEST_F(AuthTest, RfcWorkedExamplePassesWithTheAccountsHA1AndTheRequestsMethod) {
 TEST_F(AuthTest, UserModeLocksOutAfterSevenWrongAnswers) {
     const std::string ha1 = ha1Of("viewer", "Right#Pass1");
     auto user = platform().addUser("viewer", "dev-1", ha1);
-    runLockOutStory(kUser, user->locks, *request(digestAnswer("viewer", ha1Of("viewer", "wrong"))),
-                    [&](const char* nonce, const char* key) { return request(digestAnswer("viewer", ha1, nonce), 0, key); },
-                    "dev-1");
+    runLockOutStory(
+        kUser, user->locks, *request(digestAnswer("viewer", ha1Of("viewer", "wrong"))),
+        [&](const char* nonce, const char* key) { return request(digestAnswer("viewer", ha1, nonce), 0, key); },
+        "dev-1");
 }
 
 TEST_F(AuthTest, PortModeLocksOutAfterSevenWrongAnswersAgainstTheGatewayAdmin) {
@@ -120,11 +120,12 @@ TEST_F(AuthTest, PortModeLocksOutAfterSevenWrongAnswersAgainstTheGatewayAdmin) {
     platform().addUser("viewer", "dev-user", ha1Of("viewer", "Other#1"));
     auto port = platform().addPort("dev-port", 20001, 30001);
     // The name in the header plays no part: only the admin's HA1 counts.
-    runLockOutStory(kPort, port->locks, *request(digestAnswer("viewer", ha1Of("viewer", "Other#1")), 20001),
-                    [&](const char* nonce, const char* key) {
-                        return request(digestAnswer("anyone", adminHA1, nonce), 20001, key);
-                    },
-                    "dev-port");
+    runLockOutStory(
+        kPort, port->locks, *request(digestAnswer("viewer", ha1Of("viewer", "Other#1")), 20001),
+        [&](const char* nonce, const char* key) {
+            return request(digestAnswer("anyone", adminHA1, nonce), 20001, key);
+        },
+        "dev-port");
 }
 
 TEST_F(AuthTest, StaleNoncesAndAMissingUserConfigurationAreNotCounted) {
@@ -142,7 +143,8 @@ TEST_F(AuthTest, StaleNoncesAndAMissingUserConfigurationAreNotCounted) {
 
     port->locks.counts[kKey] = 3;
     platform().userCfgPresent = false;
-    EXPECT_EQ(check(*request(digestAnswer("admin", "x"), 20001), kPort), refused(4, 0, challenge("nonce3", "FALSE", "")));
+    EXPECT_EQ(check(*request(digestAnswer("admin", "x"), 20001), kPort),
+              refused(4, 0, challenge("nonce3", "FALSE", "")));
     EXPECT_TRUE(platform().logged(5, "[%s(%d)] Get user config failed."));
     EXPECT_EQ(platform().journalWith("base.CheckDigest").size(), 2u) << "no configuration, nothing examined";
     EXPECT_THAT(platform().journalWith("lock.getLockNum"), ::testing::Each(EndsWith("add=0")));
@@ -180,8 +182,9 @@ TEST_F(AuthTest, RefusalsBeforeAnyCheckWriteOnlyWhatTheyMust) {
     EXPECT_EQ(check(*req33, 3), untouched(274));
     EXPECT_EQ(check(*request(digestAnswer("admin", "x"), 0), kPort), untouched(1));
     EXPECT_EQ(check(*request(digestAnswer("admin", "x"), 20002), kPort), untouched(274));
-    EXPECT_THAT(messagesAt(5), ElementsAre("The mode is not support.", "The mode is not support.",
-                                    "[httpPort=0]TELMI port is error.", "[httpPort=20002]TELMI port is not exist."));
+    EXPECT_THAT(messagesAt(5),
+                ElementsAre("The mode is not support.", "The mode is not support.", "[httpPort=0]TELMI port is error.",
+                            "[httpPort=20002]TELMI port is not exist."));
     EXPECT_EQ(platform().noncesIssued, 2) << "only the missing names drew a challenge";
 }
 
@@ -221,7 +224,8 @@ TEST_F(AuthTest, FirstMatchWinsAndHostFieldsAreReadWithinTheirWidths) {
     platform().gatewayHA1["admin"] = ha1Of("admin", "Gateway#1");
     platform().addPort("dev-a", 20001, 0);
     platform().addPort("dev-b", 20001, 0);
-    EXPECT_EQ(check(*request(digestAnswer("admin", platform().gatewayHA1["admin"], "n1"), 20001), kPort), passed("dev-a"));
+    EXPECT_EQ(check(*request(digestAnswer("admin", platform().gatewayHA1["admin"], "n1"), 20001), kPort),
+              passed("dev-a"));
 }
 
 }  // namespace

@@ -66,7 +66,7 @@ TEST_F(BindTest, EachFailedBindStepUndoesOnlyTheStoreRecord) {
 
     platform().inject("store.BindTELMIPort", kStoreRefused);
     platform().mediaReplies.push_back({3, "", "media down"});  // for T5-2
-    platform().inject("nginx.ModifyConfig", 0);                 // for T5-3
+    platform().inject("nginx.ModifyConfig", 0);                // for T5-3
     platform().journal.clear();
     EXPECT_THAT(bind({"T5-1", "T5-2", "T5-3"}), ElementsAre(1, 1, 7, 1026, 273, kStoreRefused, 9, 261));
     ASSERT_TRUE(rets_[6].port && rets_[7].port) << "still pointing at the removed bindings";
@@ -91,9 +91,9 @@ TEST_F(BindTest, UnbindGoesMediaNginxStorePerBindingRestartsOnceAndStopsAtAFaile
 
     EXPECT_THAT(unbind({withRtsp->index, std::string(37, 'x'), "", std::string(36, 'x'), withoutRtsp->index}),
                 ElementsAre(0, 1, 1, 1040, 0));
-    EXPECT_THAT(platform().journal,
-                ElementsAre("media PutMediaPort", "nginx.ModifyConfig 8 8001", "store.UnbindTELMIPort " + withRtsp->index,
-                            "nginx.ModifyConfig 8 8002", "store.UnbindTELMIPort " + withoutRtsp->index, "nginx.Reboot"));
+    EXPECT_THAT(platform().journal, ElementsAre("media PutMediaPort", "nginx.ModifyConfig 8 8001",
+                                                "store.UnbindTELMIPort " + withRtsp->index, "nginx.ModifyConfig 8 8002",
+                                                "store.UnbindTELMIPort " + withoutRtsp->index, "nginx.Reboot"));
     EXPECT_THAT(platform().mediaCommands[0].text,
                 HasSubstr("[{\"devIndex\":\"dev1\",\"rtspPort\":554,\"rtspPortBind\":false}]"));
     EXPECT_THAT(messagesAt(3), ElementsAre("unbindPort start.", "unbindPort end."));
@@ -181,7 +181,8 @@ TEST_F(BindRetryTest, OutcomesOfEachStep) {
     platform().nginxPids = {42};
     platform().listeners[8001] = 42;
     platform().mediaReplies.push_back(
-        {0, "{\"data\":{\"rsp\":{\"listenStatus\":{\"deviceIndex\":\"d\",\"rtspPort\":554,\"status\":\"fail\"}}}}", ""});
+        {0, "{\"data\":{\"rsp\":{\"listenStatus\":{\"deviceIndex\":\"d\",\"rtspPort\":554,\"status\":\"fail\"}}}}",
+         ""});
     EXPECT_EQ(retry(port), std::tuple(0, 260, -1, 1)) << "the RTSP failure stands while nginx holds the HTTP port";
     EXPECT_TRUE(platform().logged(4, "[%s(%d)] [Rtspport=%d] notify retry port listen fail."));
     EXPECT_THAT(platform().journalWith("nginx.Reboot"), IsEmpty());
@@ -191,7 +192,8 @@ TEST_F(BindRetryTest, OutcomesOfEachStep) {
     EXPECT_EQ(lastLog(5), "[httpport=8001]Port is occupied by other exe.");
 
     platform().listeners.erase(8001);
-    for (auto [operation, expected] : {std::pair{"nginx.getPid", 9}, {"nginx.ModifyConfig", 261}, {"nginx.Reboot", 262}}) {
+    for (auto [operation, expected] :
+         {std::pair {"nginx.getPid", 9}, {"nginx.ModifyConfig", 261}, {"nginx.Reboot", 262}}) {
         platform().inject(operation, 0);
         EXPECT_EQ(std::get<1>(retry(port)), expected) << operation;
     }
@@ -208,7 +210,7 @@ TEST_F(BindTest, RtspNeedFollowsTheDeviceCategory) {
     for (uint8_t category : {1, 2, 3}) {
         platform().addDevice("dev" + std::to_string(category), 4, "T5-" + std::to_string(category), "", category);
     }
-    for (auto [index, code, need] : {std::tuple{"dev1", 0, 1}, {"dev2", 0, 0}, {"dev3", 274, 0}, {"gone", 7, 0}}) {
+    for (auto [index, code, need] : {std::tuple {"dev1", 0, 1}, {"dev2", 0, 0}, {"dev3", 274, 0}, {"gone", 7, 0}}) {
         int given = 5;
         EXPECT_EQ(mgr().checkNeedRstpPort(given, index), code) << index;
         EXPECT_EQ(given, need) << index;

@@ -29,7 +29,7 @@ TEST_F(PortConcurrencyTest, BindsUnbindsListingsAndDeviceRemovalsInterleave) {
         platform().addDevice(deviceIndex(i), 4, allIds.back());
     }
 
-    std::atomic<bool> go{false};
+    std::atomic<bool> go {false};
     std::vector<std::thread> threads;
     auto spawn = [&](std::function<void()> work, int rounds = kRounds) {
         threads.emplace_back([&go, work, rounds] {
@@ -54,16 +54,18 @@ TEST_F(PortConcurrencyTest, BindsUnbindsListingsAndDeviceRemovalsInterleave) {
     });
     spawn([] {
         std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIPort>> ports;
-        tagTelmiQueryRsp rsp{};
+        tagTelmiQueryRsp rsp {};
         ZQ_TELMIMgrBus_QueryTELMIPortList(ports, rsp, queryRequest(0, 500));
     });
     int leaving = kDevices / 2;  // the second half of the devices leave, one a round
-    spawn([&] {
-        const std::string index = deviceIndex(leaving++);
-        platform().notify(ZQDeviceMgr::deviceRemoved, index);  // still present: released anyway
-        platform().removeDevice(index);
-        platform().notify(ZQDeviceMgr::deviceRemoved, index);
-    }, kDevices / 2);
+    spawn(
+        [&] {
+            const std::string index = deviceIndex(leaving++);
+            platform().notify(ZQDeviceMgr::deviceRemoved, index);  // still present: released anyway
+            platform().removeDevice(index);
+            platform().notify(ZQDeviceMgr::deviceRemoved, index);
+        },
+        kDevices / 2);
     go = true;
     for (auto& thread : threads) {
         thread.join();
@@ -72,7 +74,7 @@ TEST_F(PortConcurrencyTest, BindsUnbindsListingsAndDeviceRemovalsInterleave) {
     // A bind that passed its device check just before the device left may still have stored a
     // binding; listing removes those, as it does in the gateway.
     std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIPort>> listed;
-    tagTelmiQueryRsp rsp{};
+    tagTelmiQueryRsp rsp {};
     ZQ_TELMIMgrBus_QueryTELMIPortList(listed, rsp, queryRequest(0, 500));
 
     auto lock = fake::lockPlatform();
@@ -103,7 +105,7 @@ TEST_F(PortConcurrencyTest, ConcurrentBatchesNeverInterleaveWhileRetryRunsOutsid
     platform().journal.clear();
 
     std::future<void> unbinding;
-    std::atomic<bool> paused{false}, retried{false};
+    std::atomic<bool> paused {false}, retried {false};
     platform().beforeMedia = [&] {
         if (paused.exchange(true)) {  // only the binding batch's own media step pauses
             return;

@@ -12,7 +12,8 @@ static_assert(sizeof(tagTELMIUserInput) == 85 && offsetof(tagTELMIUserInput, pas
 static_assert(sizeof(ZQDeviceMgr::tagTELMIUser) == 138 && offsetof(ZQDeviceMgr::tagTELMIUser, digestHA1) == 34 &&
               offsetof(ZQDeviceMgr::tagTELMIUser, deviceIndex) == 100);
 static_assert(sizeof(ZQDeviceMgr::tagTELMIPort) == 44 && offsetof(ZQDeviceMgr::tagTELMIPort, spare) == 2 &&
-              offsetof(ZQDeviceMgr::tagTELMIPort, rtspPort) == 4 && offsetof(ZQDeviceMgr::tagTELMIPort, deviceIndex) == 6);
+              offsetof(ZQDeviceMgr::tagTELMIPort, rtspPort) == 4 &&
+              offsetof(ZQDeviceMgr::tagTELMIPort, deviceIndex) == 6);
 static_assert(offsetof(MediaPortInfo, rtspPortBind) == 40 && offsetof(MediaPortInfo, rtspPort) == 44 &&
               sizeof(MediaPortInfo) == 48);
 static_assert(offsetof(tagTelmiQueryReq, keyWord) == 8 && sizeof(tagTelmiQueryReq::keyWord) == 129 &&
@@ -40,13 +41,13 @@ struct CountedConstruction {
         }
     }
 };
-std::atomic<int> CountedConstruction::constructions{0};
-std::atomic<int> CountedConstruction::callers{0};
+std::atomic<int> CountedConstruction::constructions {0};
+std::atomic<int> CountedConstruction::callers {0};
 
 }  // namespace
 
 TEST(SingletonTest, ConcurrentFirstCallsCreateExactlyOneInstance) {
-    std::atomic<bool> go{false};
+    std::atomic<bool> go {false};
     std::vector<CountedConstruction*> seen(kFirstCallers);
     std::vector<std::thread> threads;
     for (auto& instance : seen) {

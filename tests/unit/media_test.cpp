@@ -51,7 +51,7 @@ TEST_F(MediaTest, CommandsAreFastWriterTextWithTheTimeLimitInWholeSeconds) {
               "&portType=rtsp&portNo=554\"}}\n");
     EXPECT_EQ(lastCommand().timeoutSec, 0) << "999 ms truncate to 0 s";
 
-    Ports ports{port("dev01", 554)};
+    Ports ports {port("dev01", 554)};
     EXPECT_EQ(mgr().updateMediaTELMIPortStatus(ports), 0);
     EXPECT_EQ(lastCommand().text,
               "{\"method\":\"GetMediaPortStatus\",\"moduleType\":10,\"params\":{\"devindexCodeList\":[\"dev01\"]}}\n");
@@ -67,10 +67,11 @@ TEST_F(MediaTest, PutMediaPortEncodesEveryOrderAndAcceptsAnyTextCode) {
     answer("{\"code\":\"error\"}");
     platform().mediaTimeoutMs = 2500;
     EXPECT_EQ(mgr().notifyMediaTELMIPort({order("a", 1, 1), order(std::string(37, 'x'), 2, 65535)}), 1);
-    EXPECT_EQ(lastCommand().text, "{\"method\":\"PutMediaPort\",\"moduleType\":10,\"params\":{\"devices\":["
-                                  "{\"devIndex\":\"a\",\"rtspPort\":1,\"rtspPortBind\":true},"
-                                  "{\"devIndex\":\"" + std::string(37, 'x') +
-                                      "\",\"rtspPort\":65535,\"rtspPortBind\":false}]}}\n")
+    EXPECT_EQ(lastCommand().text,
+              "{\"method\":\"PutMediaPort\",\"moduleType\":10,\"params\":{\"devices\":["
+              "{\"devIndex\":\"a\",\"rtspPort\":1,\"rtspPortBind\":true},"
+              "{\"devIndex\":\"" +
+                  std::string(37, 'x') + "\",\"rtspPort\":65535,\"rtspPortBind\":false}]}}\n")
         << "a device index filling its field, and a bind value of 2";
     EXPECT_EQ(std::pair(lastCommand().reserved, lastCommand().timeoutSec), std::pair(0, 2));
     EXPECT_THAT(messagesAt(2), ElementsAre("notifyMediaTELMIPort rspCode=error"));
@@ -118,13 +119,15 @@ TEST_F(MediaTest, RefreshAnswerShapes) {
         {"{\"data\":\"rsp\"}", 0, 0},
         {"{\"data\":{\"rsp\":{}}}", 9, 0},
         {"{\"data\":{\"rsp\":[1]}}", 9, 0},
-        {"{\"data\":{\"rsp\":{\"listenStatus\":{\"deviceIndex\":\"other\",\"rtspPort\":1,\"status\":\"success\"}}}}",
-         0, 1},
+        {"{\"data\":{\"rsp\":{\"listenStatus\":{\"deviceIndex\":\"other\",\"rtspPort\":1,\"status\":\"success\"}}}}", 0,
+         1},
         {"{\"data\":{\"rsp\":{\"listenStatus\":{\"deviceIndex\":\"dev01\",\"rtspPort\":554,\"status\":\"Success\"}}}}",
          260, 0},
-        {"{\"data\":{\"rsp\":{\"listenStatus\":{\"deviceIndex\":\"dev01\",\"rtspPort\":\"554\",\"status\":\"success\"}}}}",
+        {"{\"data\":{\"rsp\":{\"listenStatus\":{\"deviceIndex\":\"dev01\",\"rtspPort\":\"554\",\"status\":\"success\"}}"
+         "}}",
          9, 0},
-        {"{\"data\":{\"rsp\":{\"listenStatus\":[{\"deviceIndex\":\"dev01\",\"rtspPort\":554,\"status\":\"success\"}]}}}",
+        {"{\"data\":{\"rsp\":{\"listenStatus\":[{\"deviceIndex\":\"dev01\",\"rtspPort\":554,\"status\":\"success\"}]}}"
+         "}",
          9, 0},
         {"{\"data\":{\"rsp\":{\"statusCode\":\"x\",\"statusString\":1}}}", 9, 0},
         {"{\"data\":{\"rsp\":{\"statusCode\":4,\"statusString\":\"Invalid\"}}}", 9, 0},
@@ -140,32 +143,34 @@ TEST_F(MediaTest, RefreshAnswerShapes) {
 }
 
 TEST_F(MediaTest, StatusReadWritesOnlyWhatTheAnswerReports) {
-    Ports none{port("dev00", 0)};
+    Ports none {port("dev00", 0)};
     EXPECT_EQ(mgr().updateMediaTELMIPortStatus(none), 0);
     EXPECT_THAT(platform().mediaCommands, IsEmpty());
 
-    Ports one{port("dev01", 554)};
-    for (const char* body : {"{\"statusCode\":4,\"statusString\":\"Busy\"}",
-                             "{\"data\":{\"rsp\":{\"listenStatus\":{\"deviceIndex\":\"dev01\",\"rtspPort\":554,"
-                             "\"status\":\"success\"}}}}",
-                             "{\"data\":{\"listenStatus\":{}}}", "{\"data\":{\"statusCode\":1,\"statusString\":\"in\"}}"}) {
+    Ports one {port("dev01", 554)};
+    for (const char* body :
+         {"{\"statusCode\":4,\"statusString\":\"Busy\"}",
+          "{\"data\":{\"rsp\":{\"listenStatus\":{\"deviceIndex\":\"dev01\",\"rtspPort\":554,"
+          "\"status\":\"success\"}}}}",
+          "{\"data\":{\"listenStatus\":{}}}", "{\"data\":{\"statusCode\":1,\"statusString\":\"in\"}}"}) {
         answer(body);
         EXPECT_EQ(mgr().updateMediaTELMIPortStatus(one), 9) << body;
     }
     transportFails();
     EXPECT_EQ(mgr().updateMediaTELMIPortStatus(one), 9);
     EXPECT_EQ(platform().ports[1]->rtspStatus, -1) << "a failed read touches no record";
-    EXPECT_THAT(messagesAt(5), ElementsAre("DriverCIf_InputCmdByDevSyn return statusString=Busy error", "Error rsp.",
-                                           "Error rsp.", "Error rsp.",
-                                           "[errMsg=media down]DriverCif_InputCmdToMediaSyn error."));
+    EXPECT_THAT(messagesAt(5),
+                ElementsAre("DriverCIf_InputCmdByDevSyn return statusString=Busy error", "Error rsp.", "Error rsp.",
+                            "Error rsp.", "[errMsg=media down]DriverCif_InputCmdToMediaSyn error."));
 
-    Ports ports{port("dev01", 554), port("none", 0), port("dev01", 555), port("dev02", 556), port("dev03", 557)};
-    answer("{\"data\":{\"listenStatus\":["
-           "{\"deviceIndex\":\"dev01\",\"rtspPort\":554,\"status\":\"success\"},"
-           "{\"deviceIndex\":\"dev01\",\"rtspPort\":555,\"status\":\"fail\"},"
-           "{\"deviceIndex\":\"dev02\",\"rtspPort\":556,\"status\":\"fail\"},"
-           "{\"deviceIndex\":\"dev03\",\"rtspPort\":\"557\",\"status\":\"success\"},"
-           "7]}}");
+    Ports ports {port("dev01", 554), port("none", 0), port("dev01", 555), port("dev02", 556), port("dev03", 557)};
+    answer(
+        "{\"data\":{\"listenStatus\":["
+        "{\"deviceIndex\":\"dev01\",\"rtspPort\":554,\"status\":\"success\"},"
+        "{\"deviceIndex\":\"dev01\",\"rtspPort\":555,\"status\":\"fail\"},"
+        "{\"deviceIndex\":\"dev02\",\"rtspPort\":556,\"status\":\"fail\"},"
+        "{\"deviceIndex\":\"dev03\",\"rtspPort\":\"557\",\"status\":\"success\"},"
+        "7]}}");
     EXPECT_EQ(mgr().updateMediaTELMIPortStatus(ports), 0);
     EXPECT_THAT(lastCommand().text, HasSubstr("[\"dev01\",\"dev01\",\"dev02\",\"dev03\"]"))
         << "every port with an RTSP port is asked about, duplicates kept";

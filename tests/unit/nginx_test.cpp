@@ -10,7 +10,7 @@ using NginxTest = LibraryTest;
 
 TEST_F(NginxTest, PidListIsAppendedToAndUntouchedOnFailure) {
     platform().nginxPids = {7, 8};
-    std::list<int> pids{5};
+    std::list<int> pids {5};
     EXPECT_EQ(mgr().getNginxPidList(pids), 1);
     EXPECT_THAT(pids, ElementsAre(5, 7, 8));
     EXPECT_EQ(messagesAt(2).size(), 2u);
@@ -40,11 +40,11 @@ TEST_F(NginxTest, StartAnnouncesMediaThenQuitsNginxThenEditsEveryHttpPortGoingOn
                             "nginx.ModifyConfig 8 8003"));
     EXPECT_THAT(platform().mediaCommands[0].text,
                 HasSubstr("[{\"devIndex\":\"dev1\",\"rtspPort\":554,\"rtspPortBind\":true},{\"devIndex\":\"" +
-                                     std::string(36, 'd') + "\",\"rtspPort\":555,\"rtspPortBind\":true}]"))
+                          std::string(36, 'd') + "\",\"rtspPort\":555,\"rtspPortBind\":true}]"))
         << "only ports with an RTSP port, device index cut to 36 characters";
-    EXPECT_THAT(messagesAt(4), ElementsAre("Get nginx Pid list success, then quit old nginx.",
-                                           "[httpport=0] nginx add port listen fail.",
-                                           "[httpport=8003] Port is abnormal."))
+    EXPECT_THAT(messagesAt(4),
+                ElementsAre("Get nginx Pid list success, then quit old nginx.",
+                            "[httpport=0] nginx add port listen fail.", "[httpport=8003] Port is abnormal."))
         << "nginx refuses port 0, and the others still go through";
 
     platform().journal.clear();

@@ -23,13 +23,13 @@ protected:
     bool endLogged() const { return platform().logged(3, "[%s(%d)] Query user List end"); }
 
     int code_ = -1;
-    tagTelmiQueryRsp rsp_{};
+    tagTelmiQueryRsp rsp_ {};
 };
 
 TEST_F(UserListTest, RequestsOutOfBoundsAreRefusedBeforeTheStoreIsWalked) {
     platform().addUser("orphan", "gone");
     for (auto [startPos, maxResults, keyWord] :
-         {std::tuple{-1, 10, 0}, {501, 10, 0}, {0, -1, 0}, {0, 501, 0}, {0, 10, 129}}) {
+         {std::tuple {-1, 10, 0}, {501, 10, 0}, {0, -1, 0}, {0, 501, 0}, {0, 10, 129}}) {
         platform().logs.clear();
         query(startPos, maxResults, std::string(keyWord, 'k'));
         EXPECT_EQ(outcome(), std::tuple(1, -7, -7));
@@ -46,8 +46,11 @@ TEST_F(UserListTest, RequestsOutOfBoundsAreRefusedBeforeTheStoreIsWalked) {
 
 TEST_F(UserListTest, PagesOldestFirstAfterCounting) {
     platform().addDevice("dev", 2, "CAM");
-    for (auto [name, addTime] : {std::pair{"third", "2026-03"}, {"first", "2026-01"}, {"fifth", "2026-05"},
-                                 {"second", "2026-02"}, {"fourth", "2026-04"}}) {
+    for (auto [name, addTime] : {std::pair {"third", "2026-03"},
+                                 {"first", "2026-01"},
+                                 {"fifth", "2026-05"},
+                                 {"second", "2026-02"},
+                                 {"fourth", "2026-04"}}) {
         platform().addUser(name, "dev")->addTime = addTime;  // store order differs from age order
     }
 

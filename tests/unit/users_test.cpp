@@ -73,14 +73,14 @@ TEST_F(UsersTest, AddUserAppendsOneOutcomePerInputInOrderAndGoesOnPastFailures) 
 
 TEST_F(UsersTest, NamesOutsideTheRulesAreRefusedWithoutLogOrQuery) {
     for (const std::string& good : {std::string(32, 'n'), std::string("Admin"), std::string("admin "),
-                                   std::string("administrator"), std::string("inner space"), std::string("del\x7f")}) {
+                                    std::string("administrator"), std::string("inner space"), std::string("del\x7f")}) {
         EXPECT_EQ(addOne(good), 0) << good;
     }
     const size_t queriesForGoodNames = platform().deviceQueries.size();
     platform().logs.clear();
 
-    for (const std::string& bad : {std::string(33, 'n'), std::string(), std::string("admin"), std::string("caf\xc3\xa9"),
-                                   std::string("tab\tname"), std::string("a|b")}) {
+    for (const std::string& bad : {std::string(33, 'n'), std::string(), std::string("admin"),
+                                   std::string("caf\xc3\xa9"), std::string("tab\tname"), std::string("a|b")}) {
         EXPECT_EQ(addOne(bad), 1) << bad;
     }
     EXPECT_EQ(platform().deviceQueries.size(), queriesForGoodNames);
@@ -108,7 +108,7 @@ TEST_F(UsersTest, PasswordLengthStrengthAndDigest) {
         rated.push_back(password + "/" + user);
         return level;
     };
-    for (auto [given, expected] : {std::pair{-1, 256}, {0, 257}, {-2, 0}, {3, 0}}) {
+    for (auto [given, expected] : {std::pair {-1, 256}, {0, 257}, {-2, 0}, {3, 0}}) {
         level = given;
         EXPECT_EQ(addOne("user" + std::to_string(given), "pw"), expected) << given;
     }
@@ -157,7 +157,7 @@ TEST_F(UsersTest, DeviceQueriesCarryTheConditionOfEachUse) {
         {10000, id31, 6, 1}, {10000, id31, 4, 3}, {10000, id31, 0, 0}, {500, "", 6, 1}};
     ASSERT_EQ(platform().deviceQueries.size(), 4u);
     for (size_t i = 0; i < 4; ++i) {
-        ZQDeviceMgrBus::tagDevQueryCond cond{};  // what the library does not set reaches the bus as zeros
+        ZQDeviceMgrBus::tagDevQueryCond cond {};  // what the library does not set reaches the bus as zeros
         std::tie(cond.maxNum, std::ignore, cond.devKind, cond.devFilter) = expected[i];
         setField(cond.keyWord, std::get<1>(expected[i]));
         EXPECT_EQ(std::memcmp(&cond, &platform().deviceQueries[i], sizeof(cond)), 0) << "query " << i;
@@ -174,8 +174,8 @@ TEST_F(UsersTest, CheckBoundDeviceFindsTheDeviceAndTestsItsBoundStatePerProtocol
         uint8_t protocol;
         int accountBound, portBound, mode, expected;
         const char* log;
-    } cases[] = {{2, 1, 0, 2, 1026, "2"}, {2, 0, 1, 2, 0, nullptr},  {4, 1, 0, 2, 0, nullptr}, {4, 1, 0, 1, 1026, "3"},
-                 {4, 0, 1, 1, 0, nullptr}, {4, 0, 1, 2, 1026, "4"}, {4, 1, 1, 3, 0, nullptr}};
+    } cases[] = {{2, 1, 0, 2, 1026, "2"},  {2, 0, 1, 2, 0, nullptr}, {4, 1, 0, 2, 0, nullptr}, {4, 1, 0, 1, 1026, "3"},
+                 {4, 0, 1, 1, 0, nullptr}, {4, 0, 1, 2, 1026, "4"},  {4, 1, 1, 3, 0, nullptr}};
     for (const auto& c : cases) {
         platform().reset();
         platform().addDevice("dev", c.protocol, "ID");
@@ -227,7 +227,7 @@ TEST_F(UsersTest, QuickAddUserNamesAccountsAfterAccessIdsOrFails) {
         return u->name + "@" + u->deviceIndex + " HA1 of " + std::to_string(u->digest.size());
     };
     EXPECT_THAT(eachOf(platform().users, made), ElementsAre("TARN@dev-t HA1 of 32", "TARN5@dev-5 HA1 of 32",
-                                  longId.substr(0, 32) + "@dev-l HA1 of 32"));
+                                                            longId.substr(0, 32) + "@dev-l HA1 of 32"));
     EXPECT_TRUE(platform().logged(4, "[%s(%d)] checkPassword failed."));
     EXPECT_THAT(messagesAt(2), ElementsAre("getQuickUserInfo start", "getQuickUserInfo stop"));
 

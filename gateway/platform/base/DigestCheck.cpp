@@ -52,12 +52,9 @@ int ZQ_BASE_CheckDigest(const char* method, const char* authHeader, const char* 
     }
     const std::string nonceCount = params->count("qop") != 0 ? params->at("nc") : std::string();
     switch (zqbase::NonceKeeper::instance().verify(params->at("nonce"), nonceCount)) {
-        case zqbase::NonceKeeper::Verdict::fresh:
-            return kCorrect;
-        case zqbase::NonceKeeper::Verdict::stale:
-            return kStale;
-        case zqbase::NonceKeeper::Verdict::forged:
-            break;
+        case zqbase::NonceKeeper::Verdict::fresh: return kCorrect;
+        case zqbase::NonceKeeper::Verdict::stale: return kStale;
+        case zqbase::NonceKeeper::Verdict::forged: break;
     }
     return kForged;
 }

@@ -12,11 +12,11 @@
 namespace zqbase {
 
 struct NginxFiles {
-    std::string prefix;    // <home>/nginx
-    std::string conf;      // nginx.conf: regenerated at every reboot
-    std::string ports;     // telmi-ports.conf: the bound devices' ports, rewritten per binding
-    std::string devices;   // telmi-devices.conf: one upstream per device, regenerated at every reboot
-    std::string request;   // telmi-request.conf: what every TELMI server does with a request
+    std::string prefix;   // <home>/nginx
+    std::string conf;     // nginx.conf: regenerated at every reboot
+    std::string ports;    // telmi-ports.conf: the bound devices' ports, rewritten per binding
+    std::string devices;  // telmi-devices.conf: one upstream per device, regenerated at every reboot
+    std::string request;  // telmi-request.conf: what every TELMI server does with a request
     std::string pid, errorLog, lock;
     std::string authSocket;  // the host's TELMI admission check
     std::string apiSocket;   // the host's management API

@@ -10,8 +10,8 @@ std::string ZQ_Gateway_TelmiHostPort(const std::string& telmiAddress) {
     if (telmiAddress.compare(0, kScheme.size(), kScheme) != 0) {
         return "";
     }
-    const std::string authority = telmiAddress.substr(kScheme.size(), telmiAddress.find('/', kScheme.size()) -
-                                                                            kScheme.size());
+    const std::string authority =
+        telmiAddress.substr(kScheme.size(), telmiAddress.find('/', kScheme.size()) - kScheme.size());
     std::string host = authority;
     std::string port = "80";
     const size_t closing = authority.find(']');

@@ -4,8 +4,8 @@
 #include <grp.h>
 #include <pwd.h>
 #include <signal.h>
-#include <unistd.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -13,8 +13,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <fstream>
+#include <memory>
 #include <sstream>
 
 #include "LogLevel.h"
@@ -69,8 +69,8 @@ std::vector<NginxDevice> deviceUpstreams() {
     ZQ_DeviceMgr_GetAllDevices(devices);
     std::vector<NginxDevice> upstreams;
     for (const auto& device : devices) {
-        upstreams.push_back({ZQ_Gateway_DeviceUpstream(device->getDeviceIndex()),
-                             ZQ_Gateway_TelmiHostPort(device->getTelmiAddress())});
+        upstreams.push_back(
+            {ZQ_Gateway_DeviceUpstream(device->getDeviceIndex()), ZQ_Gateway_TelmiHostPort(device->getTelmiAddress())});
     }
     return upstreams;
 }
@@ -78,9 +78,7 @@ std::vector<NginxDevice> deviceUpstreams() {
 // Whether pid is this home's nginx, running or left behind by a master killed outright: it
 // holds a file of the home's nginx directory (its error log) open. Another home's nginx on the
 // same ports is not ours to stop.
-bool ownNginx(const NginxFiles& p, int pid) {
-    return processName(pid) == "nginx" && holdsFileUnder(pid, p.prefix);
-}
+bool ownNginx(const NginxFiles& p, int pid) { return processName(pid) == "nginx" && holdsFileUnder(pid, p.prefix); }
 
 // Workers outlive a master killed outright and keep its listening sockets, so that a new nginx
 // could bind none of its ports; this home's are known by the management port they hold.
@@ -186,8 +184,7 @@ bool NginxOper::writeMainConfig(const Paths& p) {
 
 int NginxOper::runningMaster(const Paths& p) {
     const int pid = std::atoi(readFile(p.pid).c_str());
-    if (!processAlive(pid) || processName(pid) != "nginx" ||
-        processCommand(pid).find(p.conf) == std::string::npos) {
+    if (!processAlive(pid) || processName(pid) != "nginx" || processCommand(pid).find(p.conf) == std::string::npos) {
         return 0;
     }
     return pid;

@@ -75,7 +75,8 @@ bool dumpListeners(int fd, uint16_t port, std::vector<TcpListener>& found) {
     message.request.idiag_states = 1u << kListenState;
     message.request.id.idiag_sport = htons(port);
     return ask(fd, &message, sizeof(message)) && readAnswers(fd, true, [&](const inet_diag_msg& diag) {
-               if (ntohs(diag.id.idiag_sport) != port || (diag.idiag_family != AF_INET && diag.idiag_family != AF_INET6)) {
+               if (ntohs(diag.id.idiag_sport) != port ||
+                   (diag.idiag_family != AF_INET && diag.idiag_family != AF_INET6)) {
                    return;
                }
                char text[INET6_ADDRSTRLEN] = {};

@@ -1,9 +1,9 @@
 #include "config/GatewayConfig.h"
 
+#include "JsonText.h"
 #include "config/FileLock.h"
 #include "config/NetworkRange.h"
 #include "config/SettingsSchema.h"
-#include "JsonText.h"
 
 #include <fstream>
 #include <sstream>

@@ -1,12 +1,12 @@
 #include "config/SettingsSchema.h"
 
+#include <strings.h>
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <functional>
 #include <map>
 #include <sstream>
-#include <strings.h>
 
 #include "JsonText.h"
 #include "ZQGatewayHome.h"
@@ -73,8 +73,8 @@ std::optional<PortRange> portRange(const Json::Value& value, const std::string& 
         return std::nullopt;
     }
     if (*first > *last) {
-        report(problems, key, "the first port " + std::to_string(*first) + " comes after the last " +
-                                  std::to_string(*last));
+        report(problems, key,
+               "the first port " + std::to_string(*first) + " comes after the last " + std::to_string(*last));
         return std::nullopt;
     }
     return PortRange {*first, *last};
@@ -111,9 +111,10 @@ void checkNetworks(const Json::Value& value, const std::string& key, Problems& p
         return;
     }
     for (Json::ArrayIndex i = 0; i < value.size(); ++i) {
-        checkText(value[i], key + "[" + std::to_string(i) + "]",
-                  [](const std::string& text) { return NetworkRange::parse(text).has_value(); },
-                  "not a network in CIDR notation", problems);
+        checkText(
+            value[i], key + "[" + std::to_string(i) + "]",
+            [](const std::string& text) { return NetworkRange::parse(text).has_value(); },
+            "not a network in CIDR notation", problems);
     }
 }
 

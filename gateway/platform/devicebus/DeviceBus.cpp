@@ -35,12 +35,9 @@ bool matches(const ZQGateway::CGatewayDevice& record, const ZQDeviceMgrBus::tagD
         return (cond.devFilter & 1) == 0 || record.getTELMIBoundStatus() == 0;
     }
     switch (device.protocol) {
-        case 2:
-            return device.tarnDeviceID == keyWord;
-        case 4:
-            return device.tarn5DeviceID == keyWord;
-        default:
-            return device.tarnDeviceID == keyWord || device.tarn5DeviceID == keyWord;
+        case 2: return device.tarnDeviceID == keyWord;
+        case 4: return device.tarn5DeviceID == keyWord;
+        default: return device.tarnDeviceID == keyWord || device.tarn5DeviceID == keyWord;
     }
 }
 

@@ -24,9 +24,9 @@ const char* specialKind(const IpAddress& ip) {
         const char* kind;
     };
     static const Special kSpecial[] = {
-        {"0.0.0.0/8", "an unspecified"},   {"127.0.0.0/8", "a loopback"},  {"169.254.0.0/16", "a link-local"},
-        {"224.0.0.0/4", "a multicast"},    {"255.255.255.255", "a broadcast"}, {"::/96", "an unspecified or loopback"},
-        {"fe80::/10", "a link-local"},     {"ff00::/8", "a multicast"},
+        {"0.0.0.0/8", "an unspecified"}, {"127.0.0.0/8", "a loopback"},      {"169.254.0.0/16", "a link-local"},
+        {"224.0.0.0/4", "a multicast"},  {"255.255.255.255", "a broadcast"}, {"::/96", "an unspecified or loopback"},
+        {"fe80::/10", "a link-local"},   {"ff00::/8", "a multicast"},
     };
     for (const Special& special : kSpecial) {
         if (NetworkRange::parse(special.range)->contains(ip)) {

@@ -15,8 +15,7 @@ namespace {
 // A device as one read found it: its binding states are those of that moment, not live ones.
 class DeviceSnapshot : public zqgw::StoredDevice {
 public:
-    DeviceSnapshot(std::string index, ZQGateway::tagDeviceInfo info, std::string addTime, bool hasUser,
-                   bool hasPort)
+    DeviceSnapshot(std::string index, ZQGateway::tagDeviceInfo info, std::string addTime, bool hasUser, bool hasPort)
         : StoredDevice(std::move(index), std::move(info), std::move(addTime)), hasUser_(hasUser), hasPort_(hasPort) {}
 
     int getTELMIBoundStatus() const override { return hasUser_ ? 1 : 0; }
@@ -38,8 +37,8 @@ int ZQ_DeviceMgr_ReadDeviceFromDatabase(std::shared_ptr<ZQGateway::CGatewayDevic
     sqlite3* raw = nullptr;
     // Opened read-write (never created) only so that this connection can share the WAL index
     // with the writer; it runs nothing but one SELECT.
-    const int opened = path.empty() ? SQLITE_CANTOPEN
-                                    : sqlite3_open_v2(path.c_str(), &raw, SQLITE_OPEN_READWRITE, nullptr);
+    const int opened =
+        path.empty() ? SQLITE_CANTOPEN : sqlite3_open_v2(path.c_str(), &raw, SQLITE_OPEN_READWRITE, nullptr);
     std::unique_ptr<sqlite3, ConnectionCloser> db(raw);
     if (opened != SQLITE_OK) {
         return ZQGateway::storeDatabase;

@@ -52,8 +52,8 @@ void DeviceStore::load() {
                         " ORDER BY add_time");
         while (users.row()) {
             users_.push_back(std::make_shared<UserRecord>(locks_, std::make_shared<std::atomic<bool>>(true),
-                                                          users.text(0), users.text(1), users.text(2),
-                                                          users.text(3), users.text(4)));
+                                                          users.text(0), users.text(1), users.text(2), users.text(3),
+                                                          users.text(4)));
             userClock_.observe(users.text(4));
         }
         Statement ports(db,
@@ -62,8 +62,7 @@ void DeviceStore::load() {
         while (ports.row()) {
             ports_.push_back(std::make_shared<PortRecord>(locks_, ports.text(0), ports.text(1),
                                                           static_cast<unsigned short>(ports.number(2)),
-                                                          static_cast<unsigned short>(ports.number(3)),
-                                                          ports.text(4)));
+                                                          static_cast<unsigned short>(ports.number(3)), ports.text(4)));
             portClock_.observe(ports.text(4));
         }
         locks_.load(db);
@@ -186,7 +185,7 @@ int DeviceStore::deleteUser(const std::string& userIndex) {
     }
     int result = db_.transaction([&](sqlite3* db) {
         return Statement(db, "DELETE FROM telmi_users WHERE user_index = ?").bind(userIndex).run() ? storeOk
-                                                                                                    : storeDatabase;
+                                                                                                   : storeDatabase;
     });
     if (result == storeOk) {
         *(*it)->alive() = false;

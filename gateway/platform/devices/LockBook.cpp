@@ -46,8 +46,7 @@ void LockBook::load(sqlite3* db) {
     }
 }
 
-LockBook::Entry* LockBook::liveEntry(Entries& entries, const std::string& record, const std::string& key,
-                                     int64_t now) {
+LockBook::Entry* LockBook::liveEntry(Entries& entries, const std::string& record, const std::string& key, int64_t now) {
     auto it = entries.find(key);
     if (it == entries.end()) {
         return nullptr;
@@ -194,16 +193,17 @@ void LockBook::warnUnstored(const std::string& record, const std::string& key, s
 
 void LockBook::save(const std::string& record, const std::string& key, const Entry& entry) {
     db_.use([&](sqlite3* db) {
-        const bool written = Statement(db,
-                  "INSERT INTO lockouts(record_index, lock_key, failures, unlock_at, touched) VALUES(?,?,?,?,?)"
-                  " ON CONFLICT(record_index, lock_key) DO UPDATE SET failures = excluded.failures,"
-                  " unlock_at = excluded.unlock_at, touched = excluded.touched")
-            .bind(record)
-            .bind(key)
-            .bind(int64_t {entry.failures})
-            .bind(entry.unlockAt)
-            .bind(entry.touched)
-            .run();
+        const bool written =
+            Statement(db,
+                      "INSERT INTO lockouts(record_index, lock_key, failures, unlock_at, touched) VALUES(?,?,?,?,?)"
+                      " ON CONFLICT(record_index, lock_key) DO UPDATE SET failures = excluded.failures,"
+                      " unlock_at = excluded.unlock_at, touched = excluded.touched")
+                .bind(record)
+                .bind(key)
+                .bind(int64_t {entry.failures})
+                .bind(entry.unlockAt)
+                .bind(entry.touched)
+                .run();
         if (!written) {
             warnUnstored(record, key, db);
         }
@@ -213,7 +213,10 @@ void LockBook::save(const std::string& record, const std::string& key, const Ent
 void LockBook::erase(Entries& entries, const std::string& record, std::string key) {
     entries.erase(key);
     db_.use([&](sqlite3* db) {
-        if (!Statement(db, "DELETE FROM lockouts WHERE record_index = ? AND lock_key = ?").bind(record).bind(key).run()) {
+        if (!Statement(db, "DELETE FROM lockouts WHERE record_index = ? AND lock_key = ?")
+                 .bind(record)
+                 .bind(key)
+                 .run()) {
             warnUnstored(record, key, db);
         }
     });

@@ -19,8 +19,8 @@ public:
 
     Statement& bind(const std::string& text);
     Statement& bind(int64_t number);
-    bool row();    // steps; true while a row is available
-    bool run();    // steps to the end; true on success
+    bool row();  // steps; true while a row is available
+    bool run();  // steps to the end; true on success
     std::string text(int column) const;
     int64_t number(int column) const;
 

@@ -7,8 +7,8 @@ namespace zqgw {
 // The slot argument of the lock-out calls is not used by this store: entries are found by
 // record and requester key alone, and slot is left as the caller passed it.
 
-UserRecord::UserRecord(LockBook& locks, Liveness alive, std::string index, std::string name,
-                       std::string deviceIndex, std::string ha1, std::string addTime)
+UserRecord::UserRecord(LockBook& locks, Liveness alive, std::string index, std::string name, std::string deviceIndex,
+                       std::string ha1, std::string addTime)
     : locks_(locks),
       alive_(std::move(alive)),
       index_(std::move(index)),

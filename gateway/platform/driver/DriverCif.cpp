@@ -130,7 +130,8 @@ int DriverCif_InputCmdToMediaSyn(const char* cmd, int cmdLen, char** rsp, int* r
     }
     // A daemon that stopped accepting lets its backlog fill up, and connect then waits for room
     // as long as the send time limit allows.
-    const auto left = std::chrono::duration_cast<std::chrono::microseconds>(deadline - std::chrono::steady_clock::now());
+    const auto left =
+        std::chrono::duration_cast<std::chrono::microseconds>(deadline - std::chrono::steady_clock::now());
     const timeval limit {static_cast<time_t>(left.count() / 1000000), static_cast<suseconds_t>(left.count() % 1000000)};
     ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));
     if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {

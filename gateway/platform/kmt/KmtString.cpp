@@ -1,5 +1,5 @@
-#include <cstring>
 #include <strings.h>
+#include <cstring>
 
 #include "kmt.h"
 
@@ -13,9 +13,7 @@ char* KMT_Strncpy(char* dst, const char* src, int n) {
     return dst;
 }
 
-int KMT_Strncmp(const char* a, const char* b, int n) {
-    return n <= 0 ? 0 : std::strncmp(a, b, static_cast<size_t>(n));
-}
+int KMT_Strncmp(const char* a, const char* b, int n) { return n <= 0 ? 0 : std::strncmp(a, b, static_cast<size_t>(n)); }
 
 const char* KMT_Strstr(const char* text, const char* part) { return std::strstr(text, part); }
 

@@ -50,9 +50,8 @@ public:
         tm utc {};
         ::gmtime_r(&now.tv_sec, &utc);
         char stamp[64];
-        std::snprintf(stamp, sizeof(stamp), "%04d-%02d-%02dT%02d:%02d:%02d.%03ldZ", utc.tm_year + 1900,
-                      utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec,
-                      static_cast<long>(now.tv_usec / 1000));
+        std::snprintf(stamp, sizeof(stamp), "%04d-%02d-%02dT%02d:%02d:%02d.%03ldZ", utc.tm_year + 1900, utc.tm_mon + 1,
+                      utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec, static_cast<long>(now.tv_usec / 1000));
 
         std::lock_guard<std::mutex> lock(mutex_);
         FILE* out = open(settings.logFile);

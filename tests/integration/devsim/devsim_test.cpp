@@ -29,8 +29,9 @@ HttpAnswer http(const std::string& method, unsigned short port, const std::strin
 // The line the simulator prints for a device once it serves.
 std::string line(const char* id, const char* protocol, int category, int httpPort, int rtspPort,
                  const std::string& deviceIndex = "-") {
-    return std::string(id) + " " + protocol + " " + std::to_string(category) + " http://127.0.0.1:" +
-           std::to_string(httpPort) + " rtsp://127.0.0.1:" + std::to_string(rtspPort) + " " + deviceIndex + "\n";
+    return std::string(id) + " " + protocol + " " + std::to_string(category) +
+           " http://127.0.0.1:" + std::to_string(httpPort) + " rtsp://127.0.0.1:" + std::to_string(rtspPort) + " " +
+           deviceIndex + "\n";
 }
 
 Outcome devsim(const std::string& arguments, const std::string& input = "") {
@@ -45,8 +46,8 @@ testing::Matcher<std::string> saysAndExits(int status, const std::string& text) 
 TEST(DevsimTest, EachDeviceServesItsOwnTelmiResourcesAndRtspSource) {
     const unsigned short first = testPortBlock(4);
     const unsigned short http1 = first, http2 = first + 1, rtsp1 = first + 2, rtsp2 = first + 3;
-    Program simulator({ZQ_DEVSIM_PATH, "--count", "2", "--first-http-port", std::to_string(http1),
-                       "--first-rtsp-port", std::to_string(rtsp1), "--category", "alternating"});
+    Program simulator({ZQ_DEVSIM_PATH, "--count", "2", "--first-http-port", std::to_string(http1), "--first-rtsp-port",
+                       std::to_string(rtsp1), "--category", "alternating"});
     EXPECT_EQ(simulator.readLine(), line("SIM001", "tarn", 1, http1, rtsp1));
     EXPECT_EQ(simulator.readLine(), line("SIM002", "tarn5", 2, http2, rtsp2)) << "protocols alternate by default";
 
@@ -100,7 +101,8 @@ TEST(DevsimTest, DevicesComeFromTheCommandLineOrAFileAndBadOnesAreRefused) {
     const unsigned short first = testPortBlock(2);
     const std::string file = ::testing::TempDir() + "devsim_devices.json";
     std::ofstream(file) << R"({"devices": [{"deviceID": "GATE-1", "name": "Gate", "protocol": "tarn5",
-        "category": 2, "httpPort": )" << first << R"(, "rtspPort": )" << first + 1 << "}]}";
+        "category": 2, "httpPort": )"
+                        << first << R"(, "rtspPort": )" << first + 1 << "}]}";
     Program simulator({ZQ_DEVSIM_PATH, "--devices", file});
     EXPECT_EQ(simulator.readLine(), line("GATE-1", "tarn5", 2, first, first + 1));
     EXPECT_EQ(http("GET", first, "/TELMI/System/deviceInfo").body["name"], "Gate");
@@ -115,8 +117,7 @@ TEST(DevsimTest, DevicesComeFromTheCommandLineOrAFileAndBadOnesAreRefused) {
     EXPECT_THAT(devsim("--id-prefix ABCDEFGHIJKLMNOPQRSTUVWXYZABCD").withErr(),  // 31 characters at most
                 saysAndExits(2, "the device ID must be 1 to 31"));
     std::ofstream(file) << R"({"devices": [{"deviceID": "A", "httpPort": 39500, "rtspPort": 39501, "port": 1}]})";
-    EXPECT_THAT(devsim("--devices " + file).withErr(),
-                saysAndExits(2, "entry 1: unknown member \"port\""));
+    EXPECT_THAT(devsim("--devices " + file).withErr(), saysAndExits(2, "entry 1: unknown member \"port\""));
     EXPECT_EQ(devsim("--devices " + file + " --count 2").status, 2) << "a file or a count, not both";
 }
 
@@ -127,24 +128,24 @@ TEST(DevsimTest, RegistersItsDevicesWithTheGatewayAllOrNothingAndRemovesThemAgai
     std::ofstream(passwordFile) << gateway.adminPassword() << "\n";
     const unsigned short first = gateway.freePort(0);
     const std::string registering = "--register " + gateway.apiUrl("") + " ";
-    const std::string ports = "--first-http-port " + std::to_string(first) + " --first-rtsp-port " +
-                              std::to_string(first + 2);
+    const std::string ports =
+        "--first-http-port " + std::to_string(first) + " --first-rtsp-port " + std::to_string(first + 2);
 
     EXPECT_THAT(devsim(registering + "--count 1 " + ports).withErr(),
                 saysAndExits(2, "no gateway admin password on standard input"));
     EXPECT_THAT(devsim(registering + "--count 1 " + ports, "wrong-password\n").withErr(),
                 saysAndExits(1, "device SIM001 not registered: HTTP 401: the admin password was not accepted"));
 
-    Program simulator({ZQ_DEVSIM_PATH, "--count", "2", "--first-http-port", std::to_string(first),
-                       "--first-rtsp-port", std::to_string(first + 2), "--register", gateway.apiUrl(""),
-                       "--admin-password-file", passwordFile, "--unregister-on-exit"});
+    Program simulator({ZQ_DEVSIM_PATH, "--count", "2", "--first-http-port", std::to_string(first), "--first-rtsp-port",
+                       std::to_string(first + 2), "--register", gateway.apiUrl(""), "--admin-password-file",
+                       passwordFile, "--unregister-on-exit"});
     const std::string printed[] = {simulator.readLine(), simulator.readLine()};
     const Json::Value devices = gateway.api("GET", "/api/devices").json()["devices"];
     ASSERT_EQ(devices.size(), 2u) << devices;
     for (Json::ArrayIndex i = 0; i < 2; ++i) {
         const Json::Value& d = devices[i];
-        EXPECT_EQ(printed[i], line(i == 0 ? "SIM001" : "SIM002", i == 0 ? "tarn" : "tarn5", 1, first + i,
-                                   first + 2 + i, d["deviceIndex"].asString()));
+        EXPECT_EQ(printed[i], line(i == 0 ? "SIM001" : "SIM002", i == 0 ? "tarn" : "tarn5", 1, first + i, first + 2 + i,
+                                   d["deviceIndex"].asString()));
         EXPECT_EQ(d["deviceID"].asString() + " " + d["protocol"].asString() + " " + d["name"].asString() + " " +
                       d["category"].asString() + " " + d["telmiAddress"].asString() + " " + d["rtspAddress"].asString(),
                   "SIM00" + std::to_string(i + 1) + (i == 0 ? " 2" : " 4") + " Simulated camera " +
@@ -158,11 +159,12 @@ TEST(DevsimTest, RegistersItsDevicesWithTheGatewayAllOrNothingAndRemovesThemAgai
     const std::string taken = gateway.registerDevice(2, "TAKEN-2", first + 5);
     const std::string file = gateway.home().path() + "/devices.json";
     std::ofstream(file) << R"({"devices": [{"deviceID": "OK-1", "httpPort": )" << first << R"(, "rtspPort": )"
-                        << first + 1 << R"(}, {"deviceID": "TAKEN-2", "httpPort": )" << first + 2
-                        << R"(, "rtspPort": )" << first + 3 << "}]}";
+                        << first + 1 << R"(}, {"deviceID": "TAKEN-2", "httpPort": )" << first + 2 << R"(, "rtspPort": )"
+                        << first + 3 << "}]}";
     EXPECT_THAT(devsim(registering + "--devices " + file + " --admin-password-file " + passwordFile).withErr(),
-                saysAndExits(1, "device TAKEN-2 not registered: HTTP 409: the device was not registered: another "
-                                "device has that access ID (code 61010)"));
+                saysAndExits(1,
+                             "device TAKEN-2 not registered: HTTP 409: the device was not registered: another "
+                             "device has that access ID (code 61010)"));
     const Json::Value left = gateway.api("GET", "/api/devices").json()["devices"];
     ASSERT_EQ(left.size(), 1u) << left;
     EXPECT_EQ(left[0]["deviceIndex"].asString(), taken);

@@ -20,8 +20,9 @@ Json::Value firstResult(const Outcome& reply) {
 }
 
 void addUser(const GatewayRun& gateway, const std::string& name, const std::string& deviceID) {
-    firstResult(gateway.api("POST", "/api/users", "{\"users\":[{\"userName\":\"" + name + "\",\"password\":\"" +
-                                                      kUserPassword + "\",\"deviceID\":\"" + deviceID + "\"}]}"));
+    firstResult(gateway.api("POST", "/api/users",
+                            "{\"users\":[{\"userName\":\"" + name + "\",\"password\":\"" + kUserPassword +
+                                "\",\"deviceID\":\"" + deviceID + "\"}]}"));
 }
 
 void switchTelmi(const GatewayRun& gateway, int enabled) {

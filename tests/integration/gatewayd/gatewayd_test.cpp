@@ -107,22 +107,30 @@ TEST(ManagementApi, RefusesBadInputWithoutChangingAnythingAndRemovesDevicesWithT
         {"PUT", "/api/telmi", "{\"enabled\":1,\"note\":\"\\udc00\"}", "not UTF-8"},
         {"PUT", "/api/telmi", "{\"enabled\":1,\"note\":\"\xf4\x90\x80\x80\"}", "not UTF-8"},  // past U+10FFFF
         {"PUT", "/api/telmi", "{\"enabled\":0.5}", "\"enabled\" must be an integer"},
-        {"POST", "/api/users", "{\"users\":[{\"userName\":\"fine\",\"password\":\"Cam3ra!Pass\",\"deviceID\":\"TARN50001\"},"
-                               "{\"userName\":7,\"password\":\"Cam3ra!Pass\",\"deviceID\":\"TARN50001\"}]}",
+        {"POST", "/api/users",
+         "{\"users\":[{\"userName\":\"fine\",\"password\":\"Cam3ra!Pass\",\"deviceID\":\"TARN50001\"},"
+         "{\"userName\":7,\"password\":\"Cam3ra!Pass\",\"deviceID\":\"TARN50001\"}]}",
          "\"userName\" must be a string"},
-        {"POST", "/api/users", "{\"users\":[{\"userName\":\"" + std::string(33, 'n') + "\",\"password\":\"Cam3ra!Pass\","
-                               "\"deviceID\":\"TARN50001\"}]}", "longer than 32"},
-        {"POST", "/api/users", "{\"users\":[{\"userName\":\"fine\",\"password\":\"Cam3ra!Pass-too-long\","
-                               "\"deviceID\":\"TARN50001\"}]}", "longer than 16"},
+        {"POST", "/api/users",
+         "{\"users\":[{\"userName\":\"" + std::string(33, 'n') +
+             "\",\"password\":\"Cam3ra!Pass\","
+             "\"deviceID\":\"TARN50001\"}]}",
+         "longer than 32"},
+        {"POST", "/api/users",
+         "{\"users\":[{\"userName\":\"fine\",\"password\":\"Cam3ra!Pass-too-long\","
+         "\"deviceID\":\"TARN50001\"}]}",
+         "longer than 16"},
         {"POST", "/api/users", "{\"users\":[]}", "1 to 1000 items"},
-        {"PUT", "/api/users/" + userIndex, "{\"userName\":\"renamed\",\"password\":\"Cam3ra!Pass\"}", "\"deviceID\" is missing"},
+        {"PUT", "/api/users/" + userIndex, "{\"userName\":\"renamed\",\"password\":\"Cam3ra!Pass\"}",
+         "\"deviceID\" is missing"},
         {"POST", "/api/users/delete", "{\"userIndexes\":[\"" + userIndex + "\",7]}", "must be a string"},
         {"POST", "/api/ports", "{\"deviceIDs\":[\"" + std::string(32, 'D') + "\"]}", "longer than 31"},
         {"GET", "/api/users?start=501", "", "between 0 and 500"},
         {"GET", "/api/ports?max=ten", "", "decimal number"},
         {"GET", "/api/users?keyword=" + std::string(129, 'k'), "", "longer than 128"},
         {"POST", "/api/devices", "{\"protocol\":3,\"deviceID\":\"NEW1\"}", "2 (Tarn) or 4 (Tarn5)"},
-        {"POST", "/api/devices", "{\"protocol\":2,\"deviceID\":\"NEW1\",\"telmiAddress\":\"ftp://x\"}", "http://host:port"},
+        {"POST", "/api/devices", "{\"protocol\":2,\"deviceID\":\"NEW1\",\"telmiAddress\":\"ftp://x\"}",
+         "http://host:port"},
     };
     for (const Case& c : cases) {
         const Outcome reply = gateway.api(c.method, c.path, c.body);
@@ -136,9 +144,10 @@ TEST(ManagementApi, RefusesBadInputWithoutChangingAnythingAndRemovesDevicesWithT
     EXPECT_EQ(gateway.api("GET", "/api/devices").json()["devices"].size(), 2u);
 
     // Library and store codes: per item in batches, as a status of their own otherwise.
-    Outcome reply = gateway.api("POST", "/api/users",
-                              "{\"users\":[{\"userName\":\"weak\",\"password\":\"aaaaaaaa\",\"deviceID\":\"TARN50001\"},"
-                              "{\"userName\":\"again\",\"password\":\"Cam3ra!Pass\",\"deviceID\":\"TARN0001\"}]}");
+    Outcome reply =
+        gateway.api("POST", "/api/users",
+                    "{\"users\":[{\"userName\":\"weak\",\"password\":\"aaaaaaaa\",\"deviceID\":\"TARN50001\"},"
+                    "{\"userName\":\"again\",\"password\":\"Cam3ra!Pass\",\"deviceID\":\"TARN0001\"}]}");
     EXPECT_EQ(reply.status, 200);
     EXPECT_EQ(reply.json()["results"][0]["code"].asInt(), 257) << reply.out;
     EXPECT_EQ(reply.json()["results"][1]["code"].asInt(), 1026) << reply.out;

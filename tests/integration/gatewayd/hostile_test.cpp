@@ -8,8 +8,8 @@
 
 #include <cerrno>
 #include <fstream>
-#include <sstream>
 #include <regex>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -147,8 +147,7 @@ TEST(HostileClients, BodiesOverTheLimitAreRefusedChunkedOrNotWithoutTheGatewayHo
         SCOPED_TRACE(chunked.empty() ? "Content-Length" : "chunked");
         const std::string userAnswer = capturedAnswer(gateway.userPort(), "tarnuser", kUserPassword, "POST", kUri);
         EXPECT_EQ(sendWith(userAnswer, gateway.userPort(), kUri, chunked + upload).status, 413);
-        const std::string adminAnswer =
-            capturedAnswer(devices.httpPort, "admin", gateway.portPassword(), "POST", kUri);
+        const std::string adminAnswer = capturedAnswer(devices.httpPort, "admin", gateway.portPassword(), "POST", kUri);
         EXPECT_EQ(sendWith(adminAnswer, devices.httpPort, kUri, chunked + upload).status, 413);
         EXPECT_EQ(curl("-X PUT -H 'Expect:' " + chunked + "--data-binary @" + apiBody + " " +
                        shellQuoted(gateway.apiUrl("/api/telmi")))
@@ -164,7 +163,8 @@ TEST(HostileClients, BodiesOverTheLimitAreRefusedChunkedOrNotWithoutTheGatewayHo
     EXPECT_EQ(curl("--digest -u " + shellQuoted("tarnuser:" + kUserPassword) + " -X POST --data-binary x " +
                    shellQuoted(url(gateway.userPort())))
                   .status,
-              404) << "the stand-in device answers GET only";
+              404)
+        << "the stand-in device answers GET only";
 }
 
 TEST(HostileClients, ACapturedAnswerOpensNothingElse) {

@@ -52,7 +52,8 @@ bool inStep(const GatewayRun& gateway) {
 }
 
 std::string bind(const GatewayRun& gateway, const std::string& deviceID) {
-    return firstResult(gateway.api("POST", "/api/ports", "{\"deviceIDs\":[\"" + deviceID + "\"]}"))["portIndex"].asString();
+    return firstResult(gateway.api("POST", "/api/ports", "{\"deviceIDs\":[\"" + deviceID + "\"]}"))["portIndex"]
+        .asString();
 }
 
 int pidIn(const GatewayRun& gateway, const std::string& file) {
@@ -68,8 +69,9 @@ void setListenerCheck(const GatewayRun& gateway, int seconds) {
 }
 
 Outcome doctor(const GatewayRun& gateway, const std::string& arguments) {
-    return runCommand(std::string(ZQ_TELMICTL_PATH) + " --gateway " + gateway.apiUrl("") + " --json doctor " + arguments,
-                      gateway.adminPassword() + "\n");
+    return runCommand(
+        std::string(ZQ_TELMICTL_PATH) + " --gateway " + gateway.apiUrl("") + " --json doctor " + arguments,
+        gateway.adminPassword() + "\n");
 }
 
 TEST(Listeners, FollowTheStoredBindingsThroughVanishingDevicesAndRestarts) {
@@ -120,9 +122,10 @@ TEST(Listeners, KilledDaemonsComeBackWithTheirListenersAndASilentMediaDaemonIsSh
     std::string cameraRtsp;
     const auto camera = simulatedCamera(gateway.freePort(3), cameraRtsp);
     const std::string cameraHost = "127.0.0.1:" + std::to_string(gateway.freePort(3));
-    ASSERT_EQ(gateway.api("POST", "/api/devices",
-                          R"({"protocol":4,"deviceID":"CAMRTSP","telmiAddress":"http://)" + cameraHost +
-                              R"(","rtspAddress":"rtsp://127.0.0.1:)" + std::to_string(gateway.freePort(4)) + R"("})")
+    ASSERT_EQ(gateway
+                  .api("POST", "/api/devices",
+                       R"({"protocol":4,"deviceID":"CAMRTSP","telmiAddress":"http://)" + cameraHost +
+                           R"(","rtspAddress":"rtsp://127.0.0.1:)" + std::to_string(gateway.freePort(4)) + R"("})")
                   .status,
               201);
     const auto relayPort = static_cast<unsigned short>(
@@ -152,10 +155,12 @@ TEST(Listeners, KilledDaemonsComeBackWithTheirListenersAndASilentMediaDaemonIsSh
         }
     });
     ASSERT_EQ(::kill(mediad, SIGKILL), 0);
-    EXPECT_TRUE(eventually([&] { return pidIn(gateway, "run/mediad.pid") != mediad && listenedPorts(gateway) == bound; }));
+    EXPECT_TRUE(
+        eventually([&] { return pidIn(gateway, "run/mediad.pid") != mediad && listenedPorts(gateway) == bound; }));
     const int nginx = pidIn(gateway, "nginx/nginx.pid");
     runShell("kill -9 $(pgrep -P " + std::to_string(nginx) + ") " + std::to_string(nginx));
-    EXPECT_TRUE(eventually([&] { return pidIn(gateway, "nginx/nginx.pid") != nginx && listenedPorts(gateway) == bound; }));
+    EXPECT_TRUE(
+        eventually([&] { return pidIn(gateway, "nginx/nginx.pid") != nginx && listenedPorts(gateway) == bound; }));
     playing = false;
     clients.join();
     EXPECT_EQ(digestCurl(devices.httpPort, "admin", gateway.portPassword()).withOut(), deviceAnswer("tarn5-cam"));
@@ -186,10 +191,13 @@ TEST(Listeners, DoctorShowsWhatIsOutOfStepAndRepairsIt) {
         ASSERT_NE(nginx->ModifyConfig(ZQBase::addListenPort, &port, nullptr), 0);
         ASSERT_NE(nginx->Reboot(), 0);
         const std::string open = R"({"method":"PutMediaPort","moduleType":10,"params":{"devices":[{"devIndex":")" +
-                                 tarnIndex + R"(","rtspPortBind":true,"rtspPort":)" + std::to_string(orphanRtsp) + "}]}}";
+                                 tarnIndex + R"(","rtspPortBind":true,"rtspPort":)" + std::to_string(orphanRtsp) +
+                                 "}]}}";
         char* answer = nullptr;
         int length = 0;
-        ASSERT_EQ(DriverCif_InputCmdToMediaSyn(open.c_str(), static_cast<int>(open.size()), &answer, &length, nullptr, 0, 3), 0);
+        ASSERT_EQ(
+            DriverCif_InputCmdToMediaSyn(open.c_str(), static_cast<int>(open.size()), &answer, &length, nullptr, 0, 3),
+            0);
         DriverCif_FreeBuffer(answer);
     }));
     ASSERT_TRUE(listening(orphanHttp) && listening(orphanRtsp));

@@ -3,8 +3,8 @@
 // on command lines, and device addresses that lead back into the gateway.
 #include <dirent.h>
 #include <fcntl.h>
-#include <grp.h>
 #include <gmock/gmock.h>
+#include <grp.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -48,11 +48,12 @@ std::string readText(const std::string& path) {
 // Every process's command line, over and over until stopped, as ps would show them.
 class CommandLineWatch {
 public:
-    CommandLineWatch() : thread_([this] {
-        while (!stop_) {
-            sample();
-        }
-    }) {}
+    CommandLineWatch()
+        : thread_([this] {
+              while (!stop_) {
+                  sample();
+              }
+          }) {}
     std::set<std::string> stop() {
         stop_ = true;
         thread_.join();
@@ -160,9 +161,9 @@ TEST(GatewaySecurity, ServicesRunAsTheServiceUserInAPrivateHomeAndNoPasswordIsSh
     gateway.start();
     ASSERT_EQ(gateway.api("PUT", "/api/telmi", R"({"enabled":1})").status, 200);
     gateway.registerDevice(2, "CAM001", gateway.freePort(0));
-    const Outcome added = runCommand(std::string(ZQ_TELMICTL_PATH) + " --gateway " + gateway.apiUrl("") +
-                                         " user add alice=CAM001",
-                                     gateway.adminPassword() + "\n" + kUserPassword + "\n");
+    const Outcome added =
+        runCommand(std::string(ZQ_TELMICTL_PATH) + " --gateway " + gateway.apiUrl("") + " user add alice=CAM001",
+                   gateway.adminPassword() + "\n" + kUserPassword + "\n");
     ASSERT_EQ(added.status, 0) << added.out << added.err;
     EXPECT_EQ(curl("http://127.0.0.1:" + std::to_string(gateway.userPort()) + "/TELMI/x").status, 401)
         << "a challenge: the nonce key exists";
@@ -188,14 +189,16 @@ TEST(GatewaySecurity, ServicesRunAsTheServiceUserInAPrivateHomeAndNoPasswordIsSh
     const std::vector<pid_t> processes = gatewayProcesses(home);
     EXPECT_GE(processes.size(), 4u) << "the daemons, nginx's master and at least one worker";
     for (const pid_t pid : processes) {
-        EXPECT_EQ(uidsOf(pid), uids) << "process " << pid << ": " << readText("/proc/" + std::to_string(pid) + "/cmdline");
+        EXPECT_EQ(uidsOf(pid), uids) << "process " << pid << ": "
+                                     << readText("/proc/" + std::to_string(pid) + "/cmdline");
     }
     EXPECT_THAT(readText(home + "/nginx/nginx.conf"), Not(HasSubstr("\nuser "))) << "no user line to switch to";
 
     std::map<std::string, struct stat> entries;
     listTree(home, entries);
-    const std::vector<std::string> secrets = {home + "/devices.db", home + "/devices.db-wal", home + "/devices.db-shm",
-                                              home + "/gateway.json", home + "/nonce.key", home + "/admin-password"};
+    const std::vector<std::string> secrets = {home + "/devices.db",     home + "/devices.db-wal",
+                                              home + "/devices.db-shm", home + "/gateway.json",
+                                              home + "/nonce.key",      home + "/admin-password"};
     for (const std::string& path : secrets) {
         EXPECT_EQ(entries.count(path), 1u) << path << " exists in a running home";
     }
@@ -221,11 +224,11 @@ TEST(GatewaySecurity, DeviceAddressesLeadingBackIntoTheGatewayAreRefused) {
     };
     const std::string api = std::to_string(gateway.apiPort()), user = std::to_string(gateway.userPort());
     for (const auto& [telmi, rtsp] : std::vector<std::pair<std::string, std::string>> {
-             {"", "rtsp://127.0.0.1:" + api},                 // the loopback-only API on a public RTSP port
+             {"", "rtsp://127.0.0.1:" + api},  // the loopback-only API on a public RTSP port
              {"http://127.0.0.1:" + api, ""},
              {"http://[::ffff:127.0.0.1]:" + user, ""},
              {"", "rtsp://0.0.0.0:" + std::to_string(gateway.firstHttpPort())},
-             {"http://169.254.10.1:80", ""},                   // link-local, no allowed network holds it
+             {"http://169.254.10.1:80", ""},  // link-local, no allowed network holds it
              {"", "rtsp://[fe80::1]:554"},
              {"", "rtsp://[ff02::1]:554"},
              {"http://camera.example:80", ""}}) {

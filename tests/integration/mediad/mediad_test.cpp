@@ -34,8 +34,8 @@ namespace {
 
 int connectTo(const sockaddr* address, socklen_t length, const sockaddr* source = nullptr) {
     int fd = ::socket(address->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd >= 0 && ((source != nullptr && ::bind(fd, source, sizeof(sockaddr_in)) != 0) ||
-                    ::connect(fd, address, length) != 0)) {
+    if (fd >= 0 &&
+        ((source != nullptr && ::bind(fd, source, sizeof(sockaddr_in)) != 0) || ::connect(fd, address, length) != 0)) {
         ::close(fd);
         fd = -1;
     }
@@ -330,14 +330,16 @@ TEST_F(MediadTest, GarbageOnTheCommandSocketIsRefusedAndServingGoesOn) {
         {R"({"method":"PutMediaPort","moduleType":"10","params":{}})", "statusCode", 400},
         {R"({"method":"PutMediaPort","moduleType":10,"params":{"devices":{}}})", "statusCode", 400},
         {R"({"method":"PutMediaPort","moduleType":10,"params":{"devices":[)"
-         R"({"devIndex":5,"rtspPort":"554","rtspPortBind":1}]}})", "code", "1"},
+         R"({"devIndex":5,"rtspPort":"554","rtspPortBind":1}]}})",
+         "code", "1"},
         {R"({"method":"Reboot","moduleType":10,"params":{}})", "statusCode", 405},
         {R"({"method":"GetMediaPortStatus","moduleType":10,"params":{"devindexCodeList":[1]}})", "statusCode", 400},
         {R"({"method":"gatewayProtocol","moduleType":10,"params":{"method":"PUT","uri":5}})", "data", 400},
         // Strings that are not UTF-8 would be answered as other strings (U+FFFD in their place).
         {"{\"method\":\"GetMediaPortStatus\",\"moduleType\":10,\"params\":{\"devindexCodeList\":[\"dev\xff\"]}}",
          "statusCode", 400},
-        {R"({"method":"GetMediaPortStatus","moduleType":10,"params":{"devindexCodeList":["\udc00"]}})", "statusCode", 400},
+        {R"({"method":"GetMediaPortStatus","moduleType":10,"params":{"devindexCodeList":["\udc00"]}})", "statusCode",
+         400},
     };
     const int client = connectCommandSocket(home_);
     ASSERT_GE(client, 0);

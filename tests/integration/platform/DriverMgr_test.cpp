@@ -33,4 +33,3 @@ TEST(DriverTest, AnswersAbsentAnsweringAndSilentDaemons) {
         EXPECT_NE(error.find("time limit"), std::string::npos) << error;
     });
 }
-

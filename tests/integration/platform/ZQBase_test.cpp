@@ -111,7 +111,8 @@ TEST(TextHelpersTest, MiddleStringBoundsAndPasswordRating) {
     EXPECT_EQ(ZQ_BASE_GetPasswrodLevel(nullptr, "u"), -1);
     EXPECT_EQ(ZQ_BASE_GetPasswrodLevel("xxALICE99!", "alice"), 0) << "holds the user name";
     const std::pair<const char*, int> levels[] = {{"p\xc3\xa4sswort1", -1}, {"tab\there1", -1}, {"Ab1!", 0},
-                                                  {"abcdefgh", 0}, {"abcdefg1", 1}, {"Abcdefg1", 2}, {"Abcde f1!", 3}};
+                                                  {"abcdefgh", 0},          {"abcdefg1", 1},    {"Abcdefg1", 2},
+                                                  {"Abcde f1!", 3}};
     for (const auto& [password, level] : levels) {
         EXPECT_EQ(ZQ_BASE_GetPasswrodLevel(password, "u"), level) << password;
     }

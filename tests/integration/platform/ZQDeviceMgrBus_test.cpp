@@ -47,4 +47,3 @@ TEST(DeviceBusTest, KindFilterKeyWordAndMaxNum) {
         EXPECT_EQ(query(6, 1, "T5-telmi").size(), 1u);
     });
 }
-

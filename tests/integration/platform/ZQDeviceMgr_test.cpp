@@ -72,8 +72,8 @@ TEST(DeviceStoreTest, LockOutCountsLocksAndCannotBeFlushedByManyRequesters) {
         for (int i = 0; i < 300; ++i) {
             char v6[19];
             std::snprintf(v6, sizeof(v6), "6fd000000000%04x", i);
-            const std::string key = i % 2 == 0 ? "127.0." + std::to_string(i / 250 + 1) + "." + std::to_string(i % 250)
-                                               : std::string(v6);
+            const std::string key =
+                i % 2 == 0 ? "127.0." + std::to_string(i / 250 + 1) + "." + std::to_string(i % 250) : std::string(v6);
             user->getLockNum(slot, key.c_str(), 1);
             ASSERT_GE(user->getLockNum(slot, "127.0.0.2", 0), 7) << "after " << i + 1 << " requesters";
             ASSERT_GT(user->getUnlockTime(slot, "127.0.0.2"), 0) << "after " << i + 1 << " requesters";
@@ -91,7 +91,8 @@ TEST(DeviceStoreTest, LockOutCountsLocksAndCannotBeFlushedByManyRequesters) {
         EXPECT_GT(users[0]->getUnlockTime(slot, "127.0.0.2"), 0) << "the lock survived a restart";
         EXPECT_GT(users[0]->getUnlockTime(slot, "10.9.9.9"), 0) << "so did the record's";
         sqlite3* db = nullptr;
-        ASSERT_EQ(sqlite3_open_v2((home.path() + "/devices.db").c_str(), &db, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
+        ASSERT_EQ(sqlite3_open_v2((home.path() + "/devices.db").c_str(), &db, SQLITE_OPEN_READONLY, nullptr),
+                  SQLITE_OK);
         sqlite3_stmt* rows = nullptr;
         sqlite3_prepare_v2(db, "SELECT COUNT(*) FROM lockouts", -1, &rows, nullptr);
         ASSERT_EQ(sqlite3_step(rows), SQLITE_ROW);
@@ -117,10 +118,10 @@ TEST(DeviceStoreTest, AddressesLeadingBackIntoTheGatewayAreRefusedAndLoggedEscap
             std::string index;
             return ZQ_DeviceMgr_RegisterDevice(index, info);
         };
-        for (const char* refused : {"rtsp://127.0.0.1:554", "127.8.9.10:8000", "rtsp://[::1]:554", "localhost",
-                                    "rtsp://169.254.0.5/", "[fe80::1]:554", "224.0.0.1:554", "rtsp://[ff02::1]",
-                                    "0.0.0.0:554", "[::]:554", "rtsp://[::ffff:127.0.0.1]:554",
-                                    "rtsp://user:pw@127.0.0.1:554/stream", "rtsp://camera.example:554"}) {
+        for (const char* refused :
+             {"rtsp://127.0.0.1:554", "127.8.9.10:8000", "rtsp://[::1]:554", "localhost", "rtsp://169.254.0.5/",
+              "[fe80::1]:554", "224.0.0.1:554", "rtsp://[ff02::1]", "0.0.0.0:554", "[::]:554",
+              "rtsp://[::ffff:127.0.0.1]:554", "rtsp://user:pw@127.0.0.1:554/stream", "rtsp://camera.example:554"}) {
             EXPECT_EQ(registers("R", refused), ZQGateway::storeAddressRefused) << refused;
             EXPECT_EQ(registers("R", "", std::string("http://") + refused), ZQGateway::storeAddressRefused) << refused;
         }
@@ -132,8 +133,8 @@ TEST(DeviceStoreTest, AddressesLeadingBackIntoTheGatewayAreRefusedAndLoggedEscap
         settings.allowedDeviceNetworks = {"127.0.0.0/8", "fe80::/64"};
         ASSERT_EQ(ZQ_Gateway_SetSettings(settings), 0);
         EXPECT_EQ(registers("LOOP", "rtsp://127.0.0.1:9554", "http://[fe80::1]:8080"), 0) << "allowed networks";
-        for (const uint16_t port : {settings.managementPort, settings.telmiUserPort, settings.httpPortFirst,
-                                    settings.rtspPortLast}) {
+        for (const uint16_t port :
+             {settings.managementPort, settings.telmiUserPort, settings.httpPortFirst, settings.rtspPortLast}) {
             EXPECT_EQ(registers("OWN", "rtsp://127.0.0.1:" + std::to_string(port)), ZQGateway::storeAddressRefused)
                 << "the gateway's own port " << port << ", allowed network or not";
             EXPECT_EQ(registers("OWN", "rtsp://0.0.0.0:" + std::to_string(port)), ZQGateway::storeAddressRefused);
@@ -153,4 +154,3 @@ TEST(DeviceStoreTest, AddressesLeadingBackIntoTheGatewayAreRefusedAndLoggedEscap
         EXPECT_EQ(text.find("\nERROR forged"), std::string::npos) << text;
     });
 }
-

@@ -76,8 +76,7 @@ TEST(AdminJobs, EachAdminPasswordChangesAloneAndOnlyToOneTheRatingAccepts) {
     EXPECT_EQ(digestCurl(devices.httpPort, "admin", gateway.portPassword()).status, 200);
 
     const std::string newPort = "N3w-PortMode!";
-    const Outcome port = runCommand(std::string(ZQ_TELMICTL_PATH) + " --gateway " + gateway.apiUrl("") +
-                                        " port passwd",
+    const Outcome port = runCommand(std::string(ZQ_TELMICTL_PATH) + " --gateway " + gateway.apiUrl("") + " port passwd",
                                     newAdmin + "\n" + newPort + "\n");
     EXPECT_THAT(port.withOut(), testing::StartsWith("0 password changed; every TELMI client of the device ports"));
     EXPECT_EQ(digestCurl(devices.httpPort, "admin", newPort).status, 200);

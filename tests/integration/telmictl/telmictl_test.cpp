@@ -23,8 +23,7 @@ Outcome telmictl(const std::string& arguments, const std::string& input) {
 
 // As the gateway's admin, the password on standard input, before any further input lines.
 Outcome admin(const GatewayRun& gateway, const std::string& arguments, const std::string& moreInput = "") {
-    return telmictl("--gateway " + gateway.apiUrl("") + " " + arguments,
-                    gateway.adminPassword() + "\n" + moreInput);
+    return telmictl("--gateway " + gateway.apiUrl("") + " " + arguments, gateway.adminPassword() + "\n" + moreInput);
 }
 
 std::string indexAfter(const std::string& text, const std::string& prefix) {
@@ -35,12 +34,12 @@ std::string indexAfter(const std::string& text, const std::string& prefix) {
 // A Tarn device CAM001 and a Tarn5 device CAM002 on stand-in addresses.
 void addTwoDevices(GatewayRun& gateway) {
     gateway.start();
-    for (const auto& [protocol, id, port] : {std::tuple("tarn", "CAM001", gateway.freePort(0)),
-                                             std::tuple("tarn5", "CAM002", gateway.freePort(1))}) {
+    for (const auto& [protocol, id, port] :
+         {std::tuple("tarn", "CAM001", gateway.freePort(0)), std::tuple("tarn5", "CAM002", gateway.freePort(1))}) {
         const std::string address = "127.0.0.1:" + std::to_string(port);
-        const Outcome added = admin(gateway, std::string("device add --protocol ") + protocol + " --id " + id +
-                                                " --name 'Camera " + id + "' --telmi-address http://" + address +
-                                                " --rtsp-address rtsp://" + address);
+        const Outcome added =
+            admin(gateway, std::string("device add --protocol ") + protocol + " --id " + id + " --name 'Camera " + id +
+                               "' --telmi-address http://" + address + " --rtsp-address rtsp://" + address);
         ASSERT_EQ(added.status, 0) << added.err;
         EXPECT_THAT(added.out, StartsWith(std::string("device ") + id + " added, device index "));
     }
@@ -66,16 +65,14 @@ TEST(Telmictl, ListsPrintTablesOrTheApisJson) {
 
     // The user and port tables name devices by their IDs, not their 36-character indexes.
     const Outcome users = admin(gateway, "user list");
-    EXPECT_THAT(users.withOut(),
-                StartsWith("0 USER INDEX                            NAME   DEVICE  ADDED\n" + userIndex +
-                           "  alice  CAM001  "));
+    EXPECT_THAT(users.withOut(), StartsWith("0 USER INDEX                            NAME   DEVICE  ADDED\n" +
+                                            userIndex + "  alice  CAM001  "));
     EXPECT_THAT(users.out, HasSubstr("\n1 user\n"));
     const Outcome ports = admin(gateway, "port list --max 1");
     EXPECT_THAT(ports.out, HasSubstr(portIndex + "  CAM002  " + httpPort + "  "));
     EXPECT_THAT(ports.out, HasSubstr("  yes             yes             "));
     // A key word with a space travels percent-encoded, and the Digest answer over it holds.
-    EXPECT_THAT(admin(gateway, "port list --keyword 'camera cam002'").withOut(),
-                StartsWith("0 PORT INDEX"));
+    EXPECT_THAT(admin(gateway, "port list --keyword 'camera cam002'").withOut(), StartsWith("0 PORT INDEX"));
     EXPECT_THAT(admin(gateway, "port list --keyword 'camera cam002'").out, HasSubstr(portIndex + "  CAM002  "));
 
     // --json prints exactly what the API answers, and nothing else.
@@ -101,14 +98,14 @@ TEST(Telmictl, BatchesReportEveryItemAndFailWhenOneFails) {
 
     Outcome run = admin(gateway, "user add alice=CAM001 bob=NOPE", kUserPassword + "\n");
     EXPECT_EQ(run.withErr(), "1 telmictl: 1 of 2 failed\n");
-    EXPECT_THAT(run.out,
-                HasSubstr("\nbob: failed: no Tarn or Tarn5 device with that access ID and a TELMI address is "
-                          "attached (see device list) (code 7)\n"));
+    EXPECT_THAT(run.out, HasSubstr("\nbob: failed: no Tarn or Tarn5 device with that access ID and a TELMI address is "
+                                   "attached (see device list) (code 7)\n"));
     const std::string userIndex = indexAfter(run.out, "alice: added, user index ");
 
     run = admin(gateway, "user del " + userIndex + " 00000000-0000-0000-0000-000000000000");
-    EXPECT_EQ(run.withOut(), "1 " + userIndex + ": deleted\n00000000-0000-0000-0000-000000000000: failed: the device "
-                                                "store holds nothing with that index (code 61002)\n");
+    EXPECT_EQ(run.withOut(), "1 " + userIndex +
+                                 ": deleted\n00000000-0000-0000-0000-000000000000: failed: the device "
+                                 "store holds nothing with that index (code 61002)\n");
 
     // --json: the API's per-item entries, still a failure.
     run = admin(gateway, "--json port bind NOPE CAM002");
@@ -134,9 +131,9 @@ TEST(Telmictl, BatchesReportEveryItemAndFailWhenOneFails) {
 TEST(Telmictl, BadCommandLinesAndMissingInputStopBeforeAnyRequest) {
     TempHome dir;
     const std::string nowhere = "--gateway http://127.0.0.1:" + std::to_string(testPortBlock(1)) + " ";
-    for (const char* usage : {"", "user", "user add bob", "port retry", "device add --protocol tarn9 --id X",
-                              "device remove a b", "--password secret telmi status",
-                              "--gateway ftp://127.0.0.1:8600 telmi status"}) {
+    for (const char* usage :
+         {"", "user", "user add bob", "port retry", "device add --protocol tarn9 --id X", "device remove a b",
+          "--password secret telmi status", "--gateway ftp://127.0.0.1:8600 telmi status"}) {
         const Outcome run = telmictl(usage, "admin-password\n");
         EXPECT_EQ(run.status, 2) << usage << ": " << run.err;
         EXPECT_NE(run.err, "") << usage;

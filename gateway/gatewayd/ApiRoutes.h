@@ -22,6 +22,8 @@ void addDeviceRoutes(ApiRouter& routes);
 void addLockoutRoutes(ApiRouter& routes);
 // PUT /api/credentials/management, PUT /api/credentials/port-mode
 void addCredentialRoutes(ApiRouter& routes);
+// GET /api/settings/check
+void addSettingsRoutes(ApiRouter& routes);
 // GET /api/health, GET /api/listeners, POST /api/listeners/repair
 void addListenerRoutes(ApiRouter& routes, ListenerKeeper& keeper);
 

@@ -19,7 +19,7 @@ namespace {
 
 constexpr const char* kStoreFile = "devices.db";
 // The settings and keys a backup carries besides the store; a file the home lacks is left out.
-constexpr const char* kHomeFiles[] = {"gateway.json", "nonce.key", "admin-password", "port-admin-password"};
+constexpr const char* kHomeFiles[] = {ZQGateway::kSettingsFile, "nonce.key", "admin-password", "port-admin-password"};
 
 using Database = std::unique_ptr<sqlite3, decltype(&sqlite3_close)>;
 

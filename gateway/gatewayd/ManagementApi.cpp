@@ -36,6 +36,7 @@ void installManagementApi(httplib::Server& server, ApiRouter& routes, const Telm
     addDeviceRoutes(routes);
     addLockoutRoutes(routes);
     addCredentialRoutes(routes);
+    addSettingsRoutes(routes);
     addListenerRoutes(routes, keeper);
 
     server.set_exception_handler([](const httplib::Request&, httplib::Response& res, std::exception_ptr failure) {

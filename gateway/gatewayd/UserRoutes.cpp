@@ -43,7 +43,7 @@ Json::Value addResults(const std::vector<ZQDeviceMgr::tagAddUserRet>& results, g
 // A quick user is named after its device's access ID: every entry, a failed one too, gets the
 // name and device the store was asked for.
 void nameQuickAddDevices(Json::Value& entries) {
-    const std::vector<ZQDeviceMgr::tagTELMIUser> asked = ZQ_DeviceMgr_LastQuickAddRequests();
+    const std::vector<ZQDeviceMgr::tagTELMIUser> asked = ZQ_DeviceMgr_TakeQuickAddRequests();
     for (Json::ArrayIndex i = 0; i < entries.size() && i < asked.size(); ++i) {
         const std::string accessID = gwio::fieldText(asked[i].userName).value_or("");
         entries[i]["userName"] = accessID;

@@ -47,8 +47,6 @@ struct Options {
     bool portMode = false;  // passwd: the port-mode credential instead of the management API's
 };
 
-constexpr const char* kSettingsFile = "gateway.json";
-
 // The service takes its settings as written or not at all: a value it would have to replace
 // with a default makes it refuse, naming every problem.
 bool settingsValid(const char* program, const std::string& path) {
@@ -60,7 +58,8 @@ bool settingsValid(const char* program, const std::string& path) {
 }
 
 int runCheck(const Options& options) {
-    const std::string path = options.settingsFile.empty() ? ZQ_Gateway_HomePath(kSettingsFile) : options.settingsFile;
+    const std::string path =
+        options.settingsFile.empty() ? ZQ_Gateway_HomePath(ZQGateway::kSettingsFile) : options.settingsFile;
     // An absent file in a home means the defaults; a file named on the command line must be there.
     if (!options.settingsFile.empty() && ::access(path.c_str(), R_OK) != 0) {
         std::fprintf(stderr, "zqgatewayd check: %s cannot be read\n", path.c_str());
@@ -121,7 +120,7 @@ int runBackup(const Options& options, bool restore) {
 int runInit(const Options& options) {
     std::string error;
     const std::string home = ZQ_Gateway_HomeDir();
-    if (!home.empty() && !settingsValid("zqgatewayd init", ZQ_Gateway_HomePath(kSettingsFile))) {
+    if (!home.empty() && !settingsValid("zqgatewayd init", ZQ_Gateway_HomePath(ZQGateway::kSettingsFile))) {
         return 1;
     }
     ZQGateway::tagGatewaySettings settings;
@@ -158,7 +157,7 @@ int runPasswd(const Options& options) {
 }
 
 int runService(const Options& options) {
-    if (!ZQ_Gateway_HomeDir().empty() && !settingsValid("zqgatewayd", ZQ_Gateway_HomePath(kSettingsFile))) {
+    if (!ZQ_Gateway_HomeDir().empty() && !settingsValid("zqgatewayd", ZQ_Gateway_HomePath(ZQGateway::kSettingsFile))) {
         return 1;
     }
     // Before any thread exists: the fork, and the signal mask every thread inherits.

@@ -124,5 +124,6 @@ int ZQ_DeviceMgr_GetLockouts(std::vector<ZQGateway::tagLockout>& lockouts);
 // again at once; cleared is how many entries went. The counting rules are untouched.
 int ZQ_DeviceMgr_ClearLockouts(const std::string& recordIndex, const std::string& requester, int& cleared);
 // The accounts the last ZQ_DeviceMgr_QuickAddTELMIUser on this thread was asked to create, in
-// the order of its outcomes: a failed outcome has no user record to name its device.
-std::vector<ZQDeviceMgr::tagTELMIUser> ZQ_DeviceMgr_LastQuickAddRequests();
+// the order of its outcomes (a failed outcome has no user record to name its device); taken
+// once, so that a quick add that never reached the store finds none.
+std::vector<ZQDeviceMgr::tagTELMIUser> ZQ_DeviceMgr_TakeQuickAddRequests();

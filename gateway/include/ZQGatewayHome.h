@@ -18,6 +18,8 @@ namespace ZQGateway {
 // The Digest realm of the management API, never the TELMI realm: its challenges and HA1s are
 // its own.
 constexpr const char* kManagementRealm = "ZQ gateway management";
+// The settings file, in the home.
+constexpr const char* kSettingsFile = "gateway.json";
 
 struct tagGatewaySettings {
     std::string realm = "TELMI";  // Digest realm; changing it invalidates every stored HA1

@@ -62,6 +62,9 @@ struct LockoutSelector {
 void lockoutList(Session& session);
 void lockoutClear(Session& session, const LockoutSelector& selector);
 
+// config check: the home's settings file as the running service would read it at its next start.
+void configCheck(Session& session);
+
 // credential: "management" or "port-mode", as the route names it.
 void changeCredential(Session& session, const std::string& credential, const std::string& password);
 

@@ -199,6 +199,13 @@ void defineDevice(CLI::App& app, Invocation& inv) {
     remove->callback([&inv] { inv.run = [&inv](Session& s, const std::string&) { deviceRemove(s, inv.index); }; });
 }
 
+void defineConfig(CLI::App& app, Invocation& inv) {
+    CLI::App* config = app.add_subcommand("config", "The gateway's settings file")->require_subcommand(1);
+    config
+        ->add_subcommand("check", "List every problem of gateway.json as the gateway would find them at its next start")
+        ->callback([&inv] { inv.run = [](Session& s, const std::string&) { configCheck(s); }; });
+}
+
 void defineLockout(CLI::App& app, Invocation& inv) {
     CLI::App* lockout = app.add_subcommand("lockout", "TELMI requesters locked out after 7 wrong Digest answers")
                             ->require_subcommand(1);
@@ -260,6 +267,7 @@ int main(int argc, char** argv) {
     definePort(app, inv);
     defineDevice(app, inv);
     defineLockout(app, inv);
+    defineConfig(app, inv);
     defineAdmin(app, inv);
     defineDoctor(app, inv);
     try {

@@ -131,7 +131,7 @@ GatewayConfig& GatewayConfig::instance() {
 
 std::string GatewayConfig::pathLocked() {
     if (path_.empty()) {
-        path_ = ZQ_Gateway_HomePath("gateway.json");
+        path_ = ZQ_Gateway_HomePath(ZQGateway::kSettingsFile);
     }
     return path_;
 }

@@ -1,4 +1,6 @@
 // The device store's interface functions, each one call into the process's store.
+#include <utility>
+
 #include "ZQDeviceMgr.h"
 #include "ZQGatewayDevices.h"
 #include "ZQGatewayHome.h"
@@ -112,4 +114,6 @@ int ZQ_DeviceMgr_ClearLockouts(const std::string& recordIndex, const std::string
     return 0;
 }
 
-std::vector<ZQDeviceMgr::tagTELMIUser> ZQ_DeviceMgr_LastQuickAddRequests() { return lastQuickAddRequests; }
+std::vector<ZQDeviceMgr::tagTELMIUser> ZQ_DeviceMgr_TakeQuickAddRequests() {
+    return std::exchange(lastQuickAddRequests, {});
+}

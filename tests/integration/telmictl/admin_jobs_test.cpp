@@ -2,6 +2,7 @@
 // changing the two admin passwords, quick users, refusals that say what to do.
 #include <gmock/gmock.h>
 
+#include <cstdio>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -126,6 +127,24 @@ TEST(AdminJobs, QuickAddGivesOnlyDevicesWithoutAnAccountOneAndRecordsGoByNameOrK
     const Outcome found = telmictlAs(gateway, "device list --keyword tarn");
     EXPECT_THAT(found.out, testing::ContainsRegex("TARN0001 .* online\n.*TARN50001 .* offline\n2 devices\n"));
     EXPECT_THAT(telmictlAs(gateway, "device list --keyword 50001").out, testing::EndsWith("\n1 device\n"));
+}
+
+TEST(AdminJobs, TheRunningGatewayChecksItsEditedSettingsFile) {
+    GatewayRun gateway;
+    gateway.start();
+    const std::string path = gateway.home().path() + "/gateway.json";
+    std::ifstream in(path);
+    const std::string valid((std::istreambuf_iterator<char>(in)), {});
+    // Replaced whole, as an editor saves it: the service never reads half a file.
+    const auto save = [&path](const std::string& text) {
+        std::ofstream(path + ".new") << text;
+        ASSERT_EQ(std::rename((path + ".new").c_str(), path.c_str()), 0);
+    };
+    save("{\"lockPeriodSecs\": 60, " + valid.substr(valid.find('{') + 1));
+    EXPECT_EQ(telmictlAs(gateway, "config check").withOut(),
+              "1 " + path + ": lockPeriodSecs: unknown key (did you mean \"lockPeriodSec\"?)\n");
+    save(valid);
+    EXPECT_EQ(telmictlAs(gateway, "config check").withOut(), "0 " + path + ": valid\n");
 }
 
 }  // namespace

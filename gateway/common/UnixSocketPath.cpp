@@ -28,14 +28,14 @@ bool someoneServesUnixSocket(const sockaddr_un& address) {
 
 }  // namespace
 
-UniqueFd listenOnUnixSocket(const std::string& path, int socketFlags, UnixListenFailure& failure) {
+UniqueFd listenOnUnixSocket(const std::string& path, int socketFlags, std::string& error) {
     sockaddr_un address {};
     if (!unixSocketAddress(path, address)) {
-        failure = UnixListenFailure::badPath;
+        error = "the socket path \"" + path + "\" is empty or too long";
         return UniqueFd();
     }
     if (someoneServesUnixSocket(address)) {
-        failure = UnixListenFailure::taken;
+        error = "another process already serves " + path;
         return UniqueFd();
     }
     ::unlink(path.c_str());
@@ -46,13 +46,9 @@ UniqueFd listenOnUnixSocket(const std::string& path, int socketFlags, UnixListen
         fd.valid() && ::bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
     ::umask(previous);
     if (!bound || ::listen(fd.get(), SOMAXCONN) != 0) {
-        const int systemError = errno;  // closing the socket must not hide why it failed
-        fd.reset();
-        errno = systemError;
-        failure = UnixListenFailure::system;
+        error = "cannot listen on " + path + ": " + std::strerror(errno);
         return UniqueFd();
     }
-    failure = UnixListenFailure::none;
     return fd;
 }
 

@@ -7,8 +7,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "ServiceSocket.h"
 #include "TelmiAdmission.h"
+#include "UnixSocketPath.h"
 
 namespace gatewayd {
 namespace {
@@ -59,7 +59,7 @@ bool AdmissionServer::bindUnix(const std::string& path, std::string& error) {
         error = "the admission check's event loop cannot be set up";
         return false;
     }
-    gwio::UniqueFd fd = listenOnServiceSocket(path, SOCK_NONBLOCK, error);
+    gwio::UniqueFd fd = gwio::listenOnUnixSocket(path, SOCK_NONBLOCK, error);
     if (!fd.valid()) {
         return false;
     }

@@ -23,7 +23,7 @@ public:
     AdmissionServer(const AdmissionServer&) = delete;
     AdmissionServer& operator=(const AdmissionServer&) = delete;
 
-    // Listens on the service socket at path (see ServiceSocket.h); false with error otherwise.
+    // Listens on the service socket at path (see UnixSocketPath.h); false with error otherwise.
     bool bindUnix(const std::string& path, std::string& error);
     // Answers on a thread of its own until stop(); the check in progress is finished first.
     void start();

@@ -2,7 +2,7 @@
 
 #include <unistd.h>
 
-#include "ServiceSocket.h"
+#include "UnixSocketPath.h"
 
 namespace gatewayd {
 namespace {
@@ -33,7 +33,7 @@ GatewayHttpServer::~GatewayHttpServer() {
 }
 
 bool GatewayHttpServer::bindUnix(const std::string& path, std::string& error) {
-    gwio::UniqueFd fd = listenOnServiceSocket(path, 0, error);
+    gwio::UniqueFd fd = gwio::listenOnUnixSocket(path, 0, error);
     if (!fd.valid()) {
         return false;
     }

@@ -20,7 +20,7 @@ public:
     explicit GatewayHttpServer(const ServerLimits& limits);
     ~GatewayHttpServer() override;
 
-    // Listens on the service socket at path (see ServiceSocket.h).
+    // Listens on the service socket at path (see UnixSocketPath.h).
     bool bindUnix(const std::string& path, std::string& error);
 
 private:

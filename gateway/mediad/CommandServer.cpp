@@ -3,9 +3,6 @@
 #include <sys/epoll.h>
 #include <sys/socket.h>
 
-#include <cerrno>
-#include <cstring>
-
 #include "AcceptPending.h"
 #include "MediadLog.h"
 #include "UnixSocketPath.h"
@@ -19,17 +16,9 @@ CommandServer::~CommandServer() {
 }
 
 bool CommandServer::listen(const std::string& path, std::string& error) {
-    gwio::UnixListenFailure failure;
-    UniqueFd fd = gwio::listenOnUnixSocket(path, SOCK_NONBLOCK, failure);
-    switch (failure) {
-        case gwio::UnixListenFailure::none: break;
-        case gwio::UnixListenFailure::badPath:
-            error = "command socket path \"" + path + "\" is empty or too long";
-            return false;
-        case gwio::UnixListenFailure::taken: error = "another media daemon serves " + path; return false;
-        case gwio::UnixListenFailure::system:
-            error = "cannot listen on " + path + ": " + std::strerror(errno);
-            return false;
+    UniqueFd fd = gwio::listenOnUnixSocket(path, SOCK_NONBLOCK, error);
+    if (!fd.valid()) {
+        return false;
     }
     auto watch = std::make_unique<Watch>(loop_, fd.get(), [this](uint32_t) { acceptClients(); });
     if (!watch->setEvents(EPOLLIN)) {

@@ -11,7 +11,7 @@
 namespace gatewayd {
 namespace {
 
-// Threads: one per connection nginx may keep (its max_conns for each socket) and a few more.
+// Threads: one per connection nginx may keep to the API (its max_conns) and a few more.
 constexpr ServerLimits kApiLimits {36, 1 << 20};
 
 }  // namespace

@@ -3,7 +3,7 @@
 #include "ApiReply.h"
 #include "DigestAnswer.h"
 #include "DigestChallenge.h"
-#include "DigestScopeGuard.h"
+#include "RequestScopeGuard.h"
 #include "ZQBase.h"
 #include "ZQGatewayHome.h"
 
@@ -25,7 +25,7 @@ bool refuse(httplib::Response& res, bool stale, const std::string& message) {
 }  // namespace
 
 bool admitAdmin(const httplib::Request& req, httplib::Response& res) {
-    const DigestScopeGuard scope(ZQGateway::managementScope());
+    const RequestScopeGuard scope(ZQGateway::managementScope());
     const std::string header = req.get_header_value("Authorization");
     if (!isDigestHeader(header)) {
         return refuse(res, false, "Digest credentials of the gateway user \"admin\" are required");

@@ -5,11 +5,11 @@
 
 #include "DigestAnswer.h"
 #include "DigestChallenge.h"
-#include "DigestScopeGuard.h"
 #include "FixedField.h"
 #include "GatewaydLog.h"
 #include "JsonInput.h"
 #include "LockKey.h"
+#include "RequestScopeGuard.h"
 #include "ZQBase.h"
 #include "ZQGatewayDevices.h"
 #include "ZQGatewayNginx.h"
@@ -151,8 +151,8 @@ AdmissionAnswer decideAdmission(const TelmiLibrary& library, const AdmissionRequ
         return answer;
     }
     const ZQConfigMgr::TELMIMode mode = request.mode == "port" ? ZQConfigMgr::portMode : ZQConfigMgr::userMode;
-    const DigestScopeGuard scope(mode == ZQConfigMgr::portMode ? ZQGateway::portModeScope(httpPort)
-                                                               : ZQGateway::userModeScope());
+    const RequestScopeGuard scope(mode == ZQConfigMgr::portMode ? ZQGateway::portModeScope(httpPort)
+                                                                : ZQGateway::userModeScope());
     checkCredentials(library, mode, httpPort, request, answer);
     return answer;
 }

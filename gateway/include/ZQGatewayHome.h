@@ -76,6 +76,11 @@ int ZQ_Gateway_SetManagerPassword(const char* user, const char* password);
 int ZQ_Gateway_GetManagerHA1(const std::string& user, std::string& ha1);
 
 int ZQ_Gateway_GetSettings(ZQGateway::tagGatewaySettings& settings);
+// While held on the calling thread, gateway.json is looked at once and every later read on that
+// thread sees the same content, until released (or written by this thread). A service holds it
+// for one request: each request still sees the file's latest content, in one consistent view,
+// without a stat for each of the many settings one check reads.
+void ZQ_Gateway_HoldSettings(bool hold);
 int ZQ_Gateway_SetSettings(const ZQGateway::tagGatewaySettings& settings);
 // Every way the settings file at path breaks the settings' schema (docs/configuration.md), one
 // line each, starting with the key concerned; empty when the file is valid or absent.

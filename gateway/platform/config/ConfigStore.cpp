@@ -111,6 +111,8 @@ int ZQ_Gateway_GetManagerHA1(const std::string& user, std::string& ha1) {
 
 int ZQ_Gateway_Init(const char* adminPassword) { return ZQ_Gateway_SetUserPassword("admin", adminPassword); }
 
+void ZQ_Gateway_HoldSettings(bool hold) { GatewayConfig::holdReads(hold); }
+
 int ZQ_Gateway_GetSettings(ZQGateway::tagGatewaySettings& settings) {
     const GatewayConfig::Snapshot config = GatewayConfig::instance().read();
     settings = config.content->settings;

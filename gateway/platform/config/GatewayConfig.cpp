@@ -163,7 +163,34 @@ void GatewayConfig::refreshLocked(bool present, const struct stat& now) {
     loaded_ = true;
 }
 
+namespace {
+
+struct HeldReads {
+    bool held = false;
+    std::optional<GatewayConfig::Snapshot> snapshot;
+};
+
+thread_local HeldReads heldReads;
+
+}  // namespace
+
+void GatewayConfig::holdReads(bool hold) {
+    heldReads.held = hold;
+    heldReads.snapshot.reset();
+}
+
 GatewayConfig::Snapshot GatewayConfig::read() {
+    if (heldReads.snapshot) {
+        return *heldReads.snapshot;
+    }
+    Snapshot fresh = readFile();
+    if (heldReads.held) {
+        heldReads.snapshot = fresh;
+    }
+    return fresh;
+}
+
+GatewayConfig::Snapshot GatewayConfig::readFile() {
     std::string path;
     {
         std::lock_guard<std::mutex> lock(mutex_);
@@ -204,6 +231,7 @@ int GatewayConfig::modify(const std::function<int(ConfigContent&)>& change) {
             refreshLocked(::stat(path_.c_str(), &now) == 0, now);
         }
     }
+    heldReads.snapshot.reset();  // a thread sees its own writes
     return result;
 }
 

@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "ZQGatewayHome.h"
@@ -39,12 +40,16 @@ public:
 
     // The content, or the defaults when the file is absent; configUnreadable with the defaults
     // when the file is not valid JSON, configNoHome with the defaults when there is no home.
+    // While the calling thread holds its reads, the first one's snapshot.
     Snapshot read();
+    // Holds (or releases) the calling thread's reads, as ZQ_Gateway_HoldSettings describes.
+    static void holdReads(bool hold);
     // Applies change to the freshest content and persists it; the file is left untouched when
     // it is unreadable or when change returns non-zero (which is then the result).
     int modify(const std::function<int(ConfigContent&)>& change);
 
 private:
+    Snapshot readFile();
     // The path of gateway.json, empty while there is no home.
     std::string pathLocked();
     // Brings the cache in step with the file as stat found it (present or not).

@@ -11,7 +11,7 @@
 
 using namespace gwtest;
 
-TEST(ConfigTest, SwitchAndBothAdminsPersistAndABrokenFileIsNeverOverwritten) {
+TEST(ConfigTest, SwitchAndBothAdminsPersistHeldViewsLastAndABrokenFileIsNeverOverwritten) {
     TempHome home;
     inChild(home, [] {
         std::string ha1;
@@ -29,7 +29,12 @@ TEST(ConfigTest, SwitchAndBothAdminsPersistAndABrokenFileIsNeverOverwritten) {
         ASSERT_EQ(ZQ_Gateway_GetManagerHA1("admin", ha1), 0);
         EXPECT_EQ(ha1, md5Of("admin:ZQ gateway management:Adm1n!pass")) << "the same password, another realm";
 
+        ZQ_Gateway_HoldSettings(true);
+        EXPECT_EQ(ZQ_ConfigMgr_GetTELMICfg()->getTELMIParam(), 1);
         std::ofstream(home.path() + "/gateway.json") << "{ broken";
+        EXPECT_EQ(ZQ_ConfigMgr_GetTELMICfg()->getTELMIParam(), 1) << "a held view lasts until released";
+        ZQ_Gateway_HoldSettings(false);
+        EXPECT_EQ(ZQ_ConfigMgr_GetTELMICfg()->getTELMIParam(), 0) << "released: the file as it is now";
         EXPECT_NE(ZQ_ConfigMgr_GetTELMICfg()->setTELMIParam(0), 0);
         std::ifstream in(home.path() + "/gateway.json");
         EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "{ broken");

@@ -7,6 +7,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <memory>
+
 #include "TelmiAdmission.h"
 #include "UnixSocketPath.h"
 
@@ -19,10 +21,19 @@ constexpr int kIdleTimeoutSec = 15;
 // nginx hands on headers of at most 4 x 8 KiB (large_client_header_buffers) plus its own.
 constexpr ev_ssize_t kMaxHeadersBytes = 64 * 1024;
 
-// stop() ends the loop from another thread: the loop must be told to wake.
+// stop() ends the loop from another thread: the loop must be told to wake. Each answer turns a
+// connection's read and write interest off and on again; the change list hands epoll only the
+// net change once per loop turn, which saves system calls on every check.
 event_base* newNotifiableBase() {
     static const bool threadsReady = evthread_use_pthreads() == 0;
-    return threadsReady ? event_base_new() : nullptr;
+    if (!threadsReady) {
+        return nullptr;
+    }
+    std::unique_ptr<event_config, decltype(&event_config_free)> config(event_config_new(), event_config_free);
+    if (config == nullptr || event_config_set_flag(config.get(), EVENT_BASE_FLAG_EPOLL_USE_CHANGELIST) != 0) {
+        return nullptr;
+    }
+    return event_base_new_with_config(config.get());
 }
 
 std::string header(const evkeyvalq* headers, const char* name) {

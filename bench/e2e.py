@@ -9,14 +9,15 @@
   (d) the gateway's user-mode port, likewise, (e) Apache httpd 2.4 with mod_auth_digest and
   mod_proxy_http in front of the device. Every row's client sends a Digest answer of its own per
   request (to a made-up nonce where nothing checks it), so that the client, which shares the
-  machine, costs every row the same; requests that fail are counted, not hidden;
+  machine, costs every row the same; requests that fail are counted, not hidden. The rows run in
+  interleaved rounds (3 by default) and each reports its median round;
 - RTSP relay throughput: what 4 clients read at once through the media daemon, beside what
   they read straight from the device, from a device that sends as fast as it is read;
 - resident memory of the management service empty, then with 10,000 TELMI users and 1,000
   port bindings.
 
 Everything runs in a temporary gateway home, started and stopped with scripts/gateway.sh.
-usage: e2e.py --build DIR --out FILE [--seconds N] [--requests-only]
+usage: e2e.py --build DIR --out FILE [--seconds N] [--rounds N] [--requests-only]
 """
 import argparse
 import hashlib
@@ -212,42 +213,54 @@ def relay_rows(api, session, seconds):
         device.close()
 
 
-def request_rows(home, api, session, seconds, device_ids, device_ports, port_password):
-    """The five rows, each against a device of its own."""
+def median_row(rounds):
+    """A row's round of median rate, with the requests and failures of all its rounds."""
+    middle = dict(sorted(rounds, key=lambda r: r["rps"])[len(rounds) // 2])
+    middle.update(requests=sum(r["requests"] for r in rounds), failed=sum(r["failed"] for r in rounds),
+                  round_rps=[r["rps"] for r in rounds])
+    return middle
+
+
+def request_rows(home, api, session, seconds, rounds, device_ids, device_ports, port_password):
+    """The five rows, each against a device of its own, measured in interleaved rounds so that
+    a burst of other work on the machine lands on one round of every row rather than on one row."""
     answers = int(ANSWERS_PER_SECOND * seconds / THREADS)
-    rows, stops = {}, []
+    stops = []
     try:
         alone, direct, port_device, user_device, behind_apache = range(5)
-        unchecked = write_answers(f"{home}/unchecked-answers", None, "admin", ADMIN_PASSWORD, answers)
-        rows["device"] = wrk(f"http://127.0.0.1:{device_ports[alone]}{URI}", seconds, unchecked)
-
         direct_port = free_port()
         stops.append(direct_nginx(f"{home}/direct-nginx", direct_port, device_ports[direct]))
-        rows["nginx"] = wrk(f"http://127.0.0.1:{direct_port}{URI}", seconds, unchecked)
-
         bound = session.post(f"{api}/api/ports", json={"deviceIDs": [device_ids[port_device]]}).json()["results"][0]
-        url = f"http://127.0.0.1:{bound['httpPort']}{URI}"
-        rows["port"] = wrk(url, seconds, write_answers(f"{home}/port-answers", url, "admin", port_password, answers))
-
         added = session.post(f"{api}/api/users", json={"users": [
             {"userName": "bench", "password": USER_PASSWORD, "deviceID": device_ids[user_device]}]}).json()
         if added["results"][0]["code"] != 0:
             raise RuntimeError(f"the bench user was not added: {added}")
-        url = f"http://127.0.0.1:{USER_PORT}{URI}"
-        rows["user"] = wrk(url, seconds, write_answers(f"{home}/user-answers", url, "bench", USER_PASSWORD, answers))
-
         apache_port = free_port()
         # Apache's workers run as www-data, which may not enter the private gateway home.
         apache_dir = tempfile.mkdtemp(prefix="zqgw-bench-apache-")
         stops.append(["rm", "-rf", apache_dir])
         stops.append(apache(apache_dir, apache_port, device_ports[behind_apache], ADMIN_PASSWORD))
-        url = f"http://127.0.0.1:{apache_port}{URI}"
-        rows["apache"] = wrk(url, seconds, write_answers(f"{home}/apache-answers", url, "admin", ADMIN_PASSWORD,
-                                                          answers))
+
+        # row: (URL, user and password checked there, or None where nothing checks answers)
+        targets = {
+            "device": (f"http://127.0.0.1:{device_ports[alone]}{URI}", None),
+            "nginx": (f"http://127.0.0.1:{direct_port}{URI}", None),
+            "port": (f"http://127.0.0.1:{bound['httpPort']}{URI}", ("admin", port_password)),
+            "user": (f"http://127.0.0.1:{USER_PORT}{URI}", ("bench", USER_PASSWORD)),
+            "apache": (f"http://127.0.0.1:{apache_port}{URI}", ("admin", ADMIN_PASSWORD)),
+        }
+        measured = {name: [] for name in targets}
+        for _ in range(rounds):
+            for name, (url, credential) in targets.items():
+                # Fresh nonces every round: answers of an earlier round would be replays.
+                user, password = credential or ("admin", ADMIN_PASSWORD)
+                checked_url = url if credential else None
+                answer_file = write_answers(f"{home}/{name}-answers", checked_url, user, password, answers)
+                measured[name].append(wrk(url, seconds, answer_file))
+        return {name: median_row(results) for name, results in measured.items()}
     finally:
         for stop in reversed(stops):
             subprocess.run(stop, check=False, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-    return rows
 
 
 def main():
@@ -255,6 +268,7 @@ def main():
     parser.add_argument("--build", required=True)
     parser.add_argument("--out", required=True)
     parser.add_argument("--seconds", type=int, default=10)
+    parser.add_argument("--rounds", type=int, default=3, help="request rounds; each row reports its median")
     parser.add_argument("--requests-only", action="store_true", help="skip the memory figures (filling takes minutes)")
     args = parser.parse_args()
 
@@ -295,7 +309,7 @@ def main():
                                    "--admin-password-file", f"{home}/admin.txt"],
                                   stdout=subprocess.PIPE, text=True, env=env)
         device_ids = [devsim.stdout.readline().split()[0] for _ in range(5)]
-        figures["rows"] = request_rows(home, api, session, args.seconds, device_ids,
+        figures["rows"] = request_rows(home, api, session, args.seconds, args.rounds, device_ids,
                                        [device_http + n for n in range(5)], port_password)
         figures["relay"] = relay_rows(api, session, args.seconds)
 

@@ -14,8 +14,10 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <list>
 #include <memory>
 #include <sstream>
+#include <utility>
 
 #include "LogLevel.h"
 #include "ZQGatewayDevices.h"
@@ -81,28 +83,58 @@ std::vector<NginxDevice> deviceUpstreams() {
 bool ownNginx(const NginxFiles& p, int pid) { return processName(pid) == "nginx" && holdsFileUnder(pid, p.prefix); }
 
 // Workers outlive a master killed outright and keep its listening sockets, so that a new nginx
-// could bind none of its ports; this home's are known by the management port they hold.
-void stopOrphanedWorkers(const NginxFiles& p) {
+// could bind none of its ports; this home's are known by the management port they hold. A
+// killed worker lets go of its sockets only as it exits, each port in turn, so the wait is for
+// every port it held, not the first one.
+void stopOrphanedWorkers(const NginxFiles& p, const std::vector<std::pair<std::string, int>>& wanted) {
     ZQGateway::tagGatewaySettings settings;
     ZQ_Gateway_GetSettings(settings);
     const auto listeners = tcpListeners(settings.managementPort);
     if (!listeners || listeners->empty()) {
         return;
     }
-    bool stopped = false;
+    std::list<int> orphans;
     for (int pid : processesNamed("nginx")) {
         for (const TcpListener& listener : *listeners) {
             if (heldByAny({pid}, listener.inode) && ownNginx(p, pid)) {
-                tvlog_format(gwlog::kWarning, "ZQBase", "stopping nginx worker %d, left behind by its master", pid);
-                ::kill(pid, SIGKILL);
-                stopped = true;
+                orphans.push_back(pid);
                 break;
             }
         }
     }
-    if (stopped) {
-        waitFor(kQuitWaitMs,
-                [&settings] { return tcpListening(settings.managementPort) == std::optional<bool>(false); });
+    if (orphans.empty()) {
+        return;
+    }
+    // Known before they are killed: a killed worker's descriptors vanish before its sockets close.
+    std::vector<std::pair<int, uint64_t>> held;
+    for (const auto& [what, port] : wanted) {
+        for (const TcpListener& listener :
+             tcpListeners(static_cast<uint16_t>(port)).value_or(std::vector<TcpListener> {})) {
+            if (heldByAny(orphans, listener.inode)) {
+                held.emplace_back(port, listener.inode);
+            }
+        }
+    }
+    for (int pid : orphans) {
+        tvlog_format(gwlog::kWarning, "ZQBase", "stopping nginx worker %d, left behind by its master", pid);
+        ::kill(pid, SIGKILL);
+    }
+    // The first port on which one of their sockets still listens; 0 when none does.
+    const auto stillHeld = [&held] {
+        for (const auto& [port, inode] : held) {
+            const auto now = tcpListeners(static_cast<uint16_t>(port));
+            if (!now || std::any_of(now->begin(), now->end(),
+                                    [inode = inode](const TcpListener& l) { return l.inode == inode; })) {
+                return port;
+            }
+        }
+        return 0;
+    };
+    int port = 0;
+    if (!waitFor(kQuitWaitMs, [&] { return (port = stillHeld()) == 0; })) {
+        tvlog_format(gwlog::kWarning, "ZQBase",
+                     "port %d still listens %d s after nginx's orphaned workers were stopped", port,
+                     kQuitWaitMs / 1000);
     }
 }
 
@@ -242,7 +274,7 @@ int NginxOper::Reboot() {
             return 0;
         }
     } else {
-        stopOrphanedWorkers(p);
+        stopOrphanedWorkers(p, wantedPorts(p));
         if (const std::vector<std::string> taken = portsTaken(p); !taken.empty()) {
             for (const std::string& port : taken) {
                 tvlog_format(gwlog::kError, "ZQBase", "nginx not started: %s", port.c_str());
@@ -262,7 +294,7 @@ int NginxOper::Reboot() {
     return 1;
 }
 
-std::vector<std::string> NginxOper::portsTaken(const Paths& p) {
+std::vector<std::pair<std::string, int>> NginxOper::wantedPorts(const Paths& p) {
     ZQGateway::tagGatewaySettings settings;
     ZQ_Gateway_GetSettings(settings);
     std::vector<std::pair<std::string, int>> wanted = {{"managementPort", settings.managementPort}};
@@ -272,8 +304,12 @@ std::vector<std::string> NginxOper::portsTaken(const Paths& p) {
     for (int port : readPorts(p)) {
         wanted.emplace_back("device port", port);
     }
+    return wanted;
+}
+
+std::vector<std::string> NginxOper::portsTaken(const Paths& p) {
     std::vector<std::string> taken;
-    for (const auto& [what, port] : wanted) {
+    for (const auto& [what, port] : wantedPorts(p)) {
         const auto listeners = tcpListeners(static_cast<uint16_t>(port));
         for (const TcpListener& listener : listeners.value_or(std::vector<TcpListener> {})) {
             const std::vector<int> holders = holdersOf(listener.inode);

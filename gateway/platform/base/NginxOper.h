@@ -3,6 +3,7 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "ZQBase.h"
@@ -38,6 +39,8 @@ private:
     static bool writeMainConfig(const Paths& p);
     // The running master's pid, 0 when our nginx does not run.
     static int runningMaster(const Paths& p);
+    // The ports nginx is to listen on (management, user mode, bound devices), each with its role.
+    static std::vector<std::pair<std::string, int>> wantedPorts(const Paths& p);
     // Every port nginx is to listen on that a program other than this home's nginx holds, as
     // "managementPort 8600 is already in use by nginx (pid 123)".
     static std::vector<std::string> portsTaken(const Paths& p);

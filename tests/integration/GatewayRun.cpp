@@ -52,9 +52,10 @@ Outcome gatewayScript(const TempHome& home, const std::string& action) {
                       shellQuoted(home.path()) + " " + action);
 }
 
-Outcome gatewayd(const TempHome& home, const std::string& arguments) {
-    return runCommand(std::string(ZQ_BUILD_DIR) + "/gateway/gatewayd/zqgatewayd " + arguments + " --home " +
-                      shellQuoted(home.path()));
+Outcome gatewayd(const TempHome& home, const std::string& arguments, const std::string& input) {
+    return runCommand(
+        std::string(ZQ_BUILD_DIR) + "/gateway/gatewayd/zqgatewayd " + arguments + " --home " + shellQuoted(home.path()),
+        input);
 }
 
 std::string GatewayRun::script(const std::string& action) {
@@ -73,6 +74,12 @@ void GatewayRun::start() {
 
 std::string GatewayRun::apiUrl(const std::string& path) const {
     return "http://127.0.0.1:" + std::to_string(base_) + path;
+}
+
+Outcome GatewayRun::telmictl(const std::string& arguments, const std::string& moreInput) const {
+    return runCommand(
+        std::string(ZQ_BUILD_DIR) + "/gateway/telmictl/telmictl --gateway " + apiUrl("") + " " + arguments,
+        adminPassword_ + "\n" + moreInput);
 }
 
 Outcome GatewayRun::api(const std::string& method, const std::string& path, const std::string& body) const {

@@ -3,7 +3,9 @@
 // the clients; stand-in devices answer the forwarded TELMI requests.
 #include <gmock/gmock.h>
 
+#include <fstream>
 #include <string>
+#include <vector>
 
 #include "GatewayScenario.h"
 
@@ -63,32 +65,61 @@ TEST(GatewayService, TelmiRequestsReachTheirDevicesInBothModesWithStaleNoncesAnd
     EXPECT_EQ(port["rtspListening"].asInt(), 1);
 }
 
-TEST(GatewayService, SevenWrongPasswordsLockTheRequesterOutInBothModes) {
+TEST(GatewayService, SevenWrongPasswordsLockARequesterOutPerModeAndAddressFamilyUntilTelmictlLiftsIt) {
     GatewayRun gateway;
     TwoDevices devices(gateway);
     struct Mode {
-        unsigned short port;
-        std::string user, password;
+        std::string url, user, password;
     };
-    for (const Mode& mode : {Mode {gateway.userPort(), "tarnuser", kUserPassword},
-                             Mode {devices.httpPort, "admin", gateway.portPassword()}}) {
-        SCOPED_TRACE("port " + std::to_string(mode.port));
+    const bool ipv6 = Listener(gateway.freePort(5), Listener::Family::ipv6Only).ok();
+    std::vector<Mode> modes {{url(gateway.userPort()), "tarnuser", kUserPassword},
+                             {url(devices.httpPort), "admin", gateway.portPassword()}};
+    if (ipv6) {  // [::1] is a requester of its own, kept apart from 127.0.0.1 locked out just before
+        modes.push_back({"http://[::1]:" + std::to_string(devices.httpPort) + kUri, "admin", gateway.portPassword()});
+    }
+    for (const Mode& mode : modes) {
+        SCOPED_TRACE(mode.url);
+        const auto as = [&mode](const std::string& password) {
+            return curl("--digest -u " + shellQuoted(mode.user + ":" + password) + " " + shellQuoted(mode.url));
+        };
         // Requests without credentials, as a browser opening a page sends them, never count.
         for (int i = 0; i < 10; ++i) {
-            EXPECT_EQ(curl(shellQuoted(url(mode.port))).status, 401);
+            EXPECT_EQ(curl(shellQuoted(mode.url)).status, 401);
         }
         for (int i = 0; i < 6; ++i) {
-            EXPECT_EQ(digestCurl(mode.port, mode.user, "Wrong!Pass1").status, 401);
+            EXPECT_EQ(as("Wrong!Pass1").status, 401);
         }
-        EXPECT_EQ(digestCurl(mode.port, mode.user, mode.password).status, 200);  // and the count starts again
+        EXPECT_EQ(as(mode.password).status, 200);  // and the count starts again
         for (int i = 1; i <= 7; ++i) {
-            const Outcome reply = digestCurl(mode.port, mode.user, "Wrong!Pass1");
+            const Outcome reply = as("Wrong!Pass1");
             EXPECT_EQ(reply.status, 401);
             EXPECT_EQ(reply.out.find("locked out") != std::string::npos, i == 7) << i << ": " << reply.out;
         }
-        EXPECT_THAT(digestCurl(mode.port, mode.user, mode.password).withOut(),
-                    testing::StartsWith("401 too many failed attempts: locked out for "));
+        EXPECT_THAT(as(mode.password).withOut(), testing::StartsWith("401 too many failed attempts: locked out for "));
     }
+
+    const Outcome listed = gateway.telmictl("lockout list");
+    EXPECT_THAT(listed.withOut(), testing::StartsWith("0 REQUESTER "));
+    EXPECT_THAT(listed.out, testing::ContainsRegex("\n127.0.0.1 +user tarnuser +TARN0001 +7 +1"));
+    EXPECT_THAT(listed.out,
+                testing::ContainsRegex("\n127.0.0.1 +port " + std::to_string(devices.httpPort) + " +TARN50001 +7 "));
+    EXPECT_EQ(gateway.telmictl("lockout clear").status, 2);
+    EXPECT_EQ(gateway.telmictl("lockout clear --user nobody").withErr(),
+              "1 telmictl: HTTP 404: no TELMI user is named \"nobody\" (code 61002)\n");
+    EXPECT_EQ(gateway.telmictl("lockout clear --user tarnuser").withOut(), "0 1 failure count cleared\n");
+    EXPECT_EQ(digestCurl(gateway.userPort(), "tarnuser", kUserPassword).withOut(), deviceAnswer("tarn-cam"));
+    EXPECT_EQ(digestCurl(devices.httpPort, "admin", gateway.portPassword()).status, 401);
+    EXPECT_EQ(gateway.telmictl("lockout clear --all").withOut(),
+              ipv6 ? "0 2 failure counts cleared\n" : "0 1 failure count cleared\n");
+    EXPECT_EQ(digestCurl(devices.httpPort, "admin", gateway.portPassword()).withOut(), deviceAnswer("tarn5-cam"));
+
+    // The log names what was locked, and who lifted it.
+    std::ifstream log(gateway.home().path() + "/log/gateway.log");
+    const std::string text(std::istreambuf_iterator<char>(log), {});
+    EXPECT_THAT(text, HasSubstr("TELMI requester 127.0.0.1 is locked out of user \"tarnuser\""));
+    EXPECT_THAT(text, HasSubstr("is locked out of port " + std::to_string(devices.httpPort)));
+    EXPECT_THAT(text, HasSubstr("audit: admin from 127.0.0.1: DELETE /api/lockouts?user=tarnuser: 200, code 0, "
+                                "cleared 1"));
 }
 
 TEST(ManagementApi, RefusesBadInputWithoutChangingAnythingAndRemovesDevicesWithTheirAccountsAndPorts) {
@@ -99,14 +130,26 @@ TEST(ManagementApi, RefusesBadInputWithoutChangingAnythingAndRemovesDevicesWithT
         const char* method;
         std::string path, body, message;
     };
+    std::string tooMany = "{\"deviceIDs\":[\"D\"";
+    for (int i = 0; i < 1000; ++i) {
+        tooMany += ",\"D\"";
+    }
     const Case cases[] = {
         {"PUT", "/api/telmi", "{\"enabled\":", "not valid JSON"},
         {"PUT", "/api/telmi", "[1]", "must be a JSON object"},
-        {"PUT", "/api/telmi", "{\"enabled\":" + std::string(20, '[') + std::string(20, ']') + "}", "deeper than 16"},
+        {"PUT", "/api/telmi", "{\"enabled\":" + std::string(16, '[') + std::string(16, ']') + "}", "deeper than 16"},
         {"PUT", "/api/telmi", "{\"enabled\":\"0\"}", "\"enabled\" must be an integer"},
         {"PUT", "/api/telmi", "{\"enabled\":1,\"note\":\"\\udc00\"}", "not UTF-8"},
         {"PUT", "/api/telmi", "{\"enabled\":1,\"note\":\"\xf4\x90\x80\x80\"}", "not UTF-8"},  // past U+10FFFF
         {"PUT", "/api/telmi", "{\"enabled\":0.5}", "\"enabled\" must be an integer"},
+        {"PUT", "/api/telmi", "{\"enabled\":1,\"enabled\":0}", "not valid JSON"},
+        {"PUT", "/api/telmi", "{\"enabled\":1} x", "not valid JSON"},
+        {"PUT", "/api/telmi", "{}", "\"enabled\" is missing"},
+        {"PUT", "/api/telmi", "{\"enabled\":4294967297}", "\"enabled\" must be between 0 and 1"},
+        {"POST", "/api/users", "{\"users\":[7]}", "\"users\" item 0 must be an object"},
+        {"POST", "/api/users", "{\"users\":[{\"userName\":\"a\\u0000b\"}]}", "contains a NUL character"},
+        {"POST", "/api/ports", "{\"deviceIDs\":\"D\"}", "\"deviceIDs\" must be an array"},
+        {"POST", "/api/ports", tooMany + "]}", "1 to 1000 items"},
         {"POST", "/api/users",
          "{\"users\":[{\"userName\":\"fine\",\"password\":\"Cam3ra!Pass\",\"deviceID\":\"TARN50001\"},"
          "{\"userName\":7,\"password\":\"Cam3ra!Pass\",\"deviceID\":\"TARN50001\"}]}",
@@ -138,6 +181,8 @@ TEST(ManagementApi, RefusesBadInputWithoutChangingAnythingAndRemovesDevicesWithT
         EXPECT_EQ(reply.json()["error"]["code"].asInt(), 0) << reply.out;
         EXPECT_THAT(reply.json()["error"]["message"].asString(), HasSubstr(c.message));
     }
+    const std::string deepest = "{\"enabled\":1,\"pad\":" + std::string(15, '[') + std::string(15, ']') + "}";
+    EXPECT_EQ(gateway.api("PUT", "/api/telmi", deepest).status, 200) << "sixteen levels deep at most";
     const Json::Value users = gateway.api("GET", "/api/users").json();
     EXPECT_EQ(users["totalMatches"].asInt(), 1);
     EXPECT_EQ(users["users"][0]["userName"].asString(), "tarnuser");

@@ -129,7 +129,8 @@ TEST(HostileClients, StalledFloodingAndReplayingClientsGetNothingWhileLegitimate
     for (const auto& [pid, size] : gatewayMemory(gateway)) {
         if (before.count(pid) == 1) {
             ++measured;
-            EXPECT_LT(size - before.at(pid), 8 * 1024) << "process " << pid << " grew from " << before.at(pid) << " KiB";
+            EXPECT_LT(size - before.at(pid), 8 * 1024)
+                << "process " << pid << " grew from " << before.at(pid) << " KiB";
         }
     }
     EXPECT_GE(measured, 3) << "the host service, nginx's master and a worker";

@@ -90,16 +90,13 @@ Outcome GatewayRun::api(const std::string& method, const std::string& path, cons
     return curlAs("admin", adminPassword_, arguments + " " + shellQuoted(apiUrl(path)));
 }
 
-std::string GatewayRun::registerDevice(int protocol, const std::string& deviceID, unsigned short port) const {
+std::string GatewayRun::registerDevice(int protocol, const std::string& deviceID, unsigned short port,
+                                       unsigned short rtspPort) const {
     const Outcome reply =
         api("POST", "/api/devices",
-            "{\"protocol\":" + std::to_string(protocol) + ",\"deviceID\":\"" + deviceID + "\",\"name\":\"" + deviceID +
-                " camera\",\"category\":1,\"telmiAddress\":"
-                "\"http://127.0.0.1:" +
-                std::to_string(port) +
-                "\",\"rtspAddress\":"
-                "\"rtsp://127.0.0.1:" +
-                std::to_string(port) + "\"}");
+            R"({"protocol":)" + std::to_string(protocol) + R"(,"deviceID":")" + deviceID + R"(","name":")" + deviceID +
+                R"( camera","category":1,"telmiAddress":"http://127.0.0.1:)" + std::to_string(port) +
+                R"(","rtspAddress":"rtsp://127.0.0.1:)" + std::to_string(rtspPort == 0 ? port : rtspPort) + R"("})");
     EXPECT_EQ(reply.status, 201) << reply.out;
     return reply.json()["deviceIndex"].asString();
 }

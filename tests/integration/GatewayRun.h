@@ -58,8 +58,10 @@ public:
     std::string apiUrl(const std::string& path) const;
     // telmictl (arguments in shell syntax) as admin: the admin password on standard input, then moreInput.
     Outcome telmictl(const std::string& arguments, const std::string& moreInput = "") const;
-    // Registers a stand-in device (protocol 2 Tarn, 4 Tarn5) at 127.0.0.1:port; its index.
-    std::string registerDevice(int protocol, const std::string& deviceID, unsigned short port) const;
+    // Registers a device (protocol 2 Tarn, 4 Tarn5) at 127.0.0.1:port, its RTSP source at rtspPort
+    // when given; its index.
+    std::string registerDevice(int protocol, const std::string& deviceID, unsigned short port,
+                               unsigned short rtspPort = 0) const;
 
 private:
     TempHome home_;

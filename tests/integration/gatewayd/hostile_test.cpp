@@ -1,5 +1,5 @@
 // The gateway on a hostile network: clients that stall, send too much, or replay what they
-// captured, all at once while legitimate clients are served. Real sockets, curl and the gateway's
+// captured, while legitimate clients are served. Real sockets, curl and the gateway's
 // real nginx, host service and devices.
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
@@ -87,26 +87,7 @@ Outcome sendWith(const std::string& header, unsigned short port, const std::stri
 TEST(HostileClients, StalledFloodingAndReplayingClientsGetNothingWhileLegitimateOnesAreServed) {
     GatewayRun gateway;
     TwoDevices devices(gateway);
-    StandInDevice third("third-cam", gateway.freePort(2));
-    gateway.registerDevice(4, "TARN50002", gateway.freePort(2));
-    const Outcome bound = gateway.api("POST", "/api/ports", "{\"deviceIDs\":[\"TARN50002\"]}");
-    const auto otherPort = static_cast<unsigned short>(firstResult(bound)["httpPort"].asUInt());
     const std::string password = gateway.portPassword();
-    const StalledClients userModeStalls(gateway.userPort(), 256);
-    const StalledClients portModeStalls(devices.httpPort, 256);
-    const StalledClients apiStalls(gateway.apiPort(), 64);
-
-    const std::string inOneSecond = "--max-time 1 --digest -u ";
-    EXPECT_EQ(curl(inOneSecond + shellQuoted("tarnuser:" + kUserPassword) + " " + shellQuoted(url(gateway.userPort())))
-                  .withOut(),
-              deviceAnswer("tarn-cam"));
-    EXPECT_EQ(curl(inOneSecond + shellQuoted("admin:" + password) + " " + shellQuoted(url(devices.httpPort))).withOut(),
-              deviceAnswer("tarn5-cam"));
-    EXPECT_EQ(curl(inOneSecond + shellQuoted("admin:" + gateway.adminPassword()) + " " +
-                   shellQuoted(gateway.apiUrl("/api/telmi")))
-                  .withOut(),
-              "200 {\"enabled\":1}\n");
-
     // Bodies over the limit are refused, chunked or not, without the gateway holding them.
     const std::string big = gateway.home().path() + "/big.bin";
     std::ofstream(big) << std::string((32 << 20) + 1, 'x');
@@ -140,7 +121,27 @@ TEST(HostileClients, StalledFloodingAndReplayingClientsGetNothingWhileLegitimate
               404)
         << "a body within the limit reaches the stand-in device, which answers GET only";
 
-    // A captured answer opens nothing else.
+    // Connections that stall hold up no legitimate client.
+    const StalledClients userModeStalls(gateway.userPort(), 256);
+    const StalledClients portModeStalls(devices.httpPort, 256);
+    const StalledClients apiStalls(gateway.apiPort(), 64);
+
+    const std::string inOneSecond = "--max-time 1 --digest -u ";
+    EXPECT_EQ(curl(inOneSecond + shellQuoted("tarnuser:" + kUserPassword) + " " + shellQuoted(url(gateway.userPort())))
+                  .withOut(),
+              deviceAnswer("tarn-cam"));
+    EXPECT_EQ(curl(inOneSecond + shellQuoted("admin:" + password) + " " + shellQuoted(url(devices.httpPort))).withOut(),
+              deviceAnswer("tarn5-cam"));
+    EXPECT_EQ(curl(inOneSecond + shellQuoted("admin:" + gateway.adminPassword()) + " " +
+                   shellQuoted(gateway.apiUrl("/api/telmi")))
+                  .withOut(),
+              "200 {\"enabled\":1}\n");
+
+    // A captured answer opens nothing else, on a second device port either.
+    StandInDevice third("third-cam", gateway.freePort(2));
+    gateway.registerDevice(4, "TARN50002", gateway.freePort(2));
+    const Outcome bound = gateway.api("POST", "/api/ports", "{\"deviceIDs\":[\"TARN50002\"]}");
+    const auto otherPort = static_cast<unsigned short>(firstResult(bound)["httpPort"].asUInt());
     const std::string captured = capturedAnswer(devices.httpPort, "admin", password, "GET", kUri);
     EXPECT_EQ(sendWith(captured, devices.httpPort, kUri).status, 200);
     const Outcome replayed = sendWith(captured, devices.httpPort, kUri, "-D -");

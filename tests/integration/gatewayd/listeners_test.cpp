@@ -149,13 +149,7 @@ TEST(Listeners, KilledDaemonsComeBackWithTheirListenersAndASilentMediaDaemonIsSh
     // A camera whose stream the media daemon relays, played while the daemons are killed.
     std::string cameraRtsp;
     const auto camera = simulatedCamera(gateway.freePort(3), cameraRtsp);
-    const std::string cameraHost = "127.0.0.1:" + std::to_string(gateway.freePort(3));
-    ASSERT_EQ(gateway
-                  .api("POST", "/api/devices",
-                       R"({"protocol":4,"deviceID":"CAMRTSP","telmiAddress":"http://)" + cameraHost +
-                           R"(","rtspAddress":"rtsp://127.0.0.1:)" + std::to_string(gateway.freePort(4)) + R"("})")
-                  .status,
-              201);
+    gateway.registerDevice(4, "CAMRTSP", gateway.freePort(3), gateway.freePort(4));
     const auto relayPort = static_cast<unsigned short>(
         firstResult(gateway.api("POST", "/api/ports", R"({"deviceIDs":["CAMRTSP"]})"))["rtspPort"].asUInt());
     EXPECT_EQ(ffprobe(relayPort), "pcm_mulaw,8000,25\n");

@@ -52,9 +52,10 @@ Outcome gatewayScript(const TempHome& home, const std::string& action) {
                       shellQuoted(home.path()) + " " + action);
 }
 
-Outcome gatewayd(const TempHome& home, const std::string& arguments) {
-    return runCommand(std::string(ZQ_BUILD_DIR) + "/gateway/gatewayd/zqgatewayd " + arguments + " --home " +
-                      shellQuoted(home.path()));
+Outcome gatewayd(const TempHome& home, const std::string& arguments, const std::string& input) {
+    return runCommand(
+        std::string(ZQ_BUILD_DIR) + "/gateway/gatewayd/zqgatewayd " + arguments + " --home " + shellQuoted(home.path()),
+        input);
 }
 
 std::string GatewayRun::script(const std::string& action) {
@@ -75,6 +76,12 @@ std::string GatewayRun::apiUrl(const std::string& path) const {
     return "http://127.0.0.1:" + std::to_string(base_) + path;
 }
 
+Outcome GatewayRun::telmictl(const std::string& arguments, const std::string& moreInput) const {
+    return runCommand(
+        std::string(ZQ_BUILD_DIR) + "/gateway/telmictl/telmictl --gateway " + apiUrl("") + " " + arguments,
+        adminPassword_ + "\n" + moreInput);
+}
+
 Outcome GatewayRun::api(const std::string& method, const std::string& path, const std::string& body) const {
     std::string arguments = "--digest -X " + method;
     if (!body.empty() || method == "POST") {
@@ -83,16 +90,13 @@ Outcome GatewayRun::api(const std::string& method, const std::string& path, cons
     return curlAs("admin", adminPassword_, arguments + " " + shellQuoted(apiUrl(path)));
 }
 
-std::string GatewayRun::registerDevice(int protocol, const std::string& deviceID, unsigned short port) const {
+std::string GatewayRun::registerDevice(int protocol, const std::string& deviceID, unsigned short port,
+                                       unsigned short rtspPort) const {
     const Outcome reply =
         api("POST", "/api/devices",
-            "{\"protocol\":" + std::to_string(protocol) + ",\"deviceID\":\"" + deviceID + "\",\"name\":\"" + deviceID +
-                " camera\",\"category\":1,\"telmiAddress\":"
-                "\"http://127.0.0.1:" +
-                std::to_string(port) +
-                "\",\"rtspAddress\":"
-                "\"rtsp://127.0.0.1:" +
-                std::to_string(port) + "\"}");
+            R"({"protocol":)" + std::to_string(protocol) + R"(,"deviceID":")" + deviceID + R"(","name":")" + deviceID +
+                R"( camera","category":1,"telmiAddress":"http://127.0.0.1:)" + std::to_string(port) +
+                R"(","rtspAddress":"rtsp://127.0.0.1:)" + std::to_string(rtspPort == 0 ? port : rtspPort) + R"("})");
     EXPECT_EQ(reply.status, 201) << reply.out;
     return reply.json()["deviceIndex"].asString();
 }

@@ -27,8 +27,8 @@ private:
 
 // scripts/gateway.sh --home HOME action: its output and exit status.
 Outcome gatewayScript(const TempHome& home, const std::string& action);
-// zqgatewayd with these arguments (shell syntax) on home.
-Outcome gatewayd(const TempHome& home, const std::string& arguments);
+// zqgatewayd with these arguments (shell syntax) on home, input on its standard input.
+Outcome gatewayd(const TempHome& home, const std::string& arguments, const std::string& input = "");
 
 class GatewayRun {
 public:
@@ -56,8 +56,12 @@ public:
     // A management API call as admin, through curl --digest.
     Outcome api(const std::string& method, const std::string& path, const std::string& body = "") const;
     std::string apiUrl(const std::string& path) const;
-    // Registers a stand-in device (protocol 2 Tarn, 4 Tarn5) at 127.0.0.1:port; its index.
-    std::string registerDevice(int protocol, const std::string& deviceID, unsigned short port) const;
+    // telmictl (arguments in shell syntax) as admin: the admin password on standard input, then moreInput.
+    Outcome telmictl(const std::string& arguments, const std::string& moreInput = "") const;
+    // Registers a device (protocol 2 Tarn, 4 Tarn5) at 127.0.0.1:port, its RTSP source at rtspPort
+    // when given; its index.
+    std::string registerDevice(int protocol, const std::string& deviceID, unsigned short port,
+                               unsigned short rtspPort = 0) const;
 
 private:
     TempHome home_;

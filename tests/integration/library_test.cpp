@@ -15,10 +15,7 @@
 #include "ZQGatewayDevices.h"
 #include "ZQTELMIMgrBus.h"
 
-using gwtest::inChild;
-using gwtest::listening;
-using gwtest::registerDevice;
-using gwtest::TempHome;
+using namespace gwtest;
 using namespace ZQTELMIMgrBus;
 
 namespace {
@@ -32,7 +29,7 @@ void* library() {
 #define ZQ_CALL(name) (*reinterpret_cast<decltype(&name)>(dlsym(library(), #name)))
 
 void useSettings(unsigned short firstPort) {
-    gwtest::changeSettings([firstPort](ZQGateway::tagGatewaySettings& s) {
+    changeSettings([firstPort](ZQGateway::tagGatewaySettings& s) {
         s.httpPortFirst = firstPort;
         s.httpPortLast = static_cast<uint16_t>(firstPort + 9);
         s.rtspPortFirst = static_cast<uint16_t>(firstPort + 10);
@@ -57,18 +54,18 @@ std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIPort>> portList() {
 // Two processes bind at once; what they bind, nginx and the media daemon serve.
 TEST(LibraryOnGatewayTest, BindingsFromTwoProcessesDriveNginxAndTheMediaRelay) {
     TempHome home;
-    const unsigned short first = gwtest::testPortBlock(22);
+    const unsigned short first = testPortBlock(22);
     std::string cameraAddress;
-    const auto camera = gwtest::simulatedCamera(first + 20, cameraAddress);
+    const auto camera = simulatedCamera(first + 20, cameraAddress);
     inChild(home, [&] {
         useSettings(first);
         registerDevice(4, "CAM-1", cameraAddress);
         registerDevice(4, "CAM-2", cameraAddress);
     });
     // The daemon detaches once its command socket listens; the home's end stops it.
-    gwtest::runShell(std::string(ZQ_MEDIAD_PATH) + " --home " + home.path());
+    runShell(std::string(ZQ_MEDIAD_PATH) + " --home " + home.path());
     auto binder = [&home](const char* deviceId) {
-        return gwtest::startChild(home, [deviceId] {
+        return startChild(home, [deviceId] {
             std::vector<tagBindPortRet> rets;
             ASSERT_EQ(ZQ_CALL(ZQ_TELMIMgrBus_BindPort)(rets, {deviceId}), 0);
             ASSERT_EQ(rets.size(), 1u);
@@ -76,7 +73,7 @@ TEST(LibraryOnGatewayTest, BindingsFromTwoProcessesDriveNginxAndTheMediaRelay) {
         });
     };
     const int a = binder("CAM-1"), b = binder("CAM-2");
-    if (!gwtest::finished(a) || !gwtest::finished(b)) {
+    if (!finished(a) || !finished(b)) {
         return;
     }
     inChild(home, [] {
@@ -86,17 +83,17 @@ TEST(LibraryOnGatewayTest, BindingsFromTwoProcessesDriveNginxAndTheMediaRelay) {
         const unsigned short rtspPort = ports[0]->getRtspPort();
         const std::string unbound = ports[0]->getPortIndex();
         EXPECT_EQ((std::set<unsigned short> {nginxPort, rtspPort, takenPort, ports[1]->getRtspPort()}).size(), 4u);
-        EXPECT_TRUE(gwtest::eventually([&] { return listening(nginxPort) && listening(takenPort); }))
+        EXPECT_TRUE(eventually([&] { return listening(nginxPort) && listening(takenPort); }))
             << "both processes' ports reached the one nginx";
-        EXPECT_EQ(gwtest::ffprobe(rtspPort), "pcm_mulaw,8000,25\n") << "an RTSP session through the relay";
+        EXPECT_EQ(ffprobe(rtspPort), "pcm_mulaw,8000,25\n") << "an RTSP session through the relay";
 
         // Another program takes the second port once nginx lets it go.
         int32_t port = takenPort;
         ZQBase::CNginxOper* nginx = ZQBase::CNginxOper::getInstance();
         ASSERT_NE(nginx->ModifyConfig(ZQBase::delListenPort, &port, nullptr), 0);
         ASSERT_NE(nginx->Reboot(), 0);
-        ASSERT_TRUE(gwtest::eventually([&] { return !listening(takenPort); }));
-        gwtest::Listener other(takenPort);
+        ASSERT_TRUE(eventually([&] { return !listening(takenPort); }));
+        Listener other(takenPort);
         ASSERT_TRUE(other.ok());
         ports = portList();
         ASSERT_EQ(ports.size(), 2u);
@@ -109,7 +106,7 @@ TEST(LibraryOnGatewayTest, BindingsFromTwoProcessesDriveNginxAndTheMediaRelay) {
         std::vector<int> results;
         ASSERT_EQ(ZQ_CALL(ZQ_TELMIMgrBus_UnbindPort)(results, {unbound}), 0);
         EXPECT_EQ(results, std::vector<int> {0});
-        EXPECT_TRUE(gwtest::eventually([&] { return !listening(nginxPort) && !listening(rtspPort); }))
+        EXPECT_TRUE(eventually([&] { return !listening(nginxPort) && !listening(rtspPort); }))
             << "unbinding closed both listeners";
         EXPECT_EQ(portList().size(), 1u);
 

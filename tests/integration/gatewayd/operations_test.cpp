@@ -1,5 +1,5 @@
 // An administrator's operations on real homes: ports owned by one gateway, settings checked
-// before a start, log rotation, backup and restore.
+// before a start and while running, log rotation, backup and restore.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -16,25 +16,6 @@ std::string pidOf(const TempHome& home, const std::string& pidFile) {
     std::string pid;
     std::getline(std::ifstream(home.path() + "/run/" + pidFile), pid);
     return pid;
-}
-
-TEST(Operations, ASecondGatewayRefusesPortsTheFirstHolds) {
-    GatewayRun first;
-    first.start();
-    GatewayRun second;
-    const unsigned short taken = first.apiPort();
-    ASSERT_TRUE(inChild(second.home(), [taken] {
-        changeSettings([taken](ZQGateway::tagGatewaySettings& s) { s.managementPort = taken; });
-    }));
-    const std::string output = second.script("start");
-    EXPECT_NE(output.find("managementPort " + std::to_string(taken) + " is already in use by nginx (pid "),
-              std::string::npos)
-        << output;
-    EXPECT_EQ(output.find("zqgatewayd: running"), std::string::npos) << output;
-    // The first gateway alone answers, every time.
-    for (int i = 0; i < 4; ++i) {
-        EXPECT_EQ(first.api("GET", "/api/telmi").status, 200);
-    }
 }
 
 TEST(Operations, InvalidSettingsAreRefusedByCheckAndStart) {
@@ -69,34 +50,60 @@ TEST(Operations, InvalidSettingsAreRefusedByCheckAndStart) {
     EXPECT_EQ(gatewayd(home, "check").status, 0);
 }
 
-TEST(Operations, HangUpReopensTheLogAfterRotation) {
-    GatewayRun gateway;
-    gateway.start();
-    const std::string log = gateway.home().path() + "/log/gateway.log";
+TEST(Operations, ASecondHomeRefusesTheFirstsPortsLogsReopenAndABackupOfTheRunningHomeRestoresIntoTheSecond) {
+    GatewayRun original;
+    TwoDevices devices(original);
+    GatewayRun fresh;
+    const unsigned short taken = original.apiPort();
+    ASSERT_TRUE(inChild(fresh.home(), [taken] {
+        changeSettings([taken](ZQGateway::tagGatewaySettings& s) { s.managementPort = taken; });
+    }));
+    const std::string refused = fresh.script("start");
+    EXPECT_NE(refused.find("managementPort " + std::to_string(taken) + " is already in use by nginx (pid "),
+              std::string::npos)
+        << refused;
+    EXPECT_EQ(refused.find("zqgatewayd: running"), std::string::npos) << refused;
+    fresh.script("stop");  // the media daemon it started
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(original.api("GET", "/api/telmi").status, 200) << "the first gateway alone answers, every time";
+    }
+
+    // A hang-up reopens the log after its rotation.
+    const std::string log = original.home().path() + "/log/gateway.log";
     ASSERT_EQ(std::rename(log.c_str(), (log + ".1").c_str()), 0);
-    runShell("kill -HUP " + pidOf(gateway.home(), "gatewayd.pid") + " " + pidOf(gateway.home(), "mediad.pid"));
+    runShell("kill -HUP " + pidOf(original.home(), "gatewayd.pid") + " " + pidOf(original.home(), "mediad.pid"));
     EXPECT_TRUE(eventually([&log] {
         std::ifstream in(log);
         const std::string text((std::istreambuf_iterator<char>(in)), {});
         return text.find("[GATEWAYD] log files reopened") != std::string::npos &&
                text.find("[MEDIAD] log file reopened") != std::string::npos;
     }));
-    const std::string status = gateway.script("status");
+    const std::string status = original.script("status");
     EXPECT_NE(status.find("zqgatewayd: running"), std::string::npos) << status;
     EXPECT_NE(status.find("zqmediad: running"), std::string::npos) << status;
-    EXPECT_EQ(gateway.api("GET", "/api/telmi").status, 200);
-}
 
-TEST(Operations, BackupOfARunningHomeRestoresIntoAFreshOne) {
-    GatewayRun original;
-    TwoDevices devices(original);
+    // The running service checks its settings file as an editor saves it: replaced whole.
+    const std::string path = original.home().path() + "/gateway.json";
+    std::ifstream in(path);
+    const std::string valid((std::istreambuf_iterator<char>(in)), {});
+    const auto save = [&path](const std::string& text) {
+        std::ofstream(path + ".new") << text;
+        ASSERT_EQ(std::rename((path + ".new").c_str(), path.c_str()), 0);
+    };
+    save("{\"lockPeriodSecs\": 60, " + valid.substr(valid.find('{') + 1));
+    EXPECT_EQ(original.telmictl("config check").withOut(),
+              "1 " + path + ": lockPeriodSecs: unknown key (did you mean \"lockPeriodSec\"?)\n");
+    save(valid);
+    EXPECT_EQ(original.telmictl("config check").withOut(), "0 " + path + ": valid\n");
+
+    // A backup of the running home takes its settings, users, bindings, lock-outs and admin
+    // password into the second home.
     for (int i = 0; i < 7; ++i) {
         digestCurl(original.userPort(), "tarnuser", "wrong");
     }
     ASSERT_EQ(digestCurl(original.userPort(), "tarnuser", kUserPassword).status, 401);  // locked out
     const std::string users = original.api("GET", "/api/users").out;
     const std::string ports = original.api("GET", "/api/ports").out;
-
     const std::string backup = original.home().path() + "/../" + "backup-" + std::to_string(original.apiPort());
     const Outcome written = gatewayd(original.home(), "backup " + shellQuoted(backup));
     ASSERT_EQ(written.status, 0) << written.err;
@@ -106,9 +113,6 @@ TEST(Operations, BackupOfARunningHomeRestoresIntoAFreshOne) {
     EXPECT_NE(gatewayd(original.home(), "restore " + shellQuoted(backup)).err.find("is running (zqgatewayd)"),
               std::string::npos);
     original.script("stop");
-
-    // The restored home takes the original's settings, ports and admin password with it.
-    GatewayRun fresh;
     const Outcome restored = gatewayd(fresh.home(), "restore " + shellQuoted(backup));
     ::unlink(backup.c_str());
     ASSERT_EQ(restored.status, 0) << restored.err;

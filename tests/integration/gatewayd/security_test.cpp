@@ -1,23 +1,19 @@
 // What a local user or a remote client must not be able to lift from a running gateway
 // (scripts/gateway.sh over a temporary home): the services' users, the home's files, passwords
 // on command lines, and device addresses that lead back into the gateway.
-#include <dirent.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <grp.h>
 #include <pwd.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
-#include <cctype>
-#include <map>
+#include <filesystem>
 #include <set>
 #include <sstream>
 #include <string>
 #include <thread>
+#include <tuple>
 
 #include "GatewayRun.h"
 #include "ZQGatewayDevices.h"
@@ -45,130 +41,31 @@ std::string readText(const std::string& path) {
     return text;
 }
 
-// Every process's command line, over and over until stopped, as ps would show them.
-class CommandLineWatch {
-public:
-    CommandLineWatch()
-        : thread_([this] {
-              while (!stop_) {
-                  sample();
-              }
-          }) {}
-    std::set<std::string> stop() {
-        stop_ = true;
-        thread_.join();
-        return seen_;
-    }
-
-private:
-    void sample() {
-        DIR* proc = ::opendir("/proc");
-        while (const dirent* entry = proc == nullptr ? nullptr : ::readdir(proc)) {
-            if (std::isdigit(static_cast<unsigned char>(entry->d_name[0]))) {
-                std::string line = readText(std::string("/proc/") + entry->d_name + "/cmdline");
-                std::replace(line.begin(), line.end(), '\0', ' ');
-                seen_.insert(line);
-            }
-        }
-        if (proc != nullptr) {
-            ::closedir(proc);
-        }
-    }
-    std::atomic<bool> stop_ {false};
-    std::set<std::string> seen_;
-    std::thread thread_;
-};
-
-// The Uid: line of a process's status: real, effective, saved and file system uids.
-std::string uidsOf(pid_t pid) {
-    std::istringstream status(readText("/proc/" + std::to_string(pid) + "/status"));
-    for (std::string line; std::getline(status, line);) {
-        if (line.rfind("Uid:", 0) == 0) {
-            return line;
-        }
-    }
-    return "";
-}
-
-pid_t pidIn(const std::string& file) { return static_cast<pid_t>(std::atoi(readText(file).c_str())); }
-
-// The daemons, nginx's master and its workers.
-std::vector<pid_t> gatewayProcesses(const std::string& home) {
-    std::vector<pid_t> pids {pidIn(home + "/run/gatewayd.pid"), pidIn(home + "/run/mediad.pid"),
-                             pidIn(home + "/nginx/nginx.pid")};
-    const std::string master = std::to_string(pids.back());
-    DIR* proc = ::opendir("/proc");
-    while (const dirent* entry = proc == nullptr ? nullptr : ::readdir(proc)) {
-        std::istringstream stat(readText(std::string("/proc/") + entry->d_name + "/stat"));
-        std::string pid, name, state, parent;
-        if (stat >> pid >> name >> state >> parent && parent == master) {
-            pids.push_back(std::atoi(pid.c_str()));
-        }
-    }
-    if (proc != nullptr) {
-        ::closedir(proc);
-    }
-    return pids;
-}
-
-// path -> lstat of everything under dir.
-void listTree(const std::string& dir, std::map<std::string, struct stat>& entries) {
-    DIR* listing = ::opendir(dir.c_str());
-    while (const dirent* entry = listing == nullptr ? nullptr : ::readdir(listing)) {
-        const std::string name = entry->d_name;
-        if (name == "." || name == "..") {
-            continue;
-        }
-        struct stat st {};
-        ::lstat((dir + "/" + name).c_str(), &st);
-        entries[dir + "/" + name] = st;
-        if (S_ISDIR(st.st_mode)) {
-            listTree(dir + "/" + name, entries);
-        }
-    }
-    if (listing != nullptr) {
-        ::closedir(listing);
-    }
-}
-
-// How many of the paths the user nobody can open for reading (run in a child that becomes it).
-int readableByNobody(const std::vector<std::string>& paths) {
-    const passwd* nobody = ::getpwnam("nobody");
-    const pid_t child = ::fork();
-    if (child == 0) {
-        int opened = 0;
-        if (nobody == nullptr || ::setgroups(0, nullptr) != 0 || ::setgid(nobody->pw_gid) != 0 ||
-            ::setuid(nobody->pw_uid) != 0) {
-            ::_exit(100);
-        }
-        for (const std::string& path : paths) {
-            const int fd = ::open(path.c_str(), O_RDONLY);
-            opened += fd >= 0 ? 1 : 0;
-        }
-        ::_exit(opened);
-    }
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-}  // namespace
-
-TEST(GatewaySecurity, ServicesRunAsTheServiceUserInAPrivateHomeAndNoPasswordIsShown) {
+TEST(GatewaySecurity, ServicesRunAsTheServiceUserInAPrivateHomeShowNoPasswordAndRefuseDevicesLeadingBackIn) {
     GatewayRun gateway;
     const std::string home = gateway.home().path();
-    CommandLineWatch commandLines;
+    // Every process's command line, over and over while the gateway starts and serves, as ps shows them.
+    std::atomic<bool> watching {true};
+    std::set<std::string> seen;
+    std::thread watch([&] {
+        while (watching) {
+            std::error_code ignored;
+            for (const auto& process : std::filesystem::directory_iterator("/proc", ignored)) {
+                std::string line = readText(process.path() / "cmdline");
+                std::replace(line.begin(), line.end(), '\0', ' ');
+                seen.insert(line);
+            }
+        }
+    });
     gateway.start();
     ASSERT_EQ(gateway.api("PUT", "/api/telmi", R"({"enabled":1})").status, 200);
     gateway.registerDevice(2, "CAM001", gateway.freePort(0));
-    const Outcome added =
-        runCommand(std::string(ZQ_TELMICTL_PATH) + " --gateway " + gateway.apiUrl("") + " user add alice=CAM001",
-                   gateway.adminPassword() + "\n" + kUserPassword + "\n");
-    ASSERT_EQ(added.status, 0) << added.out << added.err;
+    const Outcome added = gateway.telmictl("user add alice=CAM001", kUserPassword + "\n");
+    EXPECT_EQ(added.status, 0) << added.out << added.err;
     EXPECT_EQ(curl("http://127.0.0.1:" + std::to_string(gateway.userPort()) + "/TELMI/x").status, 401)
         << "a challenge: the nonce key exists";
-    const std::set<std::string> seen = commandLines.stop();
-
+    watching = false;
+    watch.join();
     EXPECT_TRUE(std::any_of(seen.begin(), seen.end(), [](const std::string& line) {
         return line.find("zqmediad --home") != std::string::npos;
     })) << "the watch saw the gateway's programs";
@@ -180,63 +77,57 @@ TEST(GatewaySecurity, ServicesRunAsTheServiceUserInAPrivateHomeAndNoPasswordIsSh
         EXPECT_THAT(readText(home + "/log/gateway.log"), Not(HasSubstr(secret)));
     }
 
+    // The daemons, nginx's master and its workers: real, effective, saved and file system user ids.
     const bool root = ::geteuid() == 0;
     const passwd* serviceUser = ::getpwnam("zqgateway");
     ASSERT_TRUE(!root || serviceUser != nullptr) << "started by root, the gateway made its service user";
-    const uid_t expected = root ? serviceUser->pw_uid : ::getuid();
-    const std::string uids = "Uid:\t" + std::to_string(expected) + "\t" + std::to_string(expected) + "\t" +
-                             std::to_string(expected) + "\t" + std::to_string(expected);
-    const std::vector<pid_t> processes = gatewayProcesses(home);
-    EXPECT_GE(processes.size(), 4u) << "the daemons, nginx's master and at least one worker";
-    for (const pid_t pid : processes) {
-        EXPECT_EQ(uidsOf(pid), uids) << "process " << pid << ": "
-                                     << readText("/proc/" + std::to_string(pid) + "/cmdline");
+    const std::string uid = std::to_string(root ? serviceUser->pw_uid : ::getuid());
+    const std::string pidOf = "$(cat " + home;
+    std::istringstream processes(runShell("ps -o ruid=,euid=,suid=,fsuid=,args= -p \"" + pidOf + "/run/gatewayd.pid) " +
+                                          pidOf + "/run/mediad.pid) " + pidOf + "/nginx/nginx.pid)\" --ppid " + pidOf +
+                                          "/nginx/nginx.pid)"));
+    int count = 0;
+    for (std::string line; std::getline(processes, line); ++count) {
+        EXPECT_THAT(line, testing::ContainsRegex("^ *" + uid + " +" + uid + " +" + uid + " +" + uid + " "));
     }
+    EXPECT_GE(count, 4) << "the daemons, nginx's master and at least one worker";
     EXPECT_THAT(readText(home + "/nginx/nginx.conf"), Not(HasSubstr("\nuser "))) << "no user line to switch to";
 
-    std::map<std::string, struct stat> entries;
-    listTree(home, entries);
-    const std::vector<std::string> secrets = {home + "/devices.db",     home + "/devices.db-wal",
-                                              home + "/devices.db-shm", home + "/gateway.json",
-                                              home + "/nonce.key",      home + "/admin-password"};
-    for (const std::string& path : secrets) {
-        EXPECT_EQ(entries.count(path), 1u) << path << " exists in a running home";
+    // Every file of the running home, the WAL and shm included, is its owner's alone.
+    std::string secrets;
+    for (const char* name :
+         {"devices.db", "devices.db-wal", "devices.db-shm", "gateway.json", "nonce.key", "admin-password"}) {
+        EXPECT_TRUE(std::filesystem::exists(home + "/" + name)) << name << " exists in a running home";
+        secrets += " " + home + "/" + name;
     }
-    struct stat self {};
-    ::stat(home.c_str(), &self);
-    entries[home] = self;
-    for (const auto& [path, st] : entries) {
-        EXPECT_EQ(st.st_mode & 077, 0u) << path << " is open to others: " << std::oct << st.st_mode;
-        EXPECT_EQ(st.st_uid, expected) << path;
-    }
+    EXPECT_EQ(runShell("find " + home + " -perm /077 -o ! -uid " + uid), "") << "open to others, or not the owner's";
     if (root) {
-        EXPECT_EQ(readableByNobody(secrets), 0) << "another local user reads none of the secrets";
+        EXPECT_EQ(runShell("for f in" + secrets +
+                           "; do setpriv --reuid=nobody --regid=nogroup --clear-groups cat \"$f\" >/dev/null 2>&1 "
+                           "&& echo \"$f\"; done"),
+                  "")
+            << "another local user reads none of the secrets";
+    }
+
+    // Its settings allow loopback devices (127.0.0.0/8), as the tests' devices need, but never the
+    // gateway's own ports; link-local, multicast and named hosts no network allows.
+    const std::string api = std::to_string(gateway.apiPort());
+    for (const auto& [telmi, rtsp, why] : std::vector<std::tuple<std::string, std::string, std::string>> {
+             {"", "rtsp://127.0.0.1:" + api, "leads to port " + api + " of the gateway itself"},
+             {"http://127.0.0.1:" + api, "", "of the gateway itself"},
+             {"http://[::ffff:127.0.0.1]:" + std::to_string(gateway.userPort()), "", "of the gateway itself"},
+             {"", "rtsp://0.0.0.0:" + std::to_string(gateway.firstHttpPort()), "of the gateway itself"},
+             {"http://169.254.10.1:80", "", "which no network of allowedDeviceNetworks holds"},
+             {"", "rtsp://[fe80::1]:554", "which no network of allowedDeviceNetworks holds"},
+             {"", "rtsp://[ff02::1]:554", "a multicast address"},
+             {"http://camera.example:80", "", "names are never resolved"}}) {
+        const Outcome refused = gateway.api(
+            "POST", "/api/devices",
+            R"({"protocol":2,"deviceID":"BAD","telmiAddress":")" + telmi + R"(","rtspAddress":")" + rtsp + R"("})");
+        EXPECT_EQ(refused.status, 400) << telmi << rtsp << ": " << refused.out;
+        EXPECT_EQ(refused.json()["error"]["code"].asInt(), ZQGateway::storeAddressRefused) << refused.out;
+        EXPECT_THAT(refused.json()["error"]["message"].asString(), HasSubstr(why));
     }
 }
 
-TEST(GatewaySecurity, DeviceAddressesLeadingBackIntoTheGatewayAreRefused) {
-    GatewayRun gateway;  // its settings allow loopback devices (127.0.0.0/8), as the tests' devices need
-    gateway.start();
-    const auto add = [&gateway](const std::string& id, const std::string& telmi, const std::string& rtsp) {
-        return gateway.api("POST", "/api/devices",
-                           R"({"protocol":2,"deviceID":")" + id + R"(","telmiAddress":")" + telmi +
-                               R"(","rtspAddress":")" + rtsp + R"("})");
-    };
-    const std::string api = std::to_string(gateway.apiPort()), user = std::to_string(gateway.userPort());
-    for (const auto& [telmi, rtsp] : std::vector<std::pair<std::string, std::string>> {
-             {"", "rtsp://127.0.0.1:" + api},  // the loopback-only API on a public RTSP port
-             {"http://127.0.0.1:" + api, ""},
-             {"http://[::ffff:127.0.0.1]:" + user, ""},
-             {"", "rtsp://0.0.0.0:" + std::to_string(gateway.firstHttpPort())},
-             {"http://169.254.10.1:80", ""},  // link-local, no allowed network holds it
-             {"", "rtsp://[fe80::1]:554"},
-             {"", "rtsp://[ff02::1]:554"},
-             {"http://camera.example:80", ""}}) {
-        const Outcome refused = add("BAD", telmi, rtsp);
-        EXPECT_EQ(refused.status, 400) << telmi << rtsp << ": " << refused.out;
-        EXPECT_EQ(refused.json()["error"]["code"].asInt(), ZQGateway::storeAddressRefused) << refused.out;
-    }
-    const Outcome allowed = add("GOOD", "http://127.0.0.1:" + std::to_string(gateway.freePort(0)),
-                                "rtsp://127.0.0.1:" + std::to_string(gateway.freePort(0)));
-    EXPECT_EQ(allowed.status, 201) << allowed.out;
-}
+}  // namespace

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <random>
 #include <set>
 
@@ -31,15 +32,19 @@ public:
     // One random step; its name.
     std::string step() {
         switch (pick(9)) {
-            case 0: return bind();
+            case 0: return api("POST", "/api/ports", R"({"deviceIDs":[")" + freeDevice("portBound") + R"("]})"), "bind";
             case 1:
-                return call("POST", "/api/ports/unbind", R"({"portIndexes":[")" + any(bindings()) + R"("]})"), "unbind";
+                return api("POST", "/api/ports/unbind", R"({"portIndexes":[")" + any(bindings()) + R"("]})"), "unbind";
             case 2: return addDevice();
-            case 3: return call("DELETE", "/api/devices/" + any(devices(false)), ""), "remove a device";
-            case 4: return call("GET", "/api/ports?start=0&max=500&keyWord=CHAOS", ""), "list ports";
-            case 5: return addUser();
+            case 3: return api("DELETE", "/api/devices/" + any(devices(false))), "remove a device";
+            case 4: return api("GET", "/api/ports?start=0&max=500&keyWord=CHAOS"), "list ports";
+            case 5:
+                return api("POST", "/api/users",
+                           R"({"users":[{"userName":"user)" + std::to_string(++usersAdded_) + R"(","password":")" +
+                               kUserPassword + R"(","deviceID":")" + freeDevice("telmiBound") + R"("}]})"),
+                       "add a user";
             case 6:
-                return call("POST", "/api/users/delete", R"({"userIndexes":[")" + any(users()) + R"("]})"),
+                return api("POST", "/api/users/delete", R"({"userIndexes":[")" + any(users()) + R"("]})"),
                        "delete a user";
             case 7: return kill("run/mediad.pid"), "kill -9 zqmediad";
             default: return kill("nginx/nginx.pid"), "kill -9 nginx";
@@ -52,7 +57,7 @@ public:
         EXPECT_TRUE(eventually([this] { return api("GET", "/api/listeners")["inStep"].asBool(); }))
             << gateway_.api("GET", "/api/listeners").out;
         EXPECT_TRUE(eventually([this] { return listened() == bound(); }))
-            << "listened on: " << listed(listened()) << "; bound: " << listed(bound());
+            << "listened on: " << testing::PrintToString(listened()) << "; bound: " << testing::PrintToString(bound());
         const std::multiset<int> handedOut = boundPorts();
         EXPECT_EQ(std::set<int>(handedOut.begin(), handedOut.end()).size(), handedOut.size())
             << "a port handed out twice";
@@ -83,40 +88,11 @@ private:
     Json::Value api(const std::string& method, const std::string& path, const std::string& body = "") {
         return gateway_.api(method, path, body).json();
     }
-    std::string call(const std::string& method, const std::string& path, const std::string& body) {
-        api(method, path, body);
-        return method + " " + path;
-    }
-
-    std::string bind() {
-        std::vector<std::string> free;
-        const Json::Value devicesList = api("GET", "/api/devices");
-        for (const Json::Value& device : devicesList["devices"]) {
-            if (device["protocol"].asInt() == 4 && device["portBound"].asInt() == 0) {
-                free.push_back(device["deviceID"].asString());
-            }
-        }
-        return call("POST", "/api/ports", R"({"deviceIDs":[")" + any(free) + R"("]})"), "bind";
-    }
     std::string addDevice() {
         if (devices(false).size() < 8) {
             gateway_.registerDevice(4, "CHAOS" + std::to_string(++devicesAdded_), gateway_.freePort(0));
         }
         return "add a device";
-    }
-    std::string addUser() {
-        std::vector<std::string> free;
-        const Json::Value devicesList = api("GET", "/api/devices");
-        for (const Json::Value& device : devicesList["devices"]) {
-            if (device["telmiBound"].asInt() == 0) {
-                free.push_back(device["deviceID"].asString());
-            }
-        }
-        const std::string name = "user" + std::to_string(++usersAdded_);
-        return call("POST", "/api/users",
-                    R"({"users":[{"userName":")" + name + R"(","password":")" + kUserPassword + R"(","deviceID":")" +
-                        any(free) + R"("}]})"),
-               "add a user";
     }
     void kill(const std::string& pidFile) {
         int pid = 0;
@@ -126,26 +102,37 @@ private:
         }
     }
 
-    // The index of every record a list route answers, but the one whose nameKey is spared.
+    // The index (or other member) of every record a list route answers that keep accepts.
     std::vector<std::string> indexes(const std::string& path, const std::string& list, const std::string& index,
-                                     const std::string& nameKey = "", const std::string& spared = "") {
+                                     const std::function<bool(const Json::Value&)>& keep) {
         std::vector<std::string> found;
         const Json::Value answer = api("GET", path);
         for (const Json::Value& record : answer[list]) {
-            if (nameKey.empty() || record[nameKey].asString() != spared) {
+            if (keep(record)) {
                 found.push_back(record[index].asString());
             }
         }
         return found;
     }
-    std::vector<std::string> bindings() { return indexes("/api/ports?start=0&max=500", "ports", "portIndex"); }
+    std::vector<std::string> bindings() {
+        return indexes("/api/ports?start=0&max=500", "ports", "portIndex", [](const Json::Value&) { return true; });
+    }
     // Device indexes; the lock-out keeper's only when withKeeper.
     std::vector<std::string> devices(bool withKeeper) {
-        return indexes("/api/devices", "devices", "deviceIndex", "deviceID", withKeeper ? "" : "CHAOSKEEP");
+        return indexes("/api/devices", "devices", "deviceIndex",
+                       [withKeeper](const Json::Value& d) { return withKeeper || d["deviceID"] != "CHAOSKEEP"; });
     }
     // User indexes, the lock-out keeper's left out.
     std::vector<std::string> users() {
-        return indexes("/api/users?start=0&max=500", "users", "userIndex", "userName", "keeper");
+        return indexes("/api/users?start=0&max=500", "users", "userIndex",
+                       [](const Json::Value& u) { return u["userName"] != "keeper"; });
+    }
+    // The access ID of a device that boundKey ("portBound", "telmiBound") says is free; a Tarn5
+    // one for a binding.
+    std::string freeDevice(const std::string& boundKey) {
+        return any(indexes("/api/devices", "devices", "deviceID", [&boundKey](const Json::Value& d) {
+            return d[boundKey].asInt() == 0 && (boundKey != "portBound" || d["protocol"].asInt() == 4);
+        }));
     }
 
     std::set<int> listened() {
@@ -173,14 +160,6 @@ private:
         const std::multiset<int> ports = boundPorts();
         return {ports.begin(), ports.end()};
     }
-    static std::string listed(const std::set<int>& ports) {
-        std::string text;
-        for (int port : ports) {
-            text += std::to_string(port) + " ";
-        }
-        return text;
-    }
-
     GatewayRun& gateway_;
     std::mt19937 random_;
     int devicesAdded_ = 0;

@@ -20,23 +20,8 @@ std::string field(const char (&text)[N]) {
     return std::string(text, strnlen(text, N));
 }
 
-template <class Records>
-int eraseByIndex(Records& records, const std::string& index) {
-    auto it = std::find_if(records.begin(), records.end(), [&](const auto& r) { return r->index == index; });
-    if (it == records.end()) {
-        return fake::kStoreNotFound;
-    }
-    records.erase(it);
-    return 0;
-}
-
 std::string userDetail(const ZQDeviceMgr::tagTELMIUser& rec) {
     return field(rec.userName) + " dev=" + field(rec.deviceIndex) + " ha1=" + field(rec.digestHA1);
-}
-
-template <class Records>
-bool deviceHolds(const Records& records, const std::string& deviceIndex) {
-    return std::any_of(records.begin(), records.end(), [&](const auto& r) { return r->deviceIndex == deviceIndex; });
 }
 
 // Like the gateway's store: an account needs a device of its own and a name no other has.
@@ -46,7 +31,7 @@ int addUser(std::shared_ptr<CTELMIUser>& user, const ZQDeviceMgr::tagTELMIUser& 
     if (!platform.findDevice(deviceIndex)) {
         return fake::kStoreNotFound;
     }
-    if (deviceHolds(platform.users, deviceIndex) ||
+    if (fake::holdsDevice(platform.users, deviceIndex) ||
         std::any_of(platform.users.begin(), platform.users.end(), [&](const auto& u) { return u->name == name; })) {
         return fake::kStoreRefused;
     }
@@ -86,7 +71,7 @@ int ZQ_DeviceMgr_ModifyTELMIUser(const std::string& userIndex, const ZQDeviceMgr
 
 int ZQ_DeviceMgr_DelTELMIUser(const std::string& userIndex) {
     return fakePlatform().perform("store.DelTELMIUser", userIndex,
-                                  [&] { return eraseByIndex(fakePlatform().users, userIndex); });
+                                  [&] { return fake::eraseByIndex(fakePlatform().users, userIndex); });
 }
 
 std::shared_ptr<CTELMIUser> ZQ_DeviceMgr_GetTELMIUser(std::string userIndex) {
@@ -109,7 +94,7 @@ int ZQ_DeviceMgr_BindTELMIPort(std::shared_ptr<CTELMIPort>& port, const ZQDevice
             return int(fake::kStoreNotFound);
         }
         // One binding per device, and an HTTP port serves one device.
-        if (deviceHolds(platform.ports, deviceIndex) ||
+        if (fake::holdsDevice(platform.ports, deviceIndex) ||
             std::any_of(platform.ports.begin(), platform.ports.end(),
                         [&](const auto& p) { return p->httpPort == rec.httpPort; })) {
             return int(fake::kStoreRefused);
@@ -121,7 +106,7 @@ int ZQ_DeviceMgr_BindTELMIPort(std::shared_ptr<CTELMIPort>& port, const ZQDevice
 
 int ZQ_DeviceMgr_UnbindTELMIPort(const std::string& portIndex) {
     return fakePlatform().perform("store.UnbindTELMIPort", portIndex,
-                                  [&] { return eraseByIndex(fakePlatform().ports, portIndex); });
+                                  [&] { return fake::eraseByIndex(fakePlatform().ports, portIndex); });
 }
 
 int ZQ_DeviceMgr_GetTELMIPort(std::shared_ptr<CTELMIPort>& port, const std::string& portIndex) {

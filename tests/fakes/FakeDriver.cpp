@@ -5,6 +5,7 @@
 #include <regex>
 
 #include "FakePlatform.h"
+#include "JsonText.h"
 
 using fake::fakePlatform;
 using fake::lockPlatform;
@@ -12,12 +13,6 @@ using fake::lockPlatform;
 namespace fake {
 
 namespace {
-
-std::string compact(const Json::Value& value) {
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    return Json::writeString(builder, value);
-}
 
 Json::Value listenStatus(const std::string& devIndex, unsigned short port, bool listening) {
     Json::Value status;
@@ -66,7 +61,7 @@ std::string wellBehavedAnswer(const Json::Value& request) {
             }
         }
     }
-    return compact(answer);
+    return gwapi::compactJson(answer);
 }
 
 }  // namespace

@@ -71,8 +71,7 @@ std::shared_ptr<FakePort> FakePlatform::addPort(const std::string& deviceIndex, 
 
 void FakePlatform::removeDevice(const std::string& index) {
     std::lock_guard<std::recursive_mutex> lock(mutex);
-    devices.erase(std::remove_if(devices.begin(), devices.end(), [&](const auto& d) { return d->index == index; }),
-                  devices.end());
+    eraseByIndex(devices, index);
 }
 
 void FakePlatform::notify(ZQDeviceMgr::tagNotifyType type, const std::string& deviceIndex) {

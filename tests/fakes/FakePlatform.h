@@ -38,6 +38,27 @@ void set(T& field, const T& value) {
     field = value;
 }
 
+// Whether any of the records (users or bindings) names the device.
+template <class Records>
+bool holdsDevice(const Records& records, const std::string& deviceIndex) {
+    return std::any_of(records.begin(), records.end(), [&](const auto& r) { return r->deviceIndex == deviceIndex; });
+}
+
+template <class Records>
+auto findByIndex(Records& records, const std::string& index) {
+    return std::find_if(records.begin(), records.end(), [&](const auto& r) { return r->index == index; });
+}
+// Removes the record of this index: 0, or kStoreNotFound.
+template <class Records>
+int eraseByIndex(Records& records, const std::string& index) {
+    auto it = findByIndex(records, index);
+    if (it == records.end()) {
+        return kStoreNotFound;
+    }
+    records.erase(it);
+    return 0;
+}
+
 // A record's failure counts and unlock times per lock key; tests may preset them.
 struct FakeRecordLocks {
     int getLockNum(int slot, const char* key, int add);
@@ -212,7 +233,7 @@ private:
     template <class Record>
     std::shared_ptr<Record> find(const std::vector<std::shared_ptr<Record>>& records, const std::string& index) {
         std::lock_guard<std::recursive_mutex> lock(mutex);
-        auto it = std::find_if(records.begin(), records.end(), [&](const auto& r) { return r->index == index; });
+        auto it = findByIndex(records, index);
         return it == records.end() ? nullptr : *it;
     }
     template <class Record>

@@ -13,11 +13,6 @@ std::string lockDetail(int slot, const char* key, int add = -1) {
     return std::string("key=") + key + " slot=" + std::to_string(slot) +
            (add >= 0 ? " add=" + std::to_string(add) : "");
 }
-
-template <class Records>
-int boundIn(const Records& records, const std::string& deviceIndex) {
-    return std::any_of(records.begin(), records.end(), [&](const auto& r) { return r->deviceIndex == deviceIndex; });
-}
 }  // namespace
 
 int FakeRecordLocks::getLockNum(int slot, const char* key, int add) {
@@ -47,12 +42,12 @@ int FakeRecordLocks::destroyLock(int slot, const char* key) {
 
 int FakeDevice::getTELMIBoundStatus() const {
     auto lock = lockPlatform();
-    return boundIn(fakePlatform().users, index);
+    return holdsDevice(fakePlatform().users, index);
 }
 
 int FakeDevice::getTELMIPortBoundStatus() const {
     auto lock = lockPlatform();
-    return boundIn(fakePlatform().ports, index);
+    return holdsDevice(fakePlatform().ports, index);
 }
 
 }  // namespace fake

@@ -103,7 +103,6 @@ TEST_F(MediaTest, ExchangeFailuresAreLoggedForTheCallerAndReleaseOnlyBuffersHand
     EXPECT_EQ(lastLog(5), "DriverCIf_InputCmdByDevSyn return rsp={\"data\": err.");
 
     platform().privateCfgPresent = false;
-    EXPECT_EQ(mgr().notifyMediaTELMIPort({order("a", 1, 1)}), 0);
     EXPECT_EQ(retry(), std::pair(9, 0));
     EXPECT_EQ(platform().mediaCommands.size(), 4u) << "nothing is sent without the configuration";
     EXPECT_EQ(lastLog(5), "get basicCfg ptr error.");

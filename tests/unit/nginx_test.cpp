@@ -1,4 +1,3 @@
-#include <list>
 #include <string>
 #include <vector>
 
@@ -7,22 +6,6 @@
 namespace {
 
 using NginxTest = LibraryTest;
-
-TEST_F(NginxTest, PidListIsAppendedToAndUntouchedOnFailure) {
-    platform().nginxPids = {7, 8};
-    std::list<int> pids {5};
-    EXPECT_EQ(mgr().getNginxPidList(pids), 1);
-    EXPECT_THAT(pids, ElementsAre(5, 7, 8));
-    EXPECT_EQ(messagesAt(2).size(), 2u);
-    EXPECT_TRUE(platform().logged(2, "[%s(%d)] Nginx pid=%d"));
-
-    platform().nginxPids.clear();
-    EXPECT_EQ(mgr().getNginxPidList(pids), 1) << "no nginx running is still a successful read";
-    platform().inject("nginx.getPid", 0);
-    EXPECT_EQ(mgr().getNginxPidList(pids), 0);
-    EXPECT_THAT(pids, ElementsAre(5, 7, 8));
-    EXPECT_TRUE(platform().logged(5, "[%s(%d)] Get nginx Pid list failed"));
-}
 
 TEST_F(NginxTest, StartAnnouncesMediaThenQuitsNginxThenEditsEveryHttpPortGoingOnPastFailures) {
     platform().addPort("dev1", 8001, 554);
@@ -75,10 +58,12 @@ TEST_F(NginxTest, HttpStatusIsOneOnlyForPortsNginxHolds) {
     platform().inject("nginx.getPid", 0);
     EXPECT_EQ(mgr().updateNgixTELMIPortStatus(ports), 9);
     EXPECT_THAT(eachOf(platform().ports, &fake::FakePort::httpStatus), ElementsAre(-1, -1, -1));
+    EXPECT_TRUE(platform().logged(5, "[%s(%d)] Get nginx Pid list failed"));
     EXPECT_EQ(mgr().updateNgixTELMIPortStatus(ports), 0);
     EXPECT_THAT(eachOf(platform().ports, &fake::FakePort::httpStatus), ElementsAre(0, 1, 0))
         << "free, held by nginx, held by another program";
     EXPECT_THAT(platform().journalWith("nginx.getPid"), ElementsAre("nginx.getPid", "nginx.getPid"));
+    EXPECT_TRUE(platform().logged(2, "[%s(%d)] Nginx pid=%d"));
     EXPECT_THAT(platform().journalWith("base.CheckPortOccupy"),
                 ElementsAre("base.CheckPortOccupy 8002 ip=0.0.0.0 mode=1 pids=41,42",
                             "base.CheckPortOccupy 8003 ip=0.0.0.0 mode=1 pids=41,42"));

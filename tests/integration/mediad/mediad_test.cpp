@@ -1,11 +1,13 @@
 // The media daemon zqmediad as the gateway runs it: a separate process over a temporary home,
-// driven through the real libDriverMgr, relaying an RTSP client that is not ours (ffprobe) to a
-// simulated camera (zqdevsim). The library drives it in the library's own tests.
+// driven through the real libDriverMgr (also with no daemon and a stopped one), relaying RTSP
+// clients that are not ours (ffprobe, ffmpeg) to a simulated camera (zqdevsim). The library
+// drives it in the library's own tests.
 #include <arpa/inet.h>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <json/json.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -29,6 +31,7 @@ using gwtest::parseJson;
 using gwtest::Program;
 using gwtest::registerDevice;
 using gwtest::TempHome;
+using testing::HasSubstr;
 
 namespace {
 
@@ -87,21 +90,29 @@ std::string rtspOptions(int fd, int cseq) {
     return readUntil(fd, "\r\n\r\n");
 }
 
-// One command through libDriverMgr, as the library sends it.
+// One command through libDriverMgr, as the library sends it: its result, and the answer (with a
+// NUL past its end) or the error.
+int exchange(const std::string& command, int timeoutSec, std::string& reply) {
+    char* answer = nullptr;
+    int length = 0;
+    const int result = DriverCif_InputCmdToMediaSyn(command.c_str(), static_cast<int>(command.size()), &answer, &length,
+                                                    &reply, 0, timeoutSec);
+    EXPECT_EQ(result == 0, answer != nullptr);
+    if (answer != nullptr) {
+        EXPECT_EQ(answer[length], '\0');
+        reply.assign(answer, static_cast<size_t>(length));
+        DriverCif_FreeBuffer(answer);
+    }
+    return result;
+}
+
 Json::Value media(const std::string& method, const Json::Value& params) {
     Json::Value command;
     command["method"] = method;
     command["moduleType"] = 10;
     command["params"] = params;
-    const std::string text = Json::FastWriter().write(command);
-    char* answer = nullptr;
-    int length = 0;
-    std::string error;
-    EXPECT_EQ(DriverCif_InputCmdToMediaSyn(text.c_str(), static_cast<int>(text.size()), &answer, &length, &error, 0, 5),
-              0)
-        << error;
-    const std::string reply = answer != nullptr ? std::string(answer, static_cast<size_t>(length)) : "";
-    DriverCif_FreeBuffer(answer);
+    std::string reply;
+    EXPECT_EQ(exchange(Json::FastWriter().write(command), 5, reply), 0) << reply;
     return parseJson(reply);
 }
 
@@ -117,13 +128,14 @@ Json::Value putMediaPort(const std::vector<std::tuple<std::string, unsigned shor
     return media("PutMediaPort", params);
 }
 
+// The rsp of a gateway request asking for the device's listener on portNo.
 Json::Value refresh(const std::string& devIndex, const std::string& portNo,
                     const std::string& path = "/TELMI/ContentMgmt/DeviceMgmt/refreshDevicePort") {
     Json::Value params;
     params["method"] = "PUT";
     params["uri"] = path + "?format=json&devIndex=" + devIndex + "&newPort=false&portType=rtsp&portNo=" + portNo;
     params["body"] = Json::Value();
-    return media("gatewayProtocol", params);
+    return media("gatewayProtocol", params)["data"]["rsp"];
 }
 
 Json::Value portStatus(const std::vector<std::string>& devIndexes) {
@@ -184,16 +196,15 @@ TEST_F(MediadTest, CommandsOpenReportAndCloseListeners) {
         expected["data"]["listenStatus"].append(listenStatus(b, portB, "fail"));
         EXPECT_EQ(portStatus({a, b, a, "no-such-device"}), expected) << "one entry per device with a listener";
 
-        EXPECT_EQ(refresh(b, std::to_string(portB))["data"]["rsp"]["statusCode"], 409);
+        EXPECT_EQ(refresh(b, std::to_string(portB))["statusCode"], 409);
         other.reset();
-        Json::Value refreshed;
-        refreshed["data"]["rsp"]["listenStatus"] = listenStatus(b, portB, "success");
-        EXPECT_EQ(refresh(b, std::to_string(portB)), refreshed) << "the port is free again: re-opened";
+        EXPECT_EQ(refresh(b, std::to_string(portB))["listenStatus"], listenStatus(b, portB, "success"))
+            << "the port is free again: re-opened";
         EXPECT_EQ(portStatus({b})["data"]["listenStatus"][0]["status"], "success");
 
-        EXPECT_EQ(refresh("no-such-device", std::to_string(portC))["data"]["rsp"]["statusCode"], 404);
-        EXPECT_EQ(refresh(a, "0")["data"]["rsp"]["statusCode"], 400);
-        EXPECT_EQ(refresh(a, std::to_string(portC), "/TELMI/Other")["data"]["rsp"]["statusCode"], 404);
+        EXPECT_EQ(refresh("no-such-device", std::to_string(portC))["statusCode"], 404);
+        EXPECT_EQ(refresh(a, "0")["statusCode"], 400);
+        EXPECT_EQ(refresh(a, std::to_string(portC), "/TELMI/Other")["statusCode"], 404);
         EXPECT_EQ(putMediaPort({{"no-such-device", portC, true}}), parseJson(R"({"code":"1"})"));
         EXPECT_FALSE(listening(portC));
         EXPECT_EQ(putMediaPort({{a, portB, true}}), parseJson(R"({"code":"1"})")) << "B's listener keeps its port";
@@ -266,6 +277,11 @@ TEST_F(MediadTest, RelaysRtspAndBulkDataToTheDevices) {
 
 TEST_F(MediadTest, SilentAndIdleClientsAreClosedWhileAPlayerPlaysAndCapsKeepOneClientFromTakingAll) {
     ASSERT_EQ(daemon_->stop(), 0);
+    inChild(home_, [] {
+        std::string error;
+        EXPECT_NE(exchange(R"({"method":"PutMediaPort"})", 1, error), 0);
+        EXPECT_THAT(error, HasSubstr("not reachable")) << "no daemon";
+    });
     startDaemon({"--first-request-timeout", "2", "--idle-timeout", "4", "--max-relays-per-device", "10",
                  "--max-relays-per-client", "8"});
     const unsigned short first = gwtest::testPortBlock(3);
@@ -366,6 +382,14 @@ TEST_F(MediadTest, GarbageOnTheCommandSocketIsRefusedAndServingGoesOn) {
     ::close(halfFrame);
 
     inChild(home_, [] { EXPECT_EQ(portStatus({"dev01"}), parseJson(R"({"data":{"listenStatus":[]}})")); });
+
+    ::kill(daemon_->pid(), SIGSTOP);
+    inChild(home_, [] {
+        std::string error;
+        EXPECT_NE(exchange(R"({"method":"PutMediaPort"})", 0, error), 0);
+        EXPECT_THAT(error, HasSubstr("time limit")) << "a daemon that holds a command unanswered";
+    });
+    ::kill(daemon_->pid(), SIGCONT);
 }
 
 }  // namespace

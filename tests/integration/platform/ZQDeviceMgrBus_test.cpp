@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "GatewayTestHome.h"
+#include "StoreRecordText.h"
 #include "ZQDeviceMgrBus.h"
 
 using namespace gwtest;
@@ -37,12 +38,8 @@ TEST(DeviceBusTest, KindFilterKeyWordAndMaxNum) {
         EXPECT_EQ(query(6, 0, "", 2).size(), 2u);
 
         // Quick users go to devices without an account; the key word still finds a bound one.
-        ZQDeviceMgr::tagTELMIUser user {};
-        std::strcpy(user.userName, "u");
-        std::strcpy(user.digestHA1, "00000000000000000000000000000000");
-        std::strcpy(user.deviceIndex, telmiOnly.c_str());
         std::shared_ptr<ZQDeviceMgr::CTELMIUser> added;
-        ASSERT_EQ(ZQ_DeviceMgr_AddTELMIUser(added, user), 0);
+        ASSERT_EQ(ZQ_DeviceMgr_AddTELMIUser(added, userRecord("u", telmiOnly)), 0);
         EXPECT_EQ(query(6, 1).size(), 2u);
         EXPECT_EQ(query(6, 1, "T5-telmi").size(), 1u);
     });

@@ -5,6 +5,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -94,12 +96,17 @@ Outcome splitStatusLast(const std::string& output) {
 }  // namespace
 
 Outcome runCommand(const std::string& command, const std::string& input) {
-    const std::string files = ::testing::TempDir() + "command-" + std::to_string(::getpid());
+    // Files of their own for every call: a test's threads run commands at once.
+    static std::atomic<unsigned> calls {0};
+    const std::string files =
+        ::testing::TempDir() + "command-" + std::to_string(::getpid()) + "-" + std::to_string(calls++);
     std::ofstream(files + ".in") << input;
     Outcome outcome = splitStatusLast(runShell(command + " <" + files + ".in 2>" + files + ".err; printf '\\n%s' $?"));
     std::stringstream err;
     err << std::ifstream(files + ".err").rdbuf();
     outcome.err = err.str();
+    std::remove((files + ".in").c_str());
+    std::remove((files + ".err").c_str());
     return outcome;
 }
 

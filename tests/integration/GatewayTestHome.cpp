@@ -42,14 +42,29 @@ TempHome::~TempHome() {
     }
 }
 
+namespace {
+
+int failuresSoFar() {
+    const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
+    int failures = 0;
+    for (int part = 0; test != nullptr && part < test->result()->total_part_count(); ++part) {
+        failures += test->result()->GetTestPartResult(part).failed() ? 1 : 0;
+    }
+    return failures;
+}
+
+}  // namespace
+
 int startChild(const TempHome& home, const std::function<void()>& body) {
     std::fflush(nullptr);
     pid_t child = ::fork();
     if (child == 0) {
         ::setenv("ZQ_GATEWAY_HOME", home.path().c_str(), 1);
+        const int inherited = failuresSoFar();
         body();
         std::fflush(nullptr);
-        ::_exit(::testing::Test::HasFailure() ? 1 : 0);
+        // The child inherits its parent's failures: only its own count.
+        ::_exit(failuresSoFar() > inherited ? 1 : 0);
     }
     return child;
 }

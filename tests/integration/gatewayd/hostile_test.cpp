@@ -110,7 +110,9 @@ TEST(HostileClients, StalledFloodingAndReplayingClientsGetNothingWhileLegitimate
     for (const auto& [pid, size] : gatewayMemory(gateway)) {
         if (before.count(pid) == 1) {
             ++measured;
-            EXPECT_LT(size - before.at(pid), 8 * 1024)
+            // Half a body: a process that held one would grow by twice this; sanitizer builds
+            // keep freed memory aside and grow by several MiB from the checks alone.
+            EXPECT_LT(size - before.at(pid), 16 * 1024)
                 << "process " << pid << " grew from " << before.at(pid) << " KiB";
         }
     }

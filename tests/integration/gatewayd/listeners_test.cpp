@@ -82,7 +82,7 @@ TEST(Listeners, FollowTheStoredBindingsThroughVanishingDevicesAndRestartsAndDoct
         }
     });
     for (const std::string& index : deviceIndexes) {
-        gateway.api("DELETE", "/api/devices/" + index);
+        EXPECT_EQ(gateway.api("DELETE", "/api/devices/" + index).status, 200);
     }
     reading = false;
     reader.join();

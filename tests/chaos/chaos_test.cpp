@@ -56,9 +56,10 @@ public:
         // Settled: both daemons run and answer, and the gateway finds nothing out of step.
         EXPECT_TRUE(eventually([this] { return api("GET", "/api/listeners")["inStep"].asBool(); }))
             << gateway_.api("GET", "/api/listeners").out;
-        EXPECT_TRUE(eventually([this] { return listened() == bound(); }))
-            << "listened on: " << testing::PrintToString(listened()) << "; bound: " << testing::PrintToString(bound());
-        const std::multiset<int> handedOut = boundPorts();
+        EXPECT_TRUE(eventually([this] { return listenedPorts(gateway_) == boundPorts(gateway_); }))
+            << "listened on: " << testing::PrintToString(listenedPorts(gateway_))
+            << "; bound: " << testing::PrintToString(boundPorts(gateway_));
+        const std::multiset<int> handedOut = handedOutPorts(gateway_);
         EXPECT_EQ(std::set<int>(handedOut.begin(), handedOut.end()).size(), handedOut.size())
             << "a port handed out twice";
         const std::vector<std::string> known = devices(true);
@@ -135,31 +136,6 @@ private:
         }));
     }
 
-    std::set<int> listened() {
-        std::set<int> ports;
-        for (int port = gateway_.firstHttpPort(); port < gateway_.firstHttpPort() + 20; ++port) {
-            if (listening(static_cast<unsigned short>(port))) {
-                ports.insert(port);
-            }
-        }
-        return ports;
-    }
-    // The HTTP and RTSP ports of every stored binding, each as often as it is handed out.
-    std::multiset<int> boundPorts() {
-        std::multiset<int> ports;
-        const Json::Value portsList = api("GET", "/api/ports?start=0&max=500");
-        for (const Json::Value& port : portsList["ports"]) {
-            ports.insert(port["httpPort"].asInt());
-            if (port["rtspPort"].asInt() != 0) {
-                ports.insert(port["rtspPort"].asInt());
-            }
-        }
-        return ports;
-    }
-    std::set<int> bound() {
-        const std::multiset<int> ports = boundPorts();
-        return {ports.begin(), ports.end()};
-    }
     GatewayRun& gateway_;
     std::mt19937 random_;
     int devicesAdded_ = 0;

@@ -45,4 +45,33 @@ TwoDevices::TwoDevices(GatewayRun& gateway) : tarn("tarn-cam", gateway.freePort(
     switchTelmi(gateway, 1);
 }
 
+std::set<int> listenedPorts(const GatewayRun& gateway) {
+    std::set<int> ports;
+    for (int port = gateway.firstHttpPort(); port < gateway.firstHttpPort() + 20; ++port) {
+        if (listening(static_cast<unsigned short>(port))) {
+            ports.insert(port);
+        }
+    }
+    return ports;
+}
+
+std::multiset<int> handedOutPorts(const GatewayRun& gateway) {
+    std::multiset<int> ports;
+    const Outcome list = gateway.api("GET", "/api/ports?start=0&max=500");
+    EXPECT_EQ(list.status, 200) << list.out;
+    const Json::Value page = list.json();
+    for (const Json::Value& port : page["ports"]) {
+        ports.insert(port["httpPort"].asInt());
+        if (port["rtspPort"].asInt() != 0) {
+            ports.insert(port["rtspPort"].asInt());
+        }
+    }
+    return ports;
+}
+
+std::set<int> boundPorts(const GatewayRun& gateway) {
+    const std::multiset<int> ports = handedOutPorts(gateway);
+    return {ports.begin(), ports.end()};
+}
+
 }  // namespace gwtest

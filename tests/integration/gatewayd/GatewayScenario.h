@@ -5,6 +5,7 @@
 #include <json/json.h>
 
 #include <optional>
+#include <set>
 #include <string>
 
 #include "GatewayRun.h"
@@ -22,6 +23,12 @@ void addUser(const GatewayRun& gateway, const std::string& name, const std::stri
 void switchTelmi(const GatewayRun& gateway, int enabled);
 // What a stand-in device answers a forwarded request, with status 200.
 std::string deviceAnswer(const std::string& device);
+
+// The ports of the gateway's two ranges that something listens on.
+std::set<int> listenedPorts(const GatewayRun& gateway);
+// The HTTP and RTSP ports of every stored binding, each as often as it is handed out.
+std::multiset<int> handedOutPorts(const GatewayRun& gateway);
+std::set<int> boundPorts(const GatewayRun& gateway);
 
 // A Tarn device with a TELMI user "tarnuser" and a Tarn5 device with a port binding, switch on.
 struct TwoDevices {

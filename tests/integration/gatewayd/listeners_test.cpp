@@ -21,32 +21,6 @@ using namespace gwtest;
 using testing::HasSubstr;
 using testing::Not;
 
-// The ports of the gateway's two ranges that something listens on.
-std::set<int> listenedPorts(const GatewayRun& gateway) {
-    std::set<int> ports;
-    for (int port = gateway.firstHttpPort(); port < gateway.firstHttpPort() + 20; ++port) {
-        if (listening(static_cast<unsigned short>(port))) {
-            ports.insert(port);
-        }
-    }
-    return ports;
-}
-
-// The HTTP and RTSP ports of every stored binding.
-std::set<int> boundPorts(const GatewayRun& gateway) {
-    std::set<int> ports;
-    const Outcome list = gateway.api("GET", "/api/ports?start=0&max=500");
-    EXPECT_EQ(list.status, 200) << list.out;
-    const Json::Value page = list.json();
-    for (const Json::Value& port : page["ports"]) {
-        ports.insert(port["httpPort"].asInt());
-        if (port["rtspPort"].asInt() != 0) {
-            ports.insert(port["rtspPort"].asInt());
-        }
-    }
-    return ports;
-}
-
 bool inStep(const GatewayRun& gateway) {
     return eventually([&gateway] { return listenedPorts(gateway) == boundPorts(gateway); });
 }

@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <fstream>
 #include <functional>
 #include <random>
 #include <set>
@@ -96,9 +95,7 @@ private:
         return "add a device";
     }
     void kill(const std::string& pidFile) {
-        int pid = 0;
-        std::ifstream(gateway_.home().path() + "/" + pidFile) >> pid;
-        if (pid > 0) {
+        if (const int pid = pidIn(gateway_.home(), pidFile); pid > 0) {
             runShell("kill -9 $(pgrep -P " + std::to_string(pid) + ") " + std::to_string(pid) + " 2>/dev/null");
         }
     }

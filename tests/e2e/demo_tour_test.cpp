@@ -6,7 +6,6 @@
 
 #include <fstream>
 #include <map>
-#include <memory>
 #include <string>
 
 #include "ChildProgram.h"
@@ -51,8 +50,8 @@ TEST(DemoTour, FromTheAdministratorsCommandLineToATelmiRequestAnRtspStreamALockO
     // A TELMI request through the user-mode front end or a device's own port; the answering device
     // names itself in a header.
     const auto telmiGet = [](const std::string& user, const std::string& password, unsigned short port) {
-        return curlAs(user, password,
-                      "--digest -i http://127.0.0.1:" + std::to_string(port) + "/TELMI/System/deviceInfo");
+        return curl("--digest -i http://127.0.0.1:" + std::to_string(port) + "/TELMI/System/deviceInfo",
+                    user + ":" + password);
     };
 
     // 1. A TELMI user for CAM001 and a request through the user-mode port.

@@ -110,18 +110,15 @@ Outcome runCommand(const std::string& command, const std::string& input) {
     return outcome;
 }
 
-Outcome curl(const std::string& arguments) {
-    return splitStatusLast(runShell("curl -s -g --max-time 60 -w '\\n%{http_code}' " + arguments + " 2>/dev/null"));
-}
-
-Outcome curlAs(const std::string& user, const std::string& password, const std::string& arguments) {
+Outcome curl(const std::string& arguments, const std::string& credentials) {
     std::string quoted;
-    for (char c : user + ":" + password) {
+    for (char c : credentials) {
         quoted += c == '"' || c == '\\' ? std::string("\\") + c : std::string(1, c);
     }
-    return splitStatusLast(
-        runCommand("curl -s -g --max-time 60 -w '\\n%{http_code}' -K - " + arguments, "user = \"" + quoted + "\"\n")
-            .out);
+    return splitStatusLast(runCommand("curl -s -g --max-time 60 -w '\\n%{http_code}' " +
+                                          std::string(credentials.empty() ? "" : "-K - ") + arguments,
+                                      "user = \"" + quoted + "\"\n")
+                               .out);
 }
 
 Outcome pythonDigestGet(const std::string& url, const std::string& user, const std::string& password,

@@ -55,10 +55,9 @@ std::string runShell(const std::string& command);
 // Runs command with /bin/sh and input on its standard input.
 Outcome runCommand(const std::string& command, const std::string& input = "");
 
-// curl with the given arguments (shell syntax).
-Outcome curl(const std::string& arguments);
-// The same with credentials, handed to curl on its standard input, never on its command line.
-Outcome curlAs(const std::string& user, const std::string& password, const std::string& arguments);
+// curl with the given arguments (shell syntax), and credentials ("user:password") when given,
+// handed to curl on its standard input, never on its command line.
+Outcome curl(const std::string& arguments, const std::string& credentials = "");
 
 // A GET with Python requests' HTTPDigestAuth. With againAfterSec, a second GET that much later,
 // which requests opens with the first one's nonce; its text is then preceded by the challenges

@@ -87,7 +87,7 @@ Outcome GatewayRun::api(const std::string& method, const std::string& path, cons
     if (!body.empty() || method == "POST") {
         arguments += " -H 'Content-Type: application/json' --data-binary " + shellQuoted(body);
     }
-    return curlAs("admin", adminPassword_, arguments + " " + shellQuoted(apiUrl(path)));
+    return curl(arguments + " " + shellQuoted(apiUrl(path)), "admin:" + adminPassword_);
 }
 
 std::string GatewayRun::registerDevice(int protocol, const std::string& deviceID, unsigned short port,

@@ -30,10 +30,8 @@ TempHome::TempHome() {
 
 TempHome::~TempHome() {
     // A test that failed half-way may leave the home's nginx, media daemon or service running.
-    for (const char* pidPath : {"/nginx/nginx.pid", "/run/gatewayd.pid", "/run/mediad.pid"}) {
-        std::ifstream pidFile(path_ + pidPath);
-        int pid = 0;
-        if (pidFile >> pid && pid > 0) {
+    for (const char* pidFile : {"nginx/nginx.pid", "run/gatewayd.pid", "run/mediad.pid"}) {
+        if (const int pid = pidIn(*this, pidFile); pid > 0) {
             ::kill(pid, SIGTERM);
         }
     }
@@ -98,6 +96,29 @@ std::string registerDevice(uint8_t protocol, const std::string& id, const std::s
     std::string index;
     EXPECT_EQ(ZQ_DeviceMgr_RegisterDevice(index, info), 0);
     return index;
+}
+
+std::string fileText(const std::string& path) {
+    std::string text;
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    char chunk[4096];
+    for (ssize_t n; fd >= 0 && (n = ::read(fd, chunk, sizeof(chunk))) > 0;) {
+        text.append(chunk, static_cast<size_t>(n));
+    }
+    if (fd >= 0) {
+        ::close(fd);
+    }
+    return text;
+}
+
+int pidIn(const TempHome& home, const std::string& pidFile) {
+    return std::atoi(fileText(home.path() + "/" + pidFile).c_str());
+}
+
+std::string gatewayProcesses(const TempHome& home, const std::string& columns) {
+    const std::string nginx = std::to_string(pidIn(home, "nginx/nginx.pid"));
+    return runShell("ps -o " + columns + " -p '" + nginx + " " + std::to_string(pidIn(home, "run/gatewayd.pid")) + " " +
+                    std::to_string(pidIn(home, "run/mediad.pid")) + "' --ppid " + nginx);
 }
 
 bool eventually(const std::function<bool()>& ready) {

@@ -37,6 +37,14 @@ std::string registerDevice(uint8_t protocol, const std::string& id,
                            const std::string& rtspAddress = "rtsp://10.0.0.9:554",
                            const std::string& telmiAddress = "http://10.0.0.9:80");
 
+// The file's text; what was read when the file vanishes meanwhile (a process that ended).
+std::string fileText(const std::string& path);
+// The pid in the home's pid file (such as "run/mediad.pid"); 0 when there is none.
+int pidIn(const TempHome& home, const std::string& pidFile);
+// ps's columns (such as "pid=,rss=") of the home's host service, media daemon, nginx master
+// and nginx workers, a line each.
+std::string gatewayProcesses(const TempHome& home, const std::string& columns);
+
 // Calls ready every 50 ms, for at most 15 s, until it returns true; its last answer.
 bool eventually(const std::function<bool()>& ready);
 

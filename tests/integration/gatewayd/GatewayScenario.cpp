@@ -9,8 +9,10 @@ const char* const kUri = "/TELMI/System/deviceInfo?format=json";
 
 std::string url(unsigned short port) { return "http://127.0.0.1:" + std::to_string(port) + kUri; }
 
-Outcome digestCurl(unsigned short port, const std::string& user, const std::string& password) {
-    return curl("--digest -u " + shellQuoted(user + ":" + password) + " " + shellQuoted(url(port)));
+Outcome digestCurl(unsigned short port, const std::string& user, const std::string& password,
+                   const std::string& options, const std::string& target) {
+    return curl(options + " --digest " + shellQuoted("http://127.0.0.1:" + std::to_string(port) + target),
+                user + ":" + password);
 }
 
 Json::Value firstResult(const Outcome& reply) {

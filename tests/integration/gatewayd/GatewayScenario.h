@@ -16,7 +16,9 @@ extern const std::string kUserPassword;
 extern const char* const kUri;  // the target every TELMI request below asks for
 
 std::string url(unsigned short port);
-Outcome digestCurl(unsigned short port, const std::string& user, const std::string& password);
+// curl --digest with these options, for target (kUri by default) on 127.0.0.1:port.
+Outcome digestCurl(unsigned short port, const std::string& user, const std::string& password,
+                   const std::string& options = "", const std::string& target = kUri);
 // The first item of a batch call's results, which must have succeeded.
 Json::Value firstResult(const Outcome& reply);
 void addUser(const GatewayRun& gateway, const std::string& name, const std::string& deviceID);

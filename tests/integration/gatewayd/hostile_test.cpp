@@ -56,11 +56,9 @@ private:
     std::vector<int> fds_;
 };
 
-// The resident memory of the host service and of every nginx process of the home, in KiB, by pid.
+// The resident memory of the gateway's processes, in KiB, by pid.
 std::map<int, long> gatewayMemory(const GatewayRun& gateway) {
-    const std::string pidOf = "$(cat " + gateway.home().path();
-    std::istringstream list(runShell("ps -o pid=,rss= -p \"" + pidOf + "/run/gatewayd.pid) " + pidOf +
-                                     "/nginx/nginx.pid)\" --ppid " + pidOf + "/nginx/nginx.pid)"));
+    std::istringstream list(gatewayProcesses(gateway.home(), "pid=,rss="));
     std::map<int, long> sizes;
     int pid = 0;
     for (long size = 0; list >> pid >> size;) {
@@ -117,10 +115,7 @@ TEST(HostileClients, StalledFloodingAndReplayingClientsGetNothingWhileLegitimate
         }
     }
     EXPECT_GE(measured, 3) << "the host service, nginx's master and a worker";
-    EXPECT_EQ(curl("--digest -u " + shellQuoted("tarnuser:" + kUserPassword) + " -X POST --data-binary x " +
-                   shellQuoted(url(gateway.userPort())))
-                  .status,
-              404)
+    EXPECT_EQ(digestCurl(gateway.userPort(), "tarnuser", kUserPassword, "-X POST --data-binary x").status, 404)
         << "a body within the limit reaches the stand-in device, which answers GET only";
 
     // Connections that stall hold up no legitimate client.
@@ -128,15 +123,11 @@ TEST(HostileClients, StalledFloodingAndReplayingClientsGetNothingWhileLegitimate
     const StalledClients portModeStalls(devices.httpPort, 256);
     const StalledClients apiStalls(gateway.apiPort(), 64);
 
-    const std::string inOneSecond = "--max-time 1 --digest -u ";
-    EXPECT_EQ(curl(inOneSecond + shellQuoted("tarnuser:" + kUserPassword) + " " + shellQuoted(url(gateway.userPort())))
-                  .withOut(),
+    const std::string inOneSecond = "--max-time 1";
+    EXPECT_EQ(digestCurl(gateway.userPort(), "tarnuser", kUserPassword, inOneSecond).withOut(),
               deviceAnswer("tarn-cam"));
-    EXPECT_EQ(curl(inOneSecond + shellQuoted("admin:" + password) + " " + shellQuoted(url(devices.httpPort))).withOut(),
-              deviceAnswer("tarn5-cam"));
-    EXPECT_EQ(curl(inOneSecond + shellQuoted("admin:" + gateway.adminPassword()) + " " +
-                   shellQuoted(gateway.apiUrl("/api/telmi")))
-                  .withOut(),
+    EXPECT_EQ(digestCurl(devices.httpPort, "admin", password, inOneSecond).withOut(), deviceAnswer("tarn5-cam"));
+    EXPECT_EQ(digestCurl(gateway.apiPort(), "admin", gateway.adminPassword(), inOneSecond, "/api/telmi").withOut(),
               "200 {\"enabled\":1}\n");
 
     // A captured answer opens nothing else, on a second device port either.
@@ -157,9 +148,7 @@ TEST(HostileClients, StalledFloodingAndReplayingClientsGetNothingWhileLegitimate
                   .status,
               401);
     // The port-mode credential administers nothing, and the API's opens no device port.
-    EXPECT_EQ(curl("--digest -u " + shellQuoted("admin:" + password) + " " + shellQuoted(gateway.apiUrl("/api/telmi")))
-                  .status,
-              401);
+    EXPECT_EQ(digestCurl(gateway.apiPort(), "admin", password, "", "/api/telmi").status, 401);
     EXPECT_EQ(digestCurl(devices.httpPort, "admin", gateway.adminPassword()).status, 401);
     // Answers for one device port are stale on another: its client may answer again there.
     const Outcome elsewhere =
@@ -172,9 +161,7 @@ TEST(HostileClients, StalledFloodingAndReplayingClientsGetNothingWhileLegitimate
     EXPECT_EQ(sendWith(crafted, devices.httpPort, kUri).withOut(),
               "400 the Authorization header is not a well-formed Digest answer\n");
     // A target sent percent-encoded is answered over exactly that text.
-    EXPECT_EQ(curl("--digest -u " + shellQuoted("admin:" + password) + " " +
-                   shellQuoted("http://127.0.0.1:" + std::to_string(devices.httpPort) + "/TELMI/a%20b?q=%41"))
-                  .withOut(),
+    EXPECT_EQ(digestCurl(devices.httpPort, "admin", password, "", "/TELMI/a%20b?q=%41").withOut(),
               "200 device=tarn5-cam method=GET target=/TELMI/a%20b?q=%41 credentials=no");
 
     // A request's head has 10 s to arrive; connections that miss it are closed.

@@ -7,7 +7,6 @@
 #include <signal.h>
 
 #include <atomic>
-#include <fstream>
 #include <set>
 #include <thread>
 
@@ -28,12 +27,6 @@ bool inStep(const GatewayRun& gateway) {
 std::string bind(const GatewayRun& gateway, const std::string& deviceID) {
     return firstResult(gateway.api("POST", "/api/ports", "{\"deviceIDs\":[\"" + deviceID + "\"]}"))["portIndex"]
         .asString();
-}
-
-int pidIn(const GatewayRun& gateway, const std::string& file) {
-    int pid = 0;
-    std::ifstream(gateway.home().path() + "/" + file) >> pid;
-    return pid;
 }
 
 TEST(Listeners, FollowTheStoredBindingsThroughVanishingDevicesAndRestartsAndDoctorRepairsDrift) {
@@ -70,8 +63,7 @@ TEST(Listeners, FollowTheStoredBindingsThroughVanishingDevicesAndRestartsAndDoct
     }));
     gateway.script("stop");
     gateway.start();
-    std::ifstream portsFile(gateway.home().path() + "/nginx/telmi-ports.conf");
-    const std::string ports((std::istreambuf_iterator<char>(portsFile)), std::istreambuf_iterator<char>());
+    const std::string ports = fileText(gateway.home().path() + "/nginx/telmi-ports.conf");
     EXPECT_THAT(ports, Not(HasSubstr("listen 1;")));
     EXPECT_THAT(ports, HasSubstr("listen " + std::to_string(devices.httpPort) + ";"));
     EXPECT_TRUE(inStep(gateway));
@@ -131,7 +123,7 @@ TEST(Listeners, KilledDaemonsComeBackWithTheirListenersAndASilentMediaDaemonIsSh
     ASSERT_EQ(bound.size(), 4u);
 
     // A media daemon that does not answer: no RTSP port is known to listen, and the list says why.
-    const int mediad = pidIn(gateway, "run/mediad.pid");
+    const int mediad = pidIn(gateway.home(), "run/mediad.pid");
     ASSERT_EQ(::kill(mediad, SIGSTOP), 0);
     const Json::Value silent = gateway.api("GET", "/api/ports?start=0&max=10").json();
     ::kill(mediad, SIGCONT);
@@ -151,12 +143,12 @@ TEST(Listeners, KilledDaemonsComeBackWithTheirListenersAndASilentMediaDaemonIsSh
         }
     });
     ASSERT_EQ(::kill(mediad, SIGKILL), 0);
-    EXPECT_TRUE(
-        eventually([&] { return pidIn(gateway, "run/mediad.pid") != mediad && listenedPorts(gateway) == bound; }));
-    const int nginx = pidIn(gateway, "nginx/nginx.pid");
+    EXPECT_TRUE(eventually(
+        [&] { return pidIn(gateway.home(), "run/mediad.pid") != mediad && listenedPorts(gateway) == bound; }));
+    const int nginx = pidIn(gateway.home(), "nginx/nginx.pid");
     runShell("kill -9 $(pgrep -P " + std::to_string(nginx) + ") " + std::to_string(nginx));
-    EXPECT_TRUE(
-        eventually([&] { return pidIn(gateway, "nginx/nginx.pid") != nginx && listenedPorts(gateway) == bound; }));
+    EXPECT_TRUE(eventually(
+        [&] { return pidIn(gateway.home(), "nginx/nginx.pid") != nginx && listenedPorts(gateway) == bound; }));
     playing = false;
     clients.join();
     EXPECT_EQ(digestCurl(devices.httpPort, "admin", gateway.portPassword()).withOut(), deviceAnswer("tarn5-cam"));

@@ -12,12 +12,6 @@
 namespace gwtest {
 namespace {
 
-std::string pidOf(const TempHome& home, const std::string& pidFile) {
-    std::string pid;
-    std::getline(std::ifstream(home.path() + "/run/" + pidFile), pid);
-    return pid;
-}
-
 TEST(Operations, InvalidSettingsAreRefusedByCheckAndStart) {
     const struct {
         const char* text;
@@ -42,8 +36,7 @@ TEST(Operations, InvalidSettingsAreRefusedByCheckAndStart) {
         const Outcome started = gatewayScript(home, "start");
         EXPECT_NE(started.status, 0) << c.text;
         EXPECT_NE(started.err.find(c.problem), std::string::npos) << started.err;
-        std::ifstream kept(home.path() + "/gateway.json");
-        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(kept), {}), c.text);
+        EXPECT_EQ(fileText(home.path() + "/gateway.json"), c.text);
     }
     TempHome home;
     std::ofstream(home.path() + "/gateway.json") << R"({"logLevel": "debug", "telmiUserPort": 0})";
@@ -71,10 +64,10 @@ TEST(Operations, ASecondHomeRefusesTheFirstsPortsLogsReopenAndABackupOfTheRunnin
     // A hang-up reopens the log after its rotation.
     const std::string log = original.home().path() + "/log/gateway.log";
     ASSERT_EQ(std::rename(log.c_str(), (log + ".1").c_str()), 0);
-    runShell("kill -HUP " + pidOf(original.home(), "gatewayd.pid") + " " + pidOf(original.home(), "mediad.pid"));
+    runShell("kill -HUP " + std::to_string(pidIn(original.home(), "run/gatewayd.pid")) + " " +
+             std::to_string(pidIn(original.home(), "run/mediad.pid")));
     EXPECT_TRUE(eventually([&log] {
-        std::ifstream in(log);
-        const std::string text((std::istreambuf_iterator<char>(in)), {});
+        const std::string text = fileText(log);
         return text.find("[GATEWAYD] log files reopened") != std::string::npos &&
                text.find("[MEDIAD] log file reopened") != std::string::npos;
     }));
@@ -84,8 +77,7 @@ TEST(Operations, ASecondHomeRefusesTheFirstsPortsLogsReopenAndABackupOfTheRunnin
 
     // The running service checks its settings file as an editor saves it: replaced whole.
     const std::string path = original.home().path() + "/gateway.json";
-    std::ifstream in(path);
-    const std::string valid((std::istreambuf_iterator<char>(in)), {});
+    const std::string valid = fileText(path);
     const auto save = [&path](const std::string& text) {
         std::ofstream(path + ".new") << text;
         ASSERT_EQ(std::rename((path + ".new").c_str(), path.c_str()), 0);

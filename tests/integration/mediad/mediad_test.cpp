@@ -116,14 +116,14 @@ Json::Value media(const std::string& method, const Json::Value& params) {
     return parseJson(reply);
 }
 
+// PutMediaPort's answers: every order carried out, or not.
+const Json::Value kAllDone = parseJson(R"({"code":"0"})"), kSomeRefused = parseJson(R"({"code":"1"})");
+
 Json::Value putMediaPort(const std::vector<std::tuple<std::string, unsigned short, bool>>& devices) {
     Json::Value params;
     for (const auto& [devIndex, port, bind] : devices) {
-        Json::Value device;
-        device["devIndex"] = devIndex;
-        device["rtspPort"] = port;
-        device["rtspPortBind"] = bind;
-        params["devices"].append(device);
+        params["devices"].append(parseJson("{\"devIndex\":\"" + devIndex + "\",\"rtspPort\":" + std::to_string(port) +
+                                           ",\"rtspPortBind\":" + (bind ? "true}" : "false}")));
     }
     return media("PutMediaPort", params);
 }
@@ -147,11 +147,8 @@ Json::Value portStatus(const std::vector<std::string>& devIndexes) {
 }
 
 Json::Value listenStatus(const std::string& devIndex, unsigned short port, const char* status) {
-    Json::Value entry;
-    entry["deviceIndex"] = devIndex;
-    entry["rtspPort"] = port;
-    entry["status"] = status;
-    return entry;
+    return parseJson("{\"deviceIndex\":\"" + devIndex + "\",\"rtspPort\":" + std::to_string(port) + ",\"status\":\"" +
+                     status + "\"}");
 }
 
 class MediadTest : public ::testing::Test {
@@ -189,7 +186,7 @@ TEST_F(MediadTest, CommandsOpenReportAndCloseListeners) {
         ASSERT_TRUE(other->ok());
 
         const std::string b = registerDevice(4, "CAM-B", "127.0.0.1:9");  // added after the daemon read the store
-        EXPECT_EQ(putMediaPort({{a, portA, true}, {b, portB, true}}), parseJson(R"({"code":"1"})"));
+        EXPECT_EQ(putMediaPort({{a, portA, true}, {b, portB, true}}), kSomeRefused);
         EXPECT_TRUE(listening(portA));
         Json::Value expected;
         expected["data"]["listenStatus"].append(listenStatus(a, portA, "success"));
@@ -205,11 +202,11 @@ TEST_F(MediadTest, CommandsOpenReportAndCloseListeners) {
         EXPECT_EQ(refresh("no-such-device", std::to_string(portC))["statusCode"], 404);
         EXPECT_EQ(refresh(a, "0")["statusCode"], 400);
         EXPECT_EQ(refresh(a, std::to_string(portC), "/TELMI/Other")["statusCode"], 404);
-        EXPECT_EQ(putMediaPort({{"no-such-device", portC, true}}), parseJson(R"({"code":"1"})"));
+        EXPECT_EQ(putMediaPort({{"no-such-device", portC, true}}), kSomeRefused);
         EXPECT_FALSE(listening(portC));
-        EXPECT_EQ(putMediaPort({{a, portB, true}}), parseJson(R"({"code":"1"})")) << "B's listener keeps its port";
+        EXPECT_EQ(putMediaPort({{a, portB, true}}), kSomeRefused) << "B's listener keeps its port";
 
-        EXPECT_EQ(putMediaPort({{a, portA, false}, {b, portB, false}}), parseJson(R"({"code":"0"})"));
+        EXPECT_EQ(putMediaPort({{a, portA, false}, {b, portB, false}}), kAllDone);
         EXPECT_EQ(portStatus({a, b}), parseJson(R"({"data":{"listenStatus":[]}})"));
         EXPECT_FALSE(listening(portA));
         EXPECT_FALSE(listening(portB));
@@ -224,7 +221,7 @@ TEST_F(MediadTest, RelaysRtspAndBulkDataToTheDevices) {
     inChild(home_, [&] {
         const std::string camera = registerDevice(4, "CAM-1", cameraAddress);
         const std::string silent = registerDevice(4, "CAM-2", "");
-        ASSERT_EQ(putMediaPort({{camera, port, true}, {silent, unusablePort, true}}), parseJson(R"({"code":"0"})"));
+        ASSERT_EQ(putMediaPort({{camera, port, true}, {silent, unusablePort, true}}), kAllDone);
 
         EXPECT_EQ(gwtest::ffprobe(port), "pcm_mulaw,8000,25\n") << "a whole RTSP session, interleaved RTP included";
 
@@ -235,7 +232,7 @@ TEST_F(MediadTest, RelaysRtspAndBulkDataToTheDevices) {
         // A live relay outlives its listener.
         const int live = connectTcp(port);
         EXPECT_NE(rtspOptions(live, 7).find("CSeq: 7"), std::string::npos);
-        EXPECT_EQ(putMediaPort({{camera, port, false}}), parseJson(R"({"code":"0"})"));
+        EXPECT_EQ(putMediaPort({{camera, port, false}}), kAllDone);
         EXPECT_EQ(connectTcp(port), -1);
         EXPECT_NE(rtspOptions(live, 8).find("CSeq: 8"), std::string::npos);
         ::close(live);
@@ -245,7 +242,7 @@ TEST_F(MediadTest, RelaysRtspAndBulkDataToTheDevices) {
         const gwtest::Listener device(devicePort);
         ASSERT_TRUE(device.ok());
         const std::string echo = registerDevice(4, "ECHO", "127.0.0.1:" + std::to_string(devicePort));
-        ASSERT_EQ(putMediaPort({{echo, echoPort, true}}), parseJson(R"({"code":"0"})"));
+        ASSERT_EQ(putMediaPort({{echo, echoPort, true}}), kAllDone);
 
         std::string sent(8 << 20, '\0');
         for (size_t i = 0; i < sent.size(); ++i) {
@@ -290,7 +287,7 @@ TEST_F(MediadTest, SilentAndIdleClientsAreClosedWhileAPlayerPlaysAndCapsKeepOneC
     const unsigned short port = first + 2;
     inChild(home_, [&] {
         const std::string camera = registerDevice(4, "CAM-1", cameraAddress);
-        ASSERT_EQ(putMediaPort({{camera, port, true}}), parseJson(R"({"code":"0"})"));
+        ASSERT_EQ(putMediaPort({{camera, port, true}}), kAllDone);
 
         // A real player takes 8 s of the stream, longer than either limit, while silent and idle
         // clients are closed around it.

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <fstream>
 
 #include "GatewayTestHome.h"
 #include "StoreRecordText.h"
@@ -148,8 +147,7 @@ TEST(DeviceStoreTest, AddressesLeadingBackIntoTheGatewayAreRefusedAndLoggedEscap
         // The refusal names the device; a line break in its ID cannot start a line of its own.
         EXPECT_EQ(registers("EVIL\nERROR forged", "127.0.0.1:" + std::to_string(settings.managementPort)),
                   ZQGateway::storeAddressRefused);
-        std::ifstream log(home.path() + "/log/gateway.log");
-        const std::string text(std::istreambuf_iterator<char>(log), {});
+        const std::string text = fileText(home.path() + "/log/gateway.log");
         EXPECT_NE(text.find("device EVIL\\x0aERROR forged not registered"), std::string::npos) << text;
         EXPECT_EQ(text.find("\nERROR forged"), std::string::npos) << text;
     });

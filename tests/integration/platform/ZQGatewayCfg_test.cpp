@@ -36,7 +36,6 @@ TEST(ConfigTest, SwitchAndBothAdminsPersistHeldViewsLastAndABrokenFileIsNeverOve
         ZQ_Gateway_HoldSettings(false);
         EXPECT_EQ(ZQ_ConfigMgr_GetTELMICfg()->getTELMIParam(), 0) << "released: the file as it is now";
         EXPECT_NE(ZQ_ConfigMgr_GetTELMICfg()->setTELMIParam(0), 0);
-        std::ifstream in(home.path() + "/gateway.json");
-        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "{ broken");
+        EXPECT_EQ(fileText(home.path() + "/gateway.json"), "{ broken");
     });
 }

@@ -125,7 +125,7 @@ TEST(Telmictl, QuickUsersRecordsByNameAndEachAdminPasswordChangedAlone) {
     EXPECT_THAT(digestCurl(port, "admin", gateway.portPassword()).withOut(),
                 StartsWith("401 authentication required as \"admin\" with the gateway's port-mode password "
                            "(not a TELMI user); 6 attempts left"));
-    EXPECT_EQ(curlAs("admin", newPort, "--digest " + apiUrl).status, 401);
+    EXPECT_EQ(curl("--digest " + apiUrl, "admin:" + newPort).status, 401);
 
     EXPECT_EQ(gateway.telmictl("admin passwd", "MyAdmin1\n").withErr(),
               "1 telmictl: HTTP 422: the password was not changed: the password is too weak: use at least 8 "
@@ -134,8 +134,8 @@ TEST(Telmictl, QuickUsersRecordsByNameAndEachAdminPasswordChangedAlone) {
     const std::string newAdmin = "N3w-Manager!";
     EXPECT_THAT(gateway.telmictl("admin passwd", newAdmin + "\n").withOut(),
                 StartsWith("0 password changed; every client of the management API"));
-    EXPECT_EQ(curlAs("admin", newAdmin, "--digest " + apiUrl).status, 200);
-    EXPECT_EQ(curlAs("admin", gateway.adminPassword(), "--digest " + apiUrl).status, 401);
+    EXPECT_EQ(curl("--digest " + apiUrl, "admin:" + newAdmin).status, 200);
+    EXPECT_EQ(curl("--digest " + apiUrl, "admin:" + gateway.adminPassword()).status, 401);
     EXPECT_EQ(digestCurl(port, "admin", newPort).status, 200);
 
     // A lost management password is replaced on the machine, without the old one.
@@ -143,7 +143,7 @@ TEST(Telmictl, QuickUsersRecordsByNameAndEachAdminPasswordChangedAlone) {
                 HasSubstr("already has a management API admin password, left as it is (zqgatewayd passwd changes it)"));
     EXPECT_THAT(gatewayd(gateway.home(), "passwd", "N3w-Offline!\n").withOut(),
                 StartsWith("0 password changed; every client of the management API"));
-    EXPECT_EQ(curlAs("admin", "N3w-Offline!", "--digest " + apiUrl).status, 200);
+    EXPECT_EQ(curl("--digest " + apiUrl, "admin:N3w-Offline!").status, 200);
 }
 
 TEST(Telmictl, BadCommandLinesAndMissingInputStopBeforeAnyRequest) {

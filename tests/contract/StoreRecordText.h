@@ -15,12 +15,10 @@ inline std::string md5Of(const std::string& text) {
     return out;
 }
 
-// A client's qop=auth answer to the nonce, computed from the HA1 it believes in.
-inline std::string digestAnswer(const std::string& user, const std::string& ha1, const std::string& nonce = "n0",
-                                const std::string& method = "GET") {
+// A client's qop=auth answer to the nonce for a GET, computed from the HA1 it believes in.
+inline std::string digestAnswer(const std::string& user, const std::string& ha1, const std::string& nonce = "n0") {
     const std::string uri = "/TELMI/System/status", cnonce = "0a4f113b";
-    const std::string response =
-        md5Of(ha1 + ":" + nonce + ":00000001:" + cnonce + ":auth:" + md5Of(method + ":" + uri));
+    const std::string response = md5Of(ha1 + ":" + nonce + ":00000001:" + cnonce + ":auth:" + md5Of("GET:" + uri));
     return "Digest username=\"" + user + "\", realm=\"TELMI\", nonce=\"" + nonce + "\", uri=\"" + uri +
            "\", qop=auth, nc=00000001, cnonce=\"" + cnonce + "\", response=\"" + response + "\"";
 }

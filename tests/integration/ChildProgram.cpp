@@ -115,9 +115,10 @@ Outcome curl(const std::string& arguments, const std::string& credentials) {
     for (char c : credentials) {
         quoted += c == '"' || c == '\\' ? std::string("\\") + c : std::string(1, c);
     }
+    const std::string config = credentials.empty() ? "" : "user = \"" + quoted + "\"\n";
     return splitStatusLast(runCommand("curl -s -g --max-time 60 -w '\\n%{http_code}' " +
-                                          std::string(credentials.empty() ? "" : "-K - ") + arguments,
-                                      "user = \"" + quoted + "\"\n")
+                                          std::string(config.empty() ? "" : "-K - ") + arguments,
+                                      config)
                                .out);
 }
 

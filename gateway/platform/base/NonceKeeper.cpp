@@ -1,9 +1,9 @@
 #include "base/NonceKeeper.h"
 
 #include <fcntl.h>
+#include <openssl/core_names.h>
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
-#include <openssl/hmac.h>
 #include <openssl/rand.h>
 #include <unistd.h>
 
@@ -23,6 +23,26 @@ constexpr size_t kBodyLength = 24;  // issue time and random digits
 constexpr size_t kMacBytes = 8;     // each MAC is cut to 16 hex digits
 const std::string kOursPurpose = "nonce";
 const std::string kScopePurpose = "scope:";
+
+// An HMAC-SHA256 context keyed with the secret, copied for each MAC: keying and looking the
+// algorithms up again for every nonce would cost several times the MAC itself.
+EVP_MAC_CTX* keyedHmac(const std::string& secret) {
+    EVP_MAC* hmac = EVP_MAC_fetch(nullptr, "HMAC", nullptr);
+    if (hmac == nullptr) {
+        return nullptr;
+    }
+    EVP_MAC_CTX* context = EVP_MAC_CTX_new(hmac);
+    EVP_MAC_free(hmac);  // the context holds its own reference
+    char digest[] = "SHA256";
+    const OSSL_PARAM params[] = {OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, digest, 0),
+                                 OSSL_PARAM_construct_end()};
+    if (context != nullptr &&
+        EVP_MAC_init(context, reinterpret_cast<const unsigned char*>(secret.data()), secret.size(), params) != 1) {
+        EVP_MAC_CTX_free(context);
+        return nullptr;
+    }
+    return context;
+}
 
 bool readAll(const std::string& path, std::string& bytes) {
     int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -49,14 +69,15 @@ NonceKeeper& NonceKeeper::instance() {
 // The secret is written to a private temporary file and linked into place, so that of two
 // processes starting together one secret wins and both use it.
 bool NonceKeeper::loadSecret() {
-    if (!secret_.empty()) {
+    if (keyed_ != nullptr) {
         return true;
     }
+    std::string secret;
     const std::string path = ZQ_Gateway_HomePath("nonce.key");
     if (path.empty()) {
         return false;
     }
-    if (!readAll(path, secret_)) {
+    if (!readAll(path, secret)) {
         unsigned char fresh[kSecretBytes];
         if (RAND_bytes(fresh, sizeof(fresh)) != 1) {
             return false;
@@ -73,12 +94,13 @@ bool NonceKeeper::loadSecret() {
             written = false;
         }
         ::unlink(temp.c_str());
-        if (!written || !readAll(path, secret_)) {
-            secret_.clear();
+        if (!written || !readAll(path, secret)) {
             return false;
         }
     }
-    return true;
+    keyed_.reset(keyedHmac(secret));
+    OPENSSL_cleanse(secret.data(), secret.size());
+    return keyed_ != nullptr;
 }
 
 bool NonceKeeper::ready() {
@@ -87,11 +109,17 @@ bool NonceKeeper::ready() {
 }
 
 std::string NonceKeeper::mac(const std::string& purpose, const std::string& text) {
-    const std::string message = purpose + "|" + text;
+    const std::unique_ptr<EVP_MAC_CTX, decltype(&EVP_MAC_CTX_free)> context(EVP_MAC_CTX_dup(keyed_.get()),
+                                                                            EVP_MAC_CTX_free);
     unsigned char digest[EVP_MAX_MD_SIZE];
-    unsigned int length = 0;
-    HMAC(EVP_sha256(), secret_.data(), static_cast<int>(secret_.size()),
-         reinterpret_cast<const unsigned char*>(message.data()), message.size(), digest, &length);
+    size_t length = 0;
+    if (context == nullptr ||
+        EVP_MAC_update(context.get(), reinterpret_cast<const unsigned char*>(purpose.data()), purpose.size()) != 1 ||
+        EVP_MAC_update(context.get(), reinterpret_cast<const unsigned char*>("|"), 1) != 1 ||
+        EVP_MAC_update(context.get(), reinterpret_cast<const unsigned char*>(text.data()), text.size()) != 1 ||
+        EVP_MAC_final(context.get(), digest, &length, sizeof(digest)) != 1 || length < kMacBytes) {
+        return std::string();
+    }
     return gwio::hexText(digest, kMacBytes);
 }
 
@@ -103,7 +131,9 @@ std::string NonceKeeper::create() {
     char stamp[16];
     std::snprintf(stamp, sizeof(stamp), "%08x", static_cast<unsigned>(gwio::nowSeconds() & 0xffffffff));
     const std::string body = stamp + gwio::hexText(random, sizeof(random));
-    return body + mac(kOursPurpose, body) + mac(kScopePurpose + ZQ_Gateway_DigestScope(), body);
+    const std::string ours = mac(kOursPurpose, body);
+    const std::string scoped = mac(kScopePurpose + ZQ_Gateway_DigestScope(), body);
+    return ours.empty() || scoped.empty() ? std::string() : body + ours + scoped;
 }
 
 NonceKeeper::Verdict NonceKeeper::verify(const std::string& nonce, const std::string& nonceCount) {
@@ -112,11 +142,11 @@ NonceKeeper::Verdict NonceKeeper::verify(const std::string& nonce, const std::st
     }
     const std::string body = nonce.substr(0, kBodyLength);
     const std::string ours = mac(kOursPurpose, body);
-    if (CRYPTO_memcmp(ours.data(), nonce.data() + kBodyLength, ours.size()) != 0) {
+    if (ours.empty() || CRYPTO_memcmp(ours.data(), nonce.data() + kBodyLength, ours.size()) != 0) {
         return Verdict::forged;
     }
     const std::string scoped = mac(kScopePurpose + ZQ_Gateway_DigestScope(), body);
-    if (CRYPTO_memcmp(scoped.data(), nonce.data() + kBodyLength + ours.size(), scoped.size()) != 0) {
+    if (scoped.empty() || CRYPTO_memcmp(scoped.data(), nonce.data() + kBodyLength + ours.size(), scoped.size()) != 0) {
         return Verdict::stale;
     }
     const int64_t issuedAt = static_cast<int64_t>(std::stoul(nonce.substr(0, 8), nullptr, 16));

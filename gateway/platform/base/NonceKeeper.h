@@ -1,6 +1,9 @@
 #pragma once
 
+#include <openssl/evp.h>
+
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
 
@@ -29,14 +32,15 @@ public:
     Verdict verify(const std::string& nonce, const std::string& nonceCount);
 
 private:
-    // Loads (or creates) the secret once. It never changes after that, so the MACs of the many
-    // threads checking requests at once are computed without holding the lock.
+    // Loads (or creates) the secret once and keys the MAC with it. It never changes after that,
+    // so the MACs of the many threads checking requests at once are computed without the lock.
     bool ready();
     bool loadSecret();
+    // 16 hex digits; empty when the MAC cannot be computed, and then no nonce matches.
     std::string mac(const std::string& purpose, const std::string& text);
 
     std::mutex mutex_;
-    std::string secret_;
+    std::unique_ptr<EVP_MAC_CTX, decltype(&EVP_MAC_CTX_free)> keyed_ {nullptr, EVP_MAC_CTX_free};
     NonceUses uses_;
 };
 

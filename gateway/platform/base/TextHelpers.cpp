@@ -32,6 +32,9 @@ int mprGetMD5Hash(const unsigned char* data, int len, char* out) {
         return -1;
     }
     const std::string hex = zqbase::md5Hex(data, static_cast<size_t>(len));
+    if (hex.empty()) {
+        return -1;
+    }
     std::memcpy(out, hex.c_str(), hex.size() + 1);
     return 0;
 }

@@ -14,3 +14,9 @@ endif()
 if(ZQ_BUILD_TESTS AND ZQ_BUILD_BENCH)
   find_package(benchmark REQUIRED)
 endif()
+# Node's HTTP request parser, for the admission check's lean server; it ships no pkg-config file.
+find_path(HTTP_PARSER_INCLUDE_DIR http_parser.h REQUIRED)
+find_library(HTTP_PARSER_LIBRARY http_parser REQUIRED)
+add_library(HttpParser::HttpParser UNKNOWN IMPORTED)
+set_target_properties(HttpParser::HttpParser PROPERTIES IMPORTED_LOCATION ${HTTP_PARSER_LIBRARY}
+                                                        INTERFACE_INCLUDE_DIRECTORIES ${HTTP_PARSER_INCLUDE_DIR})

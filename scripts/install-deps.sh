@@ -8,7 +8,7 @@ packages=(
   build-essential cmake pkg-config ccache
   libgtest-dev libgmock-dev libbenchmark-dev
   libjsoncpp-dev libsqlite3-dev libssl-dev
-  libcpp-httplib-dev libcli11-dev libevent-dev
+  libcpp-httplib-dev libcli11-dev libevent-dev libhttp-parser-dev
   nginx-light curl python3 python3-requests
   ffmpeg shellcheck clang-format-14
 )

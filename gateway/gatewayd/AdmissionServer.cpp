@@ -1,15 +1,15 @@
 #include "AdmissionServer.h"
 
 #include <event2/event.h>
-#include <event2/http.h>
-#include <event2/keyvalq_struct.h>
+#include <event2/listener.h>
 #include <event2/thread.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <memory>
+#include <cerrno>
 
-#include "TelmiAdmission.h"
+#include "AdmissionRequestReader.h"
+#include "UniqueFd.h"
 #include "UnixSocketPath.h"
 
 namespace gatewayd {
@@ -17,56 +17,59 @@ namespace {
 
 // nginx keeps its connections for 10 s at most; waiting longer leaves the closing to nginx, so
 // that it never sends into a connection being closed.
-constexpr int kIdleTimeoutSec = 15;
-// nginx hands on headers of at most 4 x 8 KiB (large_client_header_buffers) plus its own.
-constexpr ev_ssize_t kMaxHeadersBytes = 64 * 1024;
+constexpr timeval kIdleTimeout = {15, 0};
+// nginx opens at most its upstream's max_conns; the rest are not nginx and wait for none.
+constexpr size_t kMaxConnections = 256;
+constexpr size_t kReadBytes = 16 * 1024;
 
-// stop() ends the loop from another thread: the loop must be told to wake. Each answer turns a
-// connection's read and write interest off and on again; the change list hands epoll only the
-// net change once per loop turn, which saves system calls on every check.
+// stop() ends the loop from another thread: the loop must be told to wake.
 event_base* newNotifiableBase() {
     static const bool threadsReady = evthread_use_pthreads() == 0;
-    if (!threadsReady) {
-        return nullptr;
-    }
-    std::unique_ptr<event_config, decltype(&event_config_free)> config(event_config_new(), event_config_free);
-    if (config == nullptr || event_config_set_flag(config.get(), EVENT_BASE_FLAG_EPOLL_USE_CHANGELIST) != 0) {
-        return nullptr;
-    }
-    return event_base_new_with_config(config.get());
+    return threadsReady ? event_base_new() : nullptr;
 }
 
-std::string header(const evkeyvalq* headers, const char* name) {
-    const char* value = evhttp_find_header(headers, name);
-    return value != nullptr ? value : "";
+// A header value that would break the answer's framing is dropped, as any HTTP server would.
+bool printable(const std::string& text) { return text.find_first_of("\r\n") == std::string::npos; }
+
+void appendAnswer(std::string& out, const AdmissionAnswer& answer, bool keepAlive) {
+    out += "HTTP/1.1 " + std::to_string(answer.status) + (answer.status == 204 ? " No Content\r\n" : " Refused\r\n");
+    for (const auto& [name, value] : answer.headers) {
+        if (printable(name) && printable(value)) {
+            out += name + ": " + value + "\r\n";
+        }
+    }
+    out += answer.status == 204 ? "" : "Content-Length: 0\r\n";
+    out += keepAlive ? "\r\n" : "Connection: close\r\n\r\n";
 }
 
 }  // namespace
 
+struct AdmissionServer::Connection {
+    Connection(AdmissionServer& owner, int socket) : server(owner), fd(socket) {}
+
+    AdmissionServer& server;
+    gwio::UniqueFd fd;
+    std::unique_ptr<event, void (*)(event*)> reading {nullptr, event_free};
+    std::unique_ptr<event, void (*)(event*)> writing {nullptr, event_free};
+    AdmissionRequestReader reader;
+    std::string out;       // answers the socket has not taken yet
+    bool closing = false;  // the last answer is in `out`
+};
+
 AdmissionServer::AdmissionServer(const TelmiLibrary& library)
-    : library_(library), base_(newNotifiableBase(), event_base_free), http_(nullptr, evhttp_free) {
-    if (base_ != nullptr) {
-        http_.reset(evhttp_new(base_.get()));
-    }
-    if (http_ != nullptr) {
-        evhttp_set_timeout(http_.get(), kIdleTimeoutSec);
-        evhttp_set_max_headers_size(http_.get(), kMaxHeadersBytes);
-        evhttp_set_max_body_size(http_.get(), 0);  // nginx passes no body to the check
-        evhttp_set_allowed_methods(http_.get(), EVHTTP_REQ_GET);
-        evhttp_set_gencb(http_.get(), answer, this);
-    }
-}
+    : library_(library), base_(newNotifiableBase(), event_base_free), listener_(nullptr, evconnlistener_free) {}
 
 AdmissionServer::~AdmissionServer() {
     stop();
-    http_.reset();  // closes the connections before the loop they belong to goes
+    connections_.clear();  // their events go before the loop they belong to
+    listener_.reset();
     if (!path_.empty()) {
         ::unlink(path_.c_str());
     }
 }
 
 bool AdmissionServer::bindUnix(const std::string& path, std::string& error) {
-    if (http_ == nullptr) {
+    if (base_ == nullptr) {
         error = "the admission check's event loop cannot be set up";
         return false;
     }
@@ -74,7 +77,9 @@ bool AdmissionServer::bindUnix(const std::string& path, std::string& error) {
     if (!fd.valid()) {
         return false;
     }
-    if (evhttp_accept_socket(http_.get(), fd.get()) != 0) {
+    listener_.reset(
+        evconnlistener_new(base_.get(), accepted, this, LEV_OPT_CLOSE_ON_FREE | LEV_OPT_CLOSE_ON_EXEC, -1, fd.get()));
+    if (listener_ == nullptr) {
         error = "the admission check cannot accept on " + path;
         return false;
     }
@@ -96,19 +101,96 @@ void AdmissionServer::stop() {
     }
 }
 
-void AdmissionServer::answer(evhttp_request* request, void* server) {
-    const evkeyvalq* in = evhttp_request_get_input_headers(request);
-    const char* target = evhttp_request_get_uri(request);
-    const AdmissionAnswer answer =
-        decideAdmission(static_cast<AdmissionServer*>(server)->library_,
-                        {header(in, "X-TELMI-Mode"), header(in, "X-TELMI-Port"), header(in, "X-TELMI-Client"),
-                         header(in, "X-TELMI-Method"), target != nullptr ? target : "", header(in, "X-TELMI-Target"),
-                         header(in, "Authorization")});
-    evkeyvalq* out = evhttp_request_get_output_headers(request);
-    for (const auto& [name, value] : answer.headers) {
-        evhttp_add_header(out, name.c_str(), value.c_str());
+void AdmissionServer::accepted(evconnlistener*, int fd, sockaddr*, int, void* server) {
+    auto& self = *static_cast<AdmissionServer*>(server);
+    auto connection = std::make_unique<Connection>(self, fd);
+    if (self.connections_.size() >= kMaxConnections || evutil_make_socket_nonblocking(fd) != 0) {
+        return;  // closed as it goes
     }
-    evhttp_send_reply(request, answer.status, answer.status == 204 ? "No Content" : "Refused", nullptr);
+    Connection* raw = connection.get();
+    raw->reading.reset(event_new(self.base_.get(), fd, EV_READ | EV_PERSIST, readable, raw));
+    raw->writing.reset(event_new(self.base_.get(), fd, EV_WRITE, writable, raw));
+    if (raw->reading == nullptr || raw->writing == nullptr || event_add(raw->reading.get(), &kIdleTimeout) != 0) {
+        return;
+    }
+    self.connections_.emplace(raw, std::move(connection));
 }
+
+void AdmissionServer::readable(int fd, short what, void* connection) {
+    Connection& self = *static_cast<Connection*>(connection);
+    if ((what & EV_TIMEOUT) != 0) {
+        self.server.close(self);
+        return;
+    }
+    char data[kReadBytes];
+    const ssize_t n = ::recv(fd, data, sizeof(data), 0);
+    if (n > 0) {
+        self.server.answer(self, data, static_cast<size_t>(n));
+    } else if (n == 0 || (errno != EAGAIN && errno != EINTR)) {
+        self.server.close(self);
+    }
+}
+
+void AdmissionServer::answer(Connection& connection, const char* data, size_t size) {
+    while (size > 0 && !connection.closing) {
+        size_t consumed = 0;
+        const AdmissionRequestReader::State state = connection.reader.feed(data, size, consumed);
+        data += consumed;
+        size -= consumed;
+        if (state == AdmissionRequestReader::State::incomplete) {
+            break;
+        }
+        if (state == AdmissionRequestReader::State::refused) {
+            AdmissionAnswer refusal;
+            refusal.status = connection.reader.refusalStatus();
+            appendAnswer(connection.out, refusal, false);
+            connection.closing = true;
+            break;
+        }
+        connection.closing = !connection.reader.keepAlive();
+        appendAnswer(connection.out, decideAdmission(library_, connection.reader.request()), !connection.closing);
+        connection.reader.next();
+    }
+    flush(connection);
+}
+
+// While an answer waits for the socket, nothing more is read: a peer that does not read its
+// answers cannot make them pile up here. False when the connection is gone.
+bool AdmissionServer::flush(Connection& connection) {
+    while (!connection.out.empty()) {
+        const ssize_t n = ::send(connection.fd.get(), connection.out.data(), connection.out.size(), MSG_NOSIGNAL);
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n < 0 && errno == EAGAIN) {
+            event_del(connection.reading.get());
+            event_add(connection.writing.get(), &kIdleTimeout);
+            return true;
+        }
+        if (n < 0) {
+            close(connection);
+            return false;
+        }
+        connection.out.erase(0, static_cast<size_t>(n));
+    }
+    if (connection.closing) {
+        close(connection);
+        return false;
+    }
+    return true;
+}
+
+void AdmissionServer::writable(int, short what, void* connection) {
+    Connection& self = *static_cast<Connection*>(connection);
+    if ((what & EV_TIMEOUT) != 0) {
+        self.server.close(self);
+        return;
+    }
+    if (self.server.flush(self) && self.out.empty()) {
+        event_add(self.reading.get(), &kIdleTimeout);
+    }
+}
+
+void AdmissionServer::close(Connection& connection) { connections_.erase(&connection); }
 
 }  // namespace gatewayd

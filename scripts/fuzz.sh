@@ -29,6 +29,7 @@ dictionary() {
     digest_*|telmi_auth) echo fuzz/dict/digest.dict ;;
     api_json|media_*|management_reply) echo fuzz/dict/json.dict ;;
     rtsp_session) echo fuzz/dict/rtsp.dict ;;
+    admission_request) echo fuzz/dict/http.dict ;;
     device_address) echo fuzz/dict/address.dict ;;
   esac
 }

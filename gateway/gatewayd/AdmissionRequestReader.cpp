@@ -30,7 +30,7 @@ AdmissionRequestReader::State AdmissionRequestReader::feed(const char* data, siz
         return State::complete;
     }
     headBytes_ += consumed;
-    if (HTTP_PARSER_ERRNO(&parser_) != HPE_OK || parser_.upgrade != 0) {
+    if (HTTP_PARSER_ERRNO(&parser_) != HPE_OK) {
         return State::refused;
     }
     if (headBytes_ > kMaxHeadBytes) {
@@ -103,6 +103,9 @@ int AdmissionRequestReader::onHeadersComplete(http_parser* parser) {
     AdmissionRequestReader& reader = readerOf(parser);
     if (parser->method != HTTP_GET) {
         reader.refusalStatus_ = 405;
+        return -1;
+    }
+    if (parser->upgrade != 0) {
         return -1;
     }
     if ((parser->flags & F_CHUNKED) != 0 || (parser->content_length != 0 && parser->content_length != ULLONG_MAX)) {

@@ -50,6 +50,7 @@ BenchGateway::BenchGateway() {
     s.rtspPortFirst = 13500;
     s.rtspPortLast = 14999;
     s.nonceLifetimeSec = 86400;  // one nonce serves a whole run
+    s.allowedDeviceNetworks = {"127.0.0.0/8"};  // the bench's devices are addresses on loopback
     s.logLevel = 4;
     require(ZQ_Gateway_SetSettings(s) == 0 && ZQ_Gateway_Init(kAdminPassword) == 0, "cannot set up the gateway home");
     require(ZQ_TELMIMgrBus_SetProtocolEnable(1) == 0, "cannot switch TELMI on");

@@ -17,7 +17,6 @@ AdmissionRequestReader& readerOf(http_parser* parser) { return *static_cast<Admi
 AdmissionRequestReader::AdmissionRequestReader() {
     http_parser_init(&parser_, HTTP_REQUEST);
     parser_.data = this;
-    settings_.on_url = onUrl;
     settings_.on_header_field = onHeaderField;
     settings_.on_header_value = onHeaderValue;
     settings_.on_headers_complete = onHeadersComplete;
@@ -50,11 +49,6 @@ void AdmissionRequestReader::next() {
     http_parser_pause(&parser_, 0);
 }
 
-int AdmissionRequestReader::onUrl(http_parser* parser, const char* at, size_t length) {
-    readerOf(parser).request_.target.append(at, length);
-    return 0;
-}
-
 // A header's name and value may each arrive in several pieces, split where a read ended.
 int AdmissionRequestReader::onHeaderField(http_parser* parser, const char* at, size_t length) {
     AdmissionRequestReader& reader = readerOf(parser);
@@ -83,12 +77,9 @@ std::string* AdmissionRequestReader::keptHeader() {
     const struct {
         const char* name;
         std::string AdmissionRequest::*value;
-    } kKept[] = {{"X-TELMI-Mode", &AdmissionRequest::mode},
-                 {"X-TELMI-Port", &AdmissionRequest::port},
-                 {"X-TELMI-Client", &AdmissionRequest::client},
-                 {"X-TELMI-Method", &AdmissionRequest::method},
-                 {"X-TELMI-Target", &AdmissionRequest::decodedTarget},
-                 {"Authorization", &AdmissionRequest::authorization}};
+    } kKept[] = {{"X-TELMI-Mode", &AdmissionRequest::mode},     {"X-TELMI-Port", &AdmissionRequest::port},
+                 {"X-TELMI-Client", &AdmissionRequest::client}, {"X-TELMI-Method", &AdmissionRequest::method},
+                 {"X-TELMI-Target", &AdmissionRequest::target}, {"Authorization", &AdmissionRequest::authorization}};
     for (const auto& kept : kKept) {
         if (strcasecmp(field_.c_str(), kept.name) == 0) {
             std::string& value = request_.*kept.value;

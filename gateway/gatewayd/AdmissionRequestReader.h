@@ -31,7 +31,6 @@ public:
     void next();
 
 private:
-    static int onUrl(http_parser* parser, const char* at, size_t length);
     static int onHeaderField(http_parser* parser, const char* at, size_t length);
     static int onHeaderValue(http_parser* parser, const char* at, size_t length);
     static int onHeadersComplete(http_parser* parser);

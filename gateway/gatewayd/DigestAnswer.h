@@ -1,9 +1,8 @@
 // A Digest answer as the client sent it. cpp-httplib (the API's server) hands header values
 // over percent-decoded, while the client computed its response over the request target exactly
 // as sent ("a%20b"), so the answer is rebuilt with the target as sent before anything checks
-// it. nginx sends the target both in the request line (untouched) and in a header (decoded like
-// the Authorization header): an answer whose decoded uri is not that decoded target names
-// another request.
+// it: an answer whose decoded uri is not the decoded target names another request. The TELMI
+// admission check gets both untouched from nginx and passes the same target twice.
 #pragma once
 
 #include <string>

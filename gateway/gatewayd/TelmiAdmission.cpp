@@ -87,8 +87,8 @@ void checkCredentials(const TelmiLibrary& library, ZQConfigMgr::TELMIMode mode, 
     }
     std::string answer;
     std::string userName;
-    const DigestAnswerFault fault =
-        rebuildDigestAnswer(req.authorization, req.decodedTarget, req.target, answer, userName);
+    // nginx hands both the header and the target on untouched: nothing was decoded.
+    const DigestAnswerFault fault = rebuildDigestAnswer(req.authorization, req.target, req.target, answer, userName);
     tagTELMIAuthReq authReq {};
     if (fault == DigestAnswerFault::otherTarget) {
         GATEWAYD_LOG(gwlog::kWarning, "TELMI request from %s refused: its Digest answer names another target",

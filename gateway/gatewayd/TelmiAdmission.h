@@ -5,8 +5,8 @@
 //                  or "port" (a device's own port: the client answers as the gateway's "admin");
 //   X-TELMI-Port   the gateway port the request came to;
 //   X-TELMI-Client the client's address (the lock-out key is made from it);
-//   X-TELMI-Method the client's method; the request line carries the client's target as sent
-//   (X-TELMI-Target the same, decoded: see DigestAnswer.h); plus the client's Authorization.
+//   X-TELMI-Method the client's method;
+//   X-TELMI-Target the client's target as sent; plus the client's Authorization.
 // Admitted: 204 with X-TELMI-Upstream (nginx's upstream of the device) and X-TELMI-Device-Host.
 // Refused: the status in X-TELMI-Status, a sentence in X-TELMI-Message and, for 401, the
 // challenge in WWW-Authenticate.
@@ -26,8 +26,7 @@ struct AdmissionRequest {
     std::string port;           // X-TELMI-Port
     std::string client;         // X-TELMI-Client
     std::string method;         // X-TELMI-Method
-    std::string target;         // the sub-request's target: the client's, as sent
-    std::string decodedTarget;  // X-TELMI-Target, decoded as much as authorization is (DigestAnswer.h)
+    std::string target;         // X-TELMI-Target
     std::string authorization;  // the client's Authorization
 };
 

@@ -155,8 +155,9 @@ std::string nginxRequestConfig() {
            // The host is told what nginx itself saw: the client's address is never a header.
            "location = /.zq-telmi-admission {\n"
            "    internal;\n"
-           // The target travels in the request line, where the host reads it untouched.
-           "    proxy_pass http://telmi_auth$request_uri;\n"
+           // A fixed upstream and target: with variables nginx would parse the URL and search
+           // its upstreams by name for every check. The client's target is a header.
+           "    proxy_pass http://telmi_auth;\n"
            "    proxy_method GET;\n"
            "    proxy_pass_request_body off;\n"
            // The check reads only these headers; the client's others would cost every request

@@ -103,8 +103,8 @@ void AdmissionServer::stop() {
 
 void AdmissionServer::accepted(evconnlistener*, int fd, sockaddr*, int, void* server) {
     auto& self = *static_cast<AdmissionServer*>(server);
-    auto connection = std::make_unique<Connection>(self, fd);
-    if (self.connections_.size() >= kMaxConnections || evutil_make_socket_nonblocking(fd) != 0) {
+    auto connection = std::make_unique<Connection>(self, fd);  // non-blocking, as libevent accepts
+    if (self.connections_.size() >= kMaxConnections) {
         return;  // closed as it goes
     }
     Connection* raw = connection.get();

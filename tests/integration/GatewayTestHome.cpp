@@ -1,12 +1,10 @@
 #include "GatewayTestHome.h"
 
-#include "ChildProgram.h"
 #include "ZQBase.h"
 #include "ZQGatewayDevices.h"
 #include "ZQMediaFrame.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/file.h>
@@ -15,7 +13,6 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
 
 namespace gwtest {
 

@@ -2,13 +2,7 @@
 // reference platform in a temporary gateway home, with the real media daemon and nginx: no test
 // double anywhere.
 #include <dlfcn.h>
-#include <gtest/gtest.h>
 
-#include <atomic>
-#include <set>
-#include <thread>
-
-#include "ChildProgram.h"
 #include "GatewayTestHome.h"
 #include "ZQBase.h"
 #include "ZQTELMIMgrBus.h"

@@ -1,9 +1,7 @@
 #include <atomic>
 #include <chrono>
 #include <future>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "LibraryTest.h"
 

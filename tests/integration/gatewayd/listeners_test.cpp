@@ -2,13 +2,7 @@
 // itself: after devices vanish under port-list reads, after either daemon is killed, after a
 // restart; and telmictl doctor shows and repairs what is out of step. Listening ports are seen
 // from outside the gateway, through the kernel.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <signal.h>
-
-#include <atomic>
-#include <set>
-#include <thread>
 
 #include "DriverCif.h"
 #include "GatewayScenario.h"
@@ -17,8 +11,6 @@
 namespace {
 
 using namespace gwtest;
-using testing::HasSubstr;
-using testing::Not;
 
 bool inStep(const GatewayRun& gateway) {
     return eventually([&gateway] { return listenedPorts(gateway) == boundPorts(gateway); });

@@ -1,11 +1,8 @@
 // An administrator's operations on real homes: ports owned by one gateway, settings checked
 // before a start and while running, log rotation, backup and restore.
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <unistd.h>
-
-#include <fstream>
 
 #include "GatewayScenario.h"
 

@@ -4,14 +4,11 @@
 // IDs, records that outlive deletion, restarts, bounded lock-out books and device addresses that
 // lead back into the gateway (libZQDeviceMgr); the device query (libZQDeviceMgrBus); the
 // gateway's own settings (libZQGatewayCfg). libDriverMgr is tested with the media daemon.
-#include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <unistd.h>
 
 #include <cstring>
-#include <fstream>
 #include <iterator>
-#include <set>
 
 #include "GatewayTestHome.h"
 #include "StoreRecordText.h"
@@ -21,7 +18,6 @@
 #include "ZQDeviceMgrBus.h"
 #include "ZQGatewayDevices.h"
 #include "ZQGatewayDigest.h"
-#include "ZQGatewayHome.h"
 #include "base/NonceUses.h"
 
 using namespace gwtest;

@@ -4,14 +4,10 @@
 // twice, every account belongs to an existing device, and a lock-out made at the start holds.
 //
 // ZQ_CHAOS_SEED replays a walk (a failure prints its seed); ZQ_CHAOS_STEPS sets its length.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdlib>
-#include <functional>
 #include <random>
-#include <set>
 
 #include "gatewayd/GatewayScenario.h"
 

@@ -2,17 +2,10 @@
 // gateway as scripts/gateway.sh starts it, the demo's four simulated devices registered by
 // zqdevsim, and the administrator's commands through telmictl --json. The steps build on each
 // other, so they are one test.
-#include <gmock/gmock.h>
 
-#include <fstream>
-#include <map>
-#include <string>
-
-#include "ChildProgram.h"
 #include "GatewayRun.h"
 
 using namespace gwtest;
-using testing::HasSubstr;
 
 namespace {
 

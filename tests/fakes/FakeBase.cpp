@@ -98,15 +98,7 @@ public:
         const std::string detail =
             std::to_string(static_cast<int>(op)) + " " + std::to_string(port) + (arg2 == nullptr ? "" : " arg2");
         return fakePlatform().perform("nginx.ModifyConfig", detail, [&] {
-            if (port <= 0 || port > 65535 || (op != ZQBase::addListenPort && op != ZQBase::delListenPort)) {
-                return 0;
-            }
-            if (op == ZQBase::addListenPort) {
-                fakePlatform().nginxPorts.insert(port);
-            } else {
-                fakePlatform().nginxPorts.erase(port);
-            }
-            return 1;
+            return port > 0 && port <= 65535 && (op == ZQBase::addListenPort || op == ZQBase::delListenPort) ? 1 : 0;
         });
     }
     int Reboot() override { return fakePlatform().call("nginx.Reboot").value_or(1); }

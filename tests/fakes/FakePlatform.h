@@ -168,7 +168,6 @@ struct FakeState {
 
     // nginx.
     std::vector<int> nginxPids;
-    std::set<int> nginxPorts;  // configured listening ports
 
     // Media module: scripted replies first, then a well-behaved module over mediaListening.
     std::deque<MediaReply> mediaReplies;

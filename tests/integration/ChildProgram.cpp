@@ -1,6 +1,7 @@
 #include "ChildProgram.h"
 
 #include <gtest/gtest.h>
+
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>

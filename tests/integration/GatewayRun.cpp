@@ -1,11 +1,6 @@
 #include "GatewayRun.h"
 
-#include <gtest/gtest.h>
-
-#include <fstream>
-
 #include "OwnedPort.h"
-#include "ZQGatewayHome.h"
 
 namespace gwtest {
 StandInDevice::StandInDevice(const std::string& name, unsigned short port) {

@@ -5,10 +5,6 @@
 
 #include <httplib.h>
 
-#include <string>
-#include <thread>
-
-#include "ChildProgram.h"
 #include "GatewayTestHome.h"
 
 namespace gwtest {

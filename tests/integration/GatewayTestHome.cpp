@@ -1,12 +1,10 @@
 #include "GatewayTestHome.h"
 
-#include "ChildProgram.h"
 #include "ZQBase.h"
 #include "ZQGatewayDevices.h"
 #include "ZQMediaFrame.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/file.h>
@@ -15,7 +13,6 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
 
 namespace gwtest {
 
@@ -99,16 +96,9 @@ std::string registerDevice(uint8_t protocol, const std::string& id, const std::s
 }
 
 std::string fileText(const std::string& path) {
-    std::string text;
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    char chunk[4096];
-    for (ssize_t n; fd >= 0 && (n = ::read(fd, chunk, sizeof(chunk))) > 0;) {
-        text.append(chunk, static_cast<size_t>(n));
-    }
-    if (fd >= 0) {
-        ::close(fd);
-    }
-    return text;
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
 }
 
 int pidIn(const TempHome& home, const std::string& pidFile) {

@@ -2,13 +2,30 @@
 // fresh temporary gateway home, since a process resolves its home once.
 #pragma once
 
-#include <cstdint>
-#include <functional>
-#include <string>
+// What the integration tests share beside these helpers, so that a test includes only its own extras.
+#include <gmock/gmock.h>
 
+#include <atomic>
+#include <cstdint>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ChildProgram.h"
 #include "ZQGatewayHome.h"
 
 namespace gwtest {
+
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
 
 // A temporary gateway home, removed (with any nginx running from it stopped) at the end. Its
 // management port is claimed for the test, and it has no user-mode port.

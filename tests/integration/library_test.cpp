@@ -2,14 +2,8 @@
 // reference platform in a temporary gateway home, with the real media daemon and nginx: no test
 // double anywhere.
 #include <dlfcn.h>
-#include <gtest/gtest.h>
 
-#include <atomic>
-#include <set>
-#include <thread>
-
-#include "ChildProgram.h"
-#include "GatewayTestHome.h"
+#include "GatewayRun.h"
 #include "ZQBase.h"
 #include "ZQTELMIMgrBus.h"
 
@@ -26,18 +20,6 @@ void* library() {
 
 #define ZQ_CALL(name) (*reinterpret_cast<decltype(&name)>(dlsym(library(), #name)))
 
-void useSettings(unsigned short firstPort) {
-    changeSettings([firstPort](ZQGateway::tagGatewaySettings& s) {
-        s.httpPortFirst = firstPort;
-        s.httpPortLast = static_cast<uint16_t>(firstPort + 9);
-        s.rtspPortFirst = static_cast<uint16_t>(firstPort + 10);
-        s.rtspPortLast = static_cast<uint16_t>(firstPort + 19);
-        s.logFile = "";  // stderr, next to the test's own output
-        s.logLevel = 4;
-        s.allowedDeviceNetworks = {"127.0.0.0/8"};  // the simulated camera
-    });
-}
-
 std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIPort>> portList() {
     std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIPort>> ports;
     tagTelmiQueryRsp rsp {};
@@ -51,12 +33,11 @@ std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIPort>> portList() {
 
 // Two processes bind at once; what they bind, nginx and the media daemon serve.
 TEST(LibraryOnGatewayTest, BindingsFromTwoProcessesDriveNginxAndTheMediaRelay) {
-    TempHome home;
-    const unsigned short first = testPortBlock(22);
+    const GatewayRun gateway;  // a home with test ports, never started: the library drives nginx and the relay
+    const TempHome& home = gateway.home();
     std::string cameraAddress;
-    const auto camera = simulatedCamera(first + 20, cameraAddress);
+    const auto camera = simulatedCamera(gateway.freePort(0), cameraAddress);
     inChild(home, [&] {
-        useSettings(first);
         registerDevice(4, "CAM-1", cameraAddress);
         registerDevice(4, "CAM-2", cameraAddress);
     });

@@ -6,12 +6,16 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "FakePlatform.h"
+#include "StoreRecordText.h"
 #include "ZQTELMIMgrBus.h"
 #include "frame/CInstanceMgr.h"
+#include "frame/Realm.h"
 
 // Every unit test speaks in the library's names and these matchers.
 using namespace ZQTELMIMgrBus;

@@ -1,12 +1,4 @@
-#include <cstring>
-#include <functional>
-#include <memory>
-#include <string>
-#include <tuple>
-
 #include "LibraryTest.h"
-#include "StoreRecordText.h"
-#include "frame/Realm.h"
 
 namespace {
 

@@ -1,10 +1,8 @@
 #include <atomic>
 #include <cstddef>
 #include <thread>
-#include <vector>
 
 #include "LibraryTest.h"
-#include "ZQDeviceMgrBus.h"
 
 // The host and the stores exchange these records by reference: their layouts are part of the interface.
 static_assert(sizeof(tagTELMIUserInput) == 85 && offsetof(tagTELMIUserInput, password) == 34 &&

@@ -1,8 +1,3 @@
-#include <cstring>
-#include <string>
-#include <tuple>
-#include <vector>
-
 #include "LibraryTest.h"
 
 namespace {

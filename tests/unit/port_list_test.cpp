@@ -1,6 +1,3 @@
-#include <string>
-#include <vector>
-
 #include "LibraryTest.h"
 
 namespace {

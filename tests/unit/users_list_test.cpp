@@ -1,7 +1,3 @@
-#include <string>
-#include <tuple>
-#include <vector>
-
 #include "LibraryTest.h"
 
 using ::testing::UnorderedElementsAre;

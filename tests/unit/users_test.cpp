@@ -1,10 +1,4 @@
-#include <cstring>
-#include <string>
-#include <vector>
-
 #include "LibraryTest.h"
-#include "StoreRecordText.h"
-#include "frame/Realm.h"
 
 namespace {
 

@@ -1,15 +1,9 @@
 // The device simulator zqdevsim as a separate process: its TELMI interfaces through curl, its
 // RTSP sources through ffprobe, its command line, its registration with a real gateway, its stop.
-#include <gmock/gmock.h>
-
-#include <fstream>
-#include <regex>
-#include <string>
 
 #include "GatewayRun.h"
 
 using namespace gwtest;
-using testing::HasSubstr;
 
 namespace {
 

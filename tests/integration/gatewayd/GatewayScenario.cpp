@@ -1,7 +1,5 @@
 #include "GatewayScenario.h"
 
-#include <gtest/gtest.h>
-
 namespace gwtest {
 
 const std::string kUserPassword = "Cam3ra!Pass";

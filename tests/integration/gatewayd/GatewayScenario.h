@@ -5,8 +5,6 @@
 #include <json/json.h>
 
 #include <optional>
-#include <set>
-#include <string>
 
 #include "GatewayRun.h"
 

@@ -2,22 +2,14 @@
 // captured, while legitimate clients are served. Real sockets, curl and the gateway's
 // real nginx, host service and devices.
 #include <arpa/inet.h>
-#include <gmock/gmock.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <fstream>
-#include <map>
-#include <regex>
-#include <sstream>
-#include <string>
-#include <vector>
 
 #include "GatewayScenario.h"
 
 using namespace gwtest;
-using testing::HasSubstr;
 
 namespace {
 

@@ -1,11 +1,8 @@
 // An administrator's operations on real homes: ports owned by one gateway, settings checked
 // before a start and while running, log rotation, backup and restore.
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <unistd.h>
-
-#include <fstream>
 
 #include "GatewayScenario.h"
 
@@ -30,12 +27,10 @@ TEST(Operations, InvalidSettingsAreRefusedByCheckAndStart) {
     for (const auto& c : cases) {
         TempHome home;
         std::ofstream(home.path() + "/gateway.json") << c.text;
-        const Outcome checked = gatewayd(home, "check");
-        EXPECT_EQ(checked.status, 1) << c.text;
-        EXPECT_NE(checked.err.find(c.problem), std::string::npos) << checked.err;
+        EXPECT_THAT(gatewayd(home, "check").withErr(), AllOf(StartsWith("1 "), HasSubstr(c.problem))) << c.text;
         const Outcome started = gatewayScript(home, "start");
+        EXPECT_THAT(started.err, HasSubstr(c.problem)) << c.text;
         EXPECT_NE(started.status, 0) << c.text;
-        EXPECT_NE(started.err.find(c.problem), std::string::npos) << started.err;
         EXPECT_EQ(fileText(home.path() + "/gateway.json"), c.text);
     }
     TempHome home;
@@ -52,10 +47,9 @@ TEST(Operations, ASecondHomeRefusesTheFirstsPortsLogsReopenAndABackupOfTheRunnin
         changeSettings([taken](ZQGateway::tagGatewaySettings& s) { s.managementPort = taken; });
     }));
     const std::string refused = fresh.script("start");
-    EXPECT_NE(refused.find("managementPort " + std::to_string(taken) + " is already in use by nginx (pid "),
-              std::string::npos)
-        << refused;
-    EXPECT_EQ(refused.find("zqgatewayd: running"), std::string::npos) << refused;
+    EXPECT_THAT(refused,
+                AllOf(HasSubstr("managementPort " + std::to_string(taken) + " is already in use by nginx (pid "),
+                      Not(HasSubstr("zqgatewayd: running"))));
     fresh.script("stop");  // the media daemon it started
     for (int i = 0; i < 4; ++i) {
         EXPECT_EQ(original.api("GET", "/api/telmi").status, 200) << "the first gateway alone answers, every time";
@@ -71,9 +65,7 @@ TEST(Operations, ASecondHomeRefusesTheFirstsPortsLogsReopenAndABackupOfTheRunnin
         return text.find("[GATEWAYD] log files reopened") != std::string::npos &&
                text.find("[MEDIAD] log file reopened") != std::string::npos;
     }));
-    const std::string status = original.script("status");
-    EXPECT_NE(status.find("zqgatewayd: running"), std::string::npos) << status;
-    EXPECT_NE(status.find("zqmediad: running"), std::string::npos) << status;
+    EXPECT_THAT(original.script("status"), AllOf(HasSubstr("zqgatewayd: running"), HasSubstr("zqmediad: running")));
 
     // The running service checks its settings file as an editor saves it: replaced whole.
     const std::string path = original.home().path() + "/gateway.json";
@@ -97,13 +89,11 @@ TEST(Operations, ASecondHomeRefusesTheFirstsPortsLogsReopenAndABackupOfTheRunnin
     const std::string users = original.api("GET", "/api/users").out;
     const std::string ports = original.api("GET", "/api/ports").out;
     const std::string backup = original.home().path() + "/../" + "backup-" + std::to_string(original.apiPort());
-    const Outcome written = gatewayd(original.home(), "backup " + shellQuoted(backup));
-    ASSERT_EQ(written.status, 0) << written.err;
+    ASSERT_EQ(gatewayd(original.home(), "backup " + shellQuoted(backup)).withErr(), "0 ");
     struct stat file {};
     ASSERT_EQ(::stat(backup.c_str(), &file), 0);
     EXPECT_EQ(file.st_mode & 0777, 0600u);
-    EXPECT_NE(gatewayd(original.home(), "restore " + shellQuoted(backup)).err.find("is running (zqgatewayd)"),
-              std::string::npos);
+    EXPECT_THAT(gatewayd(original.home(), "restore " + shellQuoted(backup)).err, HasSubstr("is running (zqgatewayd)"));
     original.script("stop");
     const Outcome restored = gatewayd(fresh.home(), "restore " + shellQuoted(backup));
     ::unlink(backup.c_str());

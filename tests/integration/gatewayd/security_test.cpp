@@ -1,25 +1,17 @@
 // What a local user or a remote client must not be able to lift from a running gateway
 // (scripts/gateway.sh over a temporary home): the services' users, the home's files, passwords
 // on command lines, and device addresses that lead back into the gateway.
-#include <gmock/gmock.h>
 #include <pwd.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <filesystem>
-#include <set>
-#include <sstream>
-#include <string>
-#include <thread>
 #include <tuple>
 
 #include "GatewayRun.h"
 #include "ZQGatewayDevices.h"
 
 using namespace gwtest;
-using testing::HasSubstr;
-using testing::Not;
 
 namespace {
 

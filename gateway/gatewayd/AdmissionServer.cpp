@@ -9,6 +9,7 @@
 #include <cerrno>
 
 #include "AdmissionRequestReader.h"
+#include "ByteBuffer.h"
 #include "UniqueFd.h"
 #include "UnixSocketPath.h"
 
@@ -32,15 +33,16 @@ event_base* newNotifiableBase() {
 // A header value that would break the answer's framing is dropped, as any HTTP server would.
 bool printable(const std::string& text) { return text.find_first_of("\r\n") == std::string::npos; }
 
-void appendAnswer(std::string& out, const AdmissionAnswer& answer, bool keepAlive) {
-    out += "HTTP/1.1 " + std::to_string(answer.status) + (answer.status == 204 ? " No Content\r\n" : " Refused\r\n");
+std::string answerText(const AdmissionAnswer& answer, bool keepAlive) {
+    std::string out =
+        "HTTP/1.1 " + std::to_string(answer.status) + (answer.status == 204 ? " No Content\r\n" : " Refused\r\n");
     for (const auto& [name, value] : answer.headers) {
         if (printable(name) && printable(value)) {
             out += name + ": " + value + "\r\n";
         }
     }
     out += answer.status == 204 ? "" : "Content-Length: 0\r\n";
-    out += keepAlive ? "\r\n" : "Connection: close\r\n\r\n";
+    return out + (keepAlive ? "\r\n" : "Connection: close\r\n\r\n");
 }
 
 }  // namespace
@@ -53,8 +55,8 @@ struct AdmissionServer::Connection {
     std::unique_ptr<event, void (*)(event*)> reading {nullptr, event_free};
     std::unique_ptr<event, void (*)(event*)> writing {nullptr, event_free};
     AdmissionRequestReader reader;
-    std::string out;       // answers the socket has not taken yet
-    bool closing = false;  // the last answer is in `out`
+    gwio::ByteBuffer out {0};  // answers the socket has not taken yet; appends ignore the capacity
+    bool closing = false;      // the last answer is in `out`
     std::list<std::unique_ptr<Connection>>::iterator place;
 };
 
@@ -147,12 +149,12 @@ void AdmissionServer::answer(Connection& connection, const char* data, size_t si
         if (state == AdmissionRequestReader::State::refused) {
             AdmissionAnswer refusal;
             refusal.status = connection.reader.refusalStatus();
-            appendAnswer(connection.out, refusal, false);
+            connection.out.append(answerText(refusal, false));
             connection.closing = true;
             break;
         }
         connection.closing = !connection.reader.keepAlive();
-        appendAnswer(connection.out, decideAdmission(library_, connection.reader.request()), !connection.closing);
+        connection.out.append(answerText(decideAdmission(library_, connection.reader.request()), !connection.closing));
         connection.reader.next();
     }
     flush(connection);
@@ -162,20 +164,16 @@ void AdmissionServer::answer(Connection& connection, const char* data, size_t si
 // answers cannot make them pile up here. False when the connection is gone.
 bool AdmissionServer::flush(Connection& connection) {
     while (!connection.out.empty()) {
-        const ssize_t n = ::send(connection.fd.get(), connection.out.data(), connection.out.size(), MSG_NOSIGNAL);
-        if (n < 0 && errno == EINTR) {
-            continue;
-        }
-        if (n < 0 && errno == EAGAIN) {
+        const gwio::IoResult result = connection.out.drainTo(connection.fd.get());
+        if (result == gwio::IoResult::wouldBlock) {
             event_del(connection.reading.get());
             event_add(connection.writing.get(), &kIdleTimeout);
             return true;
         }
-        if (n < 0) {
+        if (result != gwio::IoResult::progress) {
             close(connection);
             return false;
         }
-        connection.out.erase(0, static_cast<size_t>(n));
     }
     if (connection.closing) {
         close(connection);

@@ -41,16 +41,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
 
     ZQ_Gateway_SetDigestScope(otherScope ? ZQGateway::portModeScope(20000) : ZQGateway::managementScope());
-    auto params = zqbase::parseDigestHeader(header);
+    using ZQGateway::DigestParam;
+    auto params = ZQGateway::parseDigestParams(header);
     bool ourNonce = false;
     if (params) {
         const std::string separator = params->empty() ? "" : ", ";
-        if (params->count("nonce") == 0) {
+        if (!params->has(DigestParam::nonce)) {
             header += separator + "nonce=\"" + freshNonce() + "\"";
             ourNonce = true;
         }
-        params = zqbase::parseDigestHeader(header);
-        if (params && params->count("response") == 0) {
+        params = ZQGateway::parseDigestParams(header);
+        if (params && !params->has(DigestParam::response)) {
             if (const auto response = zqbase::expectedDigestResponse(*params, method, kHa1)) {
                 header += ", response=\"" + *response + "\"";
             }

@@ -33,12 +33,12 @@ void setUpAccounts() {
 // The answer the named account would send when the header carries none, so that the checks
 // after the response (lock release, device index) are reached too.
 std::string completed(std::string header, bool portMode) {
-    const auto params = zqbase::parseDigestHeader(header);
-    if (!params || params->empty() || params->count("response") != 0) {
+    using ZQGateway::DigestParam;
+    const auto params = ZQGateway::parseDigestParams(header);
+    if (!params || params->empty() || params->has(DigestParam::response)) {
         return header;
     }
-    const auto user = params->find("username");
-    const std::string account = portMode ? "admin" : user == params->end() ? "" : user->second;
+    const std::string account = portMode ? "admin" : std::string((*params)[DigestParam::username]);
     if (const auto response = zqbase::expectedDigestResponse(*params, "GET", ha1Of(account))) {
         header += ", response=\"" + *response + "\"";
     }

@@ -6,9 +6,12 @@
 namespace gatewayd {
 namespace {
 
+using ZQGateway::DigestParam;
+using ZQGateway::DigestParams;
+
 const char* const kTokenChars = "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ-";
 
-std::string quoted(const std::string& value) {
+std::string quoted(std::string_view value) {
     std::string text = "\"";
     for (char c : value) {
         if (c == '"' || c == '\\') {
@@ -23,22 +26,33 @@ std::string quoted(const std::string& value) {
 
 DigestAnswerFault rebuildDigestAnswer(const std::string& decodedHeader, const std::string& decodedTarget,
                                       const std::string& sentTarget, std::string& rebuilt, std::string& userName) {
-    auto params = ZQ_Gateway_ParseDigestHeader(decodedHeader);
-    if (!params || params->count("username") == 0 || params->count("uri") == 0) {
+    auto params = ZQGateway::parseDigestParams(decodedHeader);
+    if (!params || !params->has(DigestParam::username) || !params->has(DigestParam::uri)) {
         return DigestAnswerFault::malformed;
     }
-    if (params->at("uri") != decodedTarget) {
+    if ((*params)[DigestParam::uri] != decodedTarget) {
         return DigestAnswerFault::otherTarget;
     }
-    (*params)["uri"] = sentTarget;
-    rebuilt = "Digest ";
-    for (const auto& [name, value] : *params) {
-        // RFC 7616 sends these two as tokens; everything else is quoted.
-        const bool token = (name == "nc" || name == "qop") && !value.empty() &&
-                           value.find_first_not_of(kTokenChars) == std::string::npos;
-        rebuilt += (rebuilt.size() > 7 ? ", " : "") + name + "=" + (token ? value : quoted(value));
+    userName = (*params)[DigestParam::username];
+    // The library finds the user name by a text search of the header it is given.
+    if (decodedTarget == sentTarget && digestParameter(decodedHeader, "username") == userName) {
+        rebuilt = decodedHeader;
+        return DigestAnswerFault::none;
     }
-    userName = params->at("username");
+    params->set(DigestParam::uri, sentTarget);
+    rebuilt = "Digest ";
+    for (size_t p = 0; p < ZQGateway::kDigestParamCount; ++p) {
+        const auto param = static_cast<DigestParam>(p);
+        if (!params->has(param)) {
+            continue;
+        }
+        const std::string_view value = (*params)[param];
+        // RFC 7616 sends these two as tokens; everything else is quoted.
+        const bool token = (param == DigestParam::nc || param == DigestParam::qop) && !value.empty() &&
+                           value.find_first_not_of(kTokenChars) == std::string_view::npos;
+        rebuilt.append(rebuilt.size() > 7 ? ", " : "").append(DigestParams::name(param)).append("=");
+        rebuilt += token ? std::string(value) : quoted(value);
+    }
     return digestParameter(rebuilt, "username") == userName ? DigestAnswerFault::none : DigestAnswerFault::malformed;
 }
 

@@ -11,9 +11,10 @@ namespace gatewayd {
 
 enum class DigestAnswerFault { none, malformed, otherTarget };
 
-// rebuilt: the Authorization header to check, in one canonical form, with uri = sentTarget.
-// A header the strict parser refuses, or whose user name the library's text search would read
-// differently, is malformed.
+// rebuilt: the Authorization header to check, with uri = sentTarget: the header itself when
+// that already holds and the library's text search reads the parser's user name from it, else
+// the parameters in one canonical form. A header the strict parser refuses, or whose user name
+// the library would still read differently, is malformed.
 DigestAnswerFault rebuildDigestAnswer(const std::string& decodedHeader, const std::string& decodedTarget,
                                       const std::string& sentTarget, std::string& rebuilt, std::string& userName);
 

@@ -8,22 +8,66 @@
 // round trip and never counts as a failure.
 #pragma once
 
-#include <map>
+#include <array>
+#include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 // The calling thread's Digest scope from now on ("" is the scope of callers that name none).
 void ZQ_Gateway_SetDigestScope(const std::string& scope);
 std::string ZQ_Gateway_DigestScope();
 
-// The parameters of a Digest Authorization header, names lower-cased and quoted values
-// unescaped, as ZQ_BASE_CheckDigest reads them. Empty when the header is not a well-formed
-// Digest header: a parameter given twice, or one that RFC 7616 does not define, is refused, so
-// that no two readers of the header can take different values from it.
-std::optional<std::map<std::string, std::string>> ZQ_Gateway_ParseDigestHeader(const std::string& header);
+namespace ZQGateway {
+
+// The parameters RFC 7616 defines for a Digest answer, in the order of their names.
+enum class DigestParam : uint8_t {
+    algorithm,
+    cnonce,
+    nc,
+    nonce,
+    opaque,
+    qop,
+    realm,
+    response,
+    uri,
+    userhash,
+    username
+};
+constexpr size_t kDigestParamCount = 11;
+
+// The parameters of one Digest answer, each present at most once. Every request is read twice
+// over (by the host, then by ZQ_BASE_CheckDigest), so the values share one buffer instead of
+// costing an allocation each.
+class DigestParams {
+public:
+    // The lower-case name of p.
+    static std::string_view name(DigestParam p);
+
+    bool has(DigestParam p) const { return (present_ & bit(p)) != 0; }
+    // The value, "" when absent; valid until this object changes.
+    std::string_view operator[](DigestParam p) const;
+    bool empty() const { return present_ == 0; }
+    void set(DigestParam p, std::string_view value);
+    bool operator==(const DigestParams& other) const;
+    bool operator!=(const DigestParams& other) const { return !(*this == other); }
+
+private:
+    friend std::optional<DigestParams> parseDigestParams(std::string_view header);
+    static uint16_t bit(DigestParam p) { return static_cast<uint16_t>(1u << static_cast<unsigned>(p)); }
+
+    std::string values_;
+    std::array<std::pair<uint32_t, uint32_t>, kDigestParamCount> spans_ {};  // offset, length
+    uint16_t present_ = 0;
+};
+
+// The parameters of a Digest Authorization header, quoted values unescaped, as
+// ZQ_BASE_CheckDigest reads them. Empty when the header is not a well-formed Digest header: a
+// parameter given twice, or one that RFC 7616 does not define, is refused, so that no two
+// readers of the header can take different values from it.
+std::optional<DigestParams> parseDigestParams(std::string_view header);
 
 // The scopes the gateway's services use.
-namespace ZQGateway {
 inline std::string managementScope() { return "api"; }
 inline std::string userModeScope() { return "user"; }
 inline std::string portModeScope(unsigned port) { return "port:" + std::to_string(port); }

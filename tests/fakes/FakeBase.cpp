@@ -15,17 +15,19 @@ namespace {
 // Verifies the header for real. A nonce is stale when the test names it so, and a right answer
 // is accepted once per nonce and count, as on the gateway.
 int verifyDigest(const std::string& method, const std::string& header, const std::string& ha1) {
-    auto params = zqbase::parseDigestHeader(header);
+    using ZQGateway::DigestParam;
+    const auto params = ZQGateway::parseDigestParams(header);
     if (!params) {
         return -1;
     }
     auto expected = zqbase::expectedDigestResponse(*params, method, ha1);
-    if (!expected || !zqbase::digestResponsesEqual(*expected, (*params)["response"])) {
+    if (!expected || !zqbase::digestResponsesEqual(*expected, (*params)[DigestParam::response])) {
         return -1;
     }
     auto& platform = fakePlatform();
-    const std::string nonce = (*params)["nonce"];
-    if (platform.staleNonces.count(nonce) || !platform.answeredNonces.insert(nonce + "/" + (*params)["nc"]).second) {
+    const std::string nonce((*params)[DigestParam::nonce]);
+    if (platform.staleNonces.count(nonce) ||
+        !platform.answeredNonces.insert(nonce + "/" + std::string((*params)[DigestParam::nc])).second) {
         return -2;
     }
     return 0;

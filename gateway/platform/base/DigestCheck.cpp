@@ -18,6 +18,8 @@ namespace {
 
 constexpr size_t kMaxHeader = 8192;
 
+using ZQGateway::DigestParam;
+
 enum DigestVerdict : int { kCorrect = 0, kWrong = -1, kStale = -2, kForged = -3 };
 
 }  // namespace
@@ -30,28 +32,31 @@ int ZQ_BASE_CheckDigest(const char* method, const char* authHeader, const char* 
     if (headerLength == kMaxHeader) {
         return kWrong;
     }
-    auto params = zqbase::parseDigestHeader(std::string(authHeader, headerLength));
+    const auto params = ZQGateway::parseDigestParams(std::string_view(authHeader, headerLength));
     if (!params) {
         return kWrong;
     }
-    for (const char* required : {"username", "nonce", "uri", "response"}) {
-        if (params->count(required) == 0) {
+    for (const DigestParam required :
+         {DigestParam::username, DigestParam::nonce, DigestParam::uri, DigestParam::response}) {
+        if (!params->has(required)) {
             return kWrong;
         }
     }
-    auto algorithm = params->find("algorithm");
-    if (algorithm != params->end() && strcasecmp(algorithm->second.c_str(), "MD5") != 0) {
+    const std::string_view algorithm = (*params)[DigestParam::algorithm];
+    if (params->has(DigestParam::algorithm) &&
+        (algorithm.size() != 3 || strncasecmp(algorithm.data(), "MD5", algorithm.size()) != 0)) {
         return kWrong;
     }
-    if (params->count("qop") != 0 && (params->count("nc") == 0 || params->count("cnonce") == 0)) {
+    const bool qop = params->has(DigestParam::qop);
+    if (qop && (!params->has(DigestParam::nc) || !params->has(DigestParam::cnonce))) {
         return kWrong;
     }
     auto expected = zqbase::expectedDigestResponse(*params, method, ha1);
-    if (!expected || !zqbase::digestResponsesEqual(*expected, params->at("response"))) {
+    if (!expected || !zqbase::digestResponsesEqual(*expected, (*params)[DigestParam::response])) {
         return kWrong;
     }
-    const std::string nonceCount = params->count("qop") != 0 ? params->at("nc") : std::string();
-    switch (zqbase::NonceKeeper::instance().verify(params->at("nonce"), nonceCount)) {
+    const std::string_view nonceCount = qop ? (*params)[DigestParam::nc] : std::string_view();
+    switch (zqbase::NonceKeeper::instance().verify((*params)[DigestParam::nonce], nonceCount)) {
         case zqbase::NonceKeeper::Verdict::fresh: return kCorrect;
         case zqbase::NonceKeeper::Verdict::stale: return kStale;
         case zqbase::NonceKeeper::Verdict::forged: break;

@@ -1,56 +1,36 @@
 #include "base/DigestHeader.h"
 
 #include <openssl/crypto.h>
+#include <strings.h>
 
 #include <cctype>
 
 #include "base/Md5Hex.h"
 
-namespace zqbase {
+namespace ZQGateway {
 namespace {
+
+constexpr std::string_view kNames[kDigestParamCount] = {"algorithm", "cnonce",   "nc",  "nonce",    "opaque",  "qop",
+                                                        "realm",     "response", "uri", "userhash", "username"};
 
 bool isTokenChar(char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '-' || c == '_' || c == '.'; }
 
-void skipSpaces(const std::string& s, size_t& i) {
+void skipSpaces(std::string_view s, size_t& i) {
     while (i < s.size() && (s[i] == ' ' || s[i] == '\t')) {
         ++i;
     }
 }
 
-// The parameters RFC 7616 defines for a Digest answer. Any other name is refused: a reader that
-// looks for `uri="` in the raw text would find it inside "xuri", and the two must never differ.
-bool knownParameter(const std::string& name) {
-    static const char* const kNames[] = {"username", "realm",  "nonce", "uri", "response", "algorithm",
-                                         "cnonce",   "opaque", "qop",   "nc",  "userhash"};
-    for (const char* known : kNames) {
-        if (name == known) {
-            return true;
-        }
-    }
-    return false;
+bool sameIgnoringCase(std::string_view a, std::string_view b) {
+    return a.size() == b.size() && ::strncasecmp(a.data(), b.data(), a.size()) == 0;
 }
 
-std::string lowered(std::string s) {
-    for (char& c : s) {
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    }
-    return s;
-}
-
-// A quoted string starting at s[i] == '"', with backslash escapes; empty when unterminated.
-std::optional<std::string> readQuoted(const std::string& s, size_t& i) {
-    std::string value;
-    for (++i; i < s.size(); ++i) {
-        if (s[i] == '\\') {
-            if (++i == s.size()) {
-                return std::nullopt;
-            }
-            value.push_back(s[i]);
-        } else if (s[i] == '"') {
-            ++i;
-            return value;
-        } else {
-            value.push_back(s[i]);
+// Any name RFC 7616 does not define is refused: a reader that looks for `uri="` in the raw text
+// would find it inside "xuri", and the two must never differ.
+std::optional<DigestParam> named(std::string_view text) {
+    for (size_t p = 0; p < kDigestParamCount; ++p) {
+        if (sameIgnoringCase(text, kNames[p])) {
+            return static_cast<DigestParam>(p);
         }
     }
     return std::nullopt;
@@ -58,54 +38,84 @@ std::optional<std::string> readQuoted(const std::string& s, size_t& i) {
 
 }  // namespace
 
-std::optional<std::map<std::string, std::string>> parseDigestHeader(const std::string& header) {
+std::string_view DigestParams::name(DigestParam p) { return kNames[static_cast<size_t>(p)]; }
+
+std::string_view DigestParams::operator[](DigestParam p) const {
+    const auto& [offset, length] = spans_[static_cast<size_t>(p)];
+    return has(p) ? std::string_view(values_).substr(offset, length) : std::string_view();
+}
+
+void DigestParams::set(DigestParam p, std::string_view value) {
+    spans_[static_cast<size_t>(p)] = {static_cast<uint32_t>(values_.size()), static_cast<uint32_t>(value.size())};
+    values_.append(value);
+    present_ |= bit(p);
+}
+
+bool DigestParams::operator==(const DigestParams& other) const {
+    for (size_t p = 0; p < kDigestParamCount; ++p) {
+        const auto param = static_cast<DigestParam>(p);
+        if (has(param) != other.has(param) || (*this)[param] != other[param]) {
+            return false;
+        }
+    }
+    return true;
+}
+
+std::optional<DigestParams> parseDigestParams(std::string_view header) {
     size_t i = 0;
     skipSpaces(header, i);
-    static const std::string kScheme = "digest";
-    if (lowered(header.substr(i, kScheme.size())) != kScheme) {
+    if (!sameIgnoringCase(header.substr(i, 6), "digest")) {
         return std::nullopt;
     }
-    i += kScheme.size();
+    i += 6;
     if (i >= header.size() || (header[i] != ' ' && header[i] != '\t')) {
         return std::nullopt;
     }
-    std::map<std::string, std::string> params;
+    DigestParams params;
+    params.values_.reserve(header.size());
     for (;;) {
         skipSpaces(header, i);
         if (i == header.size()) {
             break;
         }
-        size_t nameStart = i;
+        const size_t nameStart = i;
         while (i < header.size() && isTokenChar(header[i])) {
             ++i;
         }
-        if (i == nameStart) {
+        const auto param = named(header.substr(nameStart, i - nameStart));
+        // A repeated parameter makes the header ambiguous.
+        if (!param || params.has(*param)) {
             return std::nullopt;
         }
-        std::string name = lowered(header.substr(nameStart, i - nameStart));
         skipSpaces(header, i);
         if (i == header.size() || header[i] != '=') {
             return std::nullopt;
         }
         ++i;
         skipSpaces(header, i);
-        std::string value;
+        const size_t offset = params.values_.size();
         if (i < header.size() && header[i] == '"') {
-            auto quoted = readQuoted(header, i);
-            if (!quoted) {
-                return std::nullopt;
+            // A quoted string with backslash escapes, unescaped as it is read.
+            for (++i; i < header.size() && header[i] != '"'; ++i) {
+                if (header[i] == '\\' && ++i == header.size()) {
+                    break;
+                }
+                params.values_.push_back(header[i]);
             }
-            value = *quoted;
+            if (i == header.size()) {
+                return std::nullopt;  // unterminated
+            }
+            ++i;
         } else {
-            size_t valueStart = i;
+            const size_t valueStart = i;
             while (i < header.size() && header[i] != ',' && header[i] != ' ' && header[i] != '\t') {
                 ++i;
             }
-            value = header.substr(valueStart, i - valueStart);
+            params.values_.append(header.substr(valueStart, i - valueStart));
         }
-        if (!knownParameter(name) || !params.emplace(name, value).second) {
-            return std::nullopt;  // a repeated parameter makes the header ambiguous
-        }
+        params.spans_[static_cast<size_t>(*param)] = {static_cast<uint32_t>(offset),
+                                                      static_cast<uint32_t>(params.values_.size() - offset)};
+        params.present_ |= DigestParams::bit(*param);
         skipSpaces(header, i);
         if (i == header.size()) {
             break;
@@ -118,24 +128,31 @@ std::optional<std::map<std::string, std::string>> parseDigestHeader(const std::s
     return params;
 }
 
-std::optional<std::string> expectedDigestResponse(const std::map<std::string, std::string>& params,
-                                                  const std::string& method, const std::string& ha1) {
-    auto get = [&params](const char* key) {
-        auto it = params.find(key);
-        return it == params.end() ? std::string() : it->second;
-    };
-    const std::string ha2 = md5Hex(method + ":" + get("uri"));
-    const std::string qop = get("qop");
-    if (qop.empty()) {
-        return md5Hex(ha1 + ":" + get("nonce") + ":" + ha2);
+}  // namespace ZQGateway
+
+namespace zqbase {
+
+using ZQGateway::DigestParam;
+
+std::optional<std::string> expectedDigestResponse(const ZQGateway::DigestParams& params, std::string_view method,
+                                                  std::string_view ha1) {
+    std::string text;
+    text.reserve(256);
+    text.append(method).append(":").append(params[DigestParam::uri]);
+    const std::string ha2 = md5Hex(text);
+    const std::string_view qop = params[DigestParam::qop];
+    text.assign(ha1).append(":").append(params[DigestParam::nonce]).append(":");
+    if (!qop.empty()) {
+        if (qop.size() != 4 || ::strncasecmp(qop.data(), "auth", 4) != 0) {
+            return std::nullopt;
+        }
+        text.append(params[DigestParam::nc]).append(":").append(params[DigestParam::cnonce]).append(":");
+        text.append(qop).append(":");
     }
-    if (lowered(qop) != "auth") {
-        return std::nullopt;
-    }
-    return md5Hex(ha1 + ":" + get("nonce") + ":" + get("nc") + ":" + get("cnonce") + ":" + qop + ":" + ha2);
+    return md5Hex(text.append(ha2));
 }
 
-bool digestResponsesEqual(const std::string& a, const std::string& b) {
+bool digestResponsesEqual(std::string_view a, std::string_view b) {
     return a.size() == b.size() && CRYPTO_memcmp(a.data(), b.data(), a.size()) == 0;
 }
 

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 
 #include "HexText.h"
@@ -42,6 +43,13 @@ EVP_MAC_CTX* keyedHmac(const std::string& secret) {
         return nullptr;
     }
     return context;
+}
+
+// Hex digits already checked, at most 16.
+uint64_t hexNumber(std::string_view digits) {
+    uint64_t value = 0;
+    std::from_chars(digits.data(), digits.data() + digits.size(), value, 16);
+    return value;
 }
 
 bool readAll(const std::string& path, std::string& bytes) {
@@ -108,7 +116,7 @@ bool NonceKeeper::ready() {
     return loadSecret();
 }
 
-std::string NonceKeeper::mac(const std::string& purpose, const std::string& text) {
+std::string NonceKeeper::mac(std::string_view purpose, std::string_view text) {
     const std::unique_ptr<EVP_MAC_CTX, decltype(&EVP_MAC_CTX_free)> context(EVP_MAC_CTX_dup(keyed_.get()),
                                                                             EVP_MAC_CTX_free);
     unsigned char digest[EVP_MAX_MD_SIZE];
@@ -136,11 +144,11 @@ std::string NonceKeeper::create() {
     return ours.empty() || scoped.empty() ? std::string() : body + ours + scoped;
 }
 
-NonceKeeper::Verdict NonceKeeper::verify(const std::string& nonce, const std::string& nonceCount) {
-    if (nonce.size() != kLength || nonce.find_first_not_of("0123456789abcdef") != std::string::npos || !ready()) {
+NonceKeeper::Verdict NonceKeeper::verify(std::string_view nonce, std::string_view nonceCount) {
+    if (nonce.size() != kLength || nonce.find_first_not_of("0123456789abcdef") != std::string_view::npos || !ready()) {
         return Verdict::forged;
     }
-    const std::string body = nonce.substr(0, kBodyLength);
+    const std::string_view body = nonce.substr(0, kBodyLength);
     const std::string ours = mac(kOursPurpose, body);
     if (ours.empty() || CRYPTO_memcmp(ours.data(), nonce.data() + kBodyLength, ours.size()) != 0) {
         return Verdict::forged;
@@ -149,7 +157,7 @@ NonceKeeper::Verdict NonceKeeper::verify(const std::string& nonce, const std::st
     if (scoped.empty() || CRYPTO_memcmp(scoped.data(), nonce.data() + kBodyLength + ours.size(), scoped.size()) != 0) {
         return Verdict::stale;
     }
-    const int64_t issuedAt = static_cast<int64_t>(std::stoul(nonce.substr(0, 8), nullptr, 16));
+    const int64_t issuedAt = static_cast<int64_t>(hexNumber(nonce.substr(0, 8)));
     const int64_t now = gwio::nowSeconds();
     ZQGateway::tagGatewaySettings settings;
     ZQ_Gateway_GetSettings(settings);
@@ -159,12 +167,13 @@ NonceKeeper::Verdict NonceKeeper::verify(const std::string& nonce, const std::st
     uint32_t count = 0;
     if (!nonceCount.empty()) {
         // Eight hex digits (RFC 7616); anything else cannot be told apart from a replay.
-        if (nonceCount.size() != 8 || nonceCount.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
+        if (nonceCount.size() != 8 ||
+            nonceCount.find_first_not_of("0123456789abcdefABCDEF") != std::string_view::npos) {
             return Verdict::stale;
         }
-        count = static_cast<uint32_t>(std::stoul(nonceCount, nullptr, 16));
+        count = static_cast<uint32_t>(hexNumber(nonceCount));
     }
-    const uint64_t random = std::stoull(nonce.substr(8, 16), nullptr, 16);
+    const uint64_t random = hexNumber(nonce.substr(8, 16));
     return uses_.admit(issuedAt, random, count, now - settings.nonceLifetimeSec) ? Verdict::fresh : Verdict::stale;
 }
 

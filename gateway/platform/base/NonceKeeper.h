@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 
 #include "base/NonceUses.h"
 
@@ -29,7 +30,7 @@ public:
     // configured lifetime, dated in the future (the clock was stepped back), issued in another
     // scope, or this nonce count was already answered (a replay, or one the book forgot).
     // nonceCount is the header's nc, or empty when the client sent no qop.
-    Verdict verify(const std::string& nonce, const std::string& nonceCount);
+    Verdict verify(std::string_view nonce, std::string_view nonceCount);
 
 private:
     // Loads (or creates) the secret once and keys the MAC with it. It never changes after that,
@@ -37,7 +38,7 @@ private:
     bool ready();
     bool loadSecret();
     // 16 hex digits; empty when the MAC cannot be computed, and then no nonce matches.
-    std::string mac(const std::string& purpose, const std::string& text);
+    std::string mac(std::string_view purpose, std::string_view text);
 
     std::mutex mutex_;
     std::unique_ptr<EVP_MAC_CTX, decltype(&EVP_MAC_CTX_free)> keyed_ {nullptr, EVP_MAC_CTX_free};

@@ -191,18 +191,17 @@ GatewayConfig::Snapshot GatewayConfig::read() {
 }
 
 GatewayConfig::Snapshot GatewayConfig::readFile() {
-    std::string path;
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        path = pathLocked();
-    }
-    if (path.empty()) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (pathLocked().empty()) {
         return {ZQGateway::configNoHome, std::make_shared<const ConfigContent>()};
     }
-    struct stat now {};
-    const bool present = ::stat(path.c_str(), &now) == 0;
-    std::lock_guard<std::mutex> lock(mutex_);
-    refreshLocked(present, now);
+    if (!watch_) {
+        watch_.emplace(path_);
+    }
+    if (watch_->changed()) {
+        struct stat now {};
+        refreshLocked(::stat(path_.c_str(), &now) == 0, now);
+    }
     return {status_, cached_};
 }
 

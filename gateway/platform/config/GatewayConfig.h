@@ -11,6 +11,7 @@
 #include <string>
 
 #include "ZQGatewayHome.h"
+#include "config/FileChangeWatch.h"
 
 namespace zqgw {
 
@@ -27,8 +28,8 @@ Json::Value contentJson(const ConfigContent& content);
 
 // gateway.json in the home. Read again whenever the file on disk changed, so a change made by
 // another process is seen by the next call; written under an exclusive lock on a lock file.
-// Every TELMI request reads it several times from many threads at once: a read shares the
-// parsed content instead of copying it, and looks at the file outside the lock.
+// Every TELMI request reads it from many threads at once: a read shares the parsed content
+// instead of copying it, and looks at the file only when its folder's watch saw it change.
 class GatewayConfig {
 public:
     struct Snapshot {
@@ -57,6 +58,7 @@ private:
 
     std::mutex mutex_;
     std::string path_;
+    std::optional<FileChangeWatch> watch_;
     bool loaded_ = false;
     struct stat stamp_ {};
     int status_ = ZQGateway::configOk;

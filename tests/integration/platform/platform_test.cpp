@@ -8,6 +8,7 @@
 #include <sqlite3.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstring>
 #include <iterator>
 
@@ -362,5 +363,12 @@ TEST(ConfigTest, SwitchAndBothAdminsPersistHeldViewsLastAndABrokenFileIsNeverOve
         EXPECT_EQ(ZQ_ConfigMgr_GetTELMICfg()->getTELMIParam(), 0) << "released: the file as it is now";
         EXPECT_NE(ZQ_ConfigMgr_GetTELMICfg()->setTELMIParam(0), 0);
         EXPECT_EQ(fileText(home.path() + "/gateway.json"), "{ broken");
+
+        // Replaced by a rename, as editors and the gateway's own writer do, then removed.
+        std::ofstream(home.path() + "/gateway.json.new") << R"({"telmiParam": 1})";
+        ASSERT_EQ(::rename((home.path() + "/gateway.json.new").c_str(), (home.path() + "/gateway.json").c_str()), 0);
+        EXPECT_EQ(ZQ_ConfigMgr_GetTELMICfg()->getTELMIParam(), 1);
+        ASSERT_EQ(::unlink((home.path() + "/gateway.json").c_str()), 0);
+        EXPECT_EQ(ZQ_ConfigMgr_GetTELMICfg()->getTELMIParam(), 0);
     });
 }

@@ -1,7 +1,9 @@
 #include "config/FileChangeWatch.h"
 
+#include <pthread.h>
 #include <sys/inotify.h>
 
+#include <atomic>
 #include <cerrno>
 
 namespace zqgw {
@@ -14,15 +16,27 @@ constexpr uint32_t kWatched = IN_MODIFY | IN_ATTRIB | IN_CLOSE_WRITE | IN_CREATE
 // Events were lost, or the folder is no longer the one watched.
 constexpr uint32_t kWatchLost = IN_Q_OVERFLOW | IN_IGNORED | IN_DELETE_SELF | IN_MOVE_SELF;
 
+// A child of fork shares its parent's inotify queue, and each would take events the other needs:
+// a watch made before a fork is made anew after it.
+std::atomic<unsigned> forks {0};
+
+void noteFork() { forks.fetch_add(1, std::memory_order_relaxed); }
+
 }  // namespace
 
 FileChangeWatch::FileChangeWatch(const std::string& path) {
+    static const int atFork = ::pthread_atfork(nullptr, nullptr, noteFork);
+    (void)atFork;
     const size_t slash = path.rfind('/');
     folder_ = slash == std::string::npos ? "." : path.substr(0, slash + 1);
     name_ = slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
 bool FileChangeWatch::changed() {
+    if (forksSeen_ != forks.load(std::memory_order_relaxed)) {
+        forksSeen_ = forks.load(std::memory_order_relaxed);
+        inotify_.reset();
+    }
     if (!inotify_.valid()) {
         inotify_.reset(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
         if (inotify_.valid() && ::inotify_add_watch(inotify_.get(), folder_.c_str(), kWatched) < 0) {

@@ -22,6 +22,7 @@ private:
     std::string folder_;
     std::string name_;
     gwio::UniqueFd inotify_;
+    unsigned forksSeen_ = 0;
 };
 
 }  // namespace zqgw

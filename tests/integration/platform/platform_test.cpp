@@ -370,5 +370,11 @@ TEST(ConfigTest, SwitchAndBothAdminsPersistHeldViewsLastAndABrokenFileIsNeverOve
         EXPECT_EQ(ZQ_ConfigMgr_GetTELMICfg()->getTELMIParam(), 1);
         ASSERT_EQ(::unlink((home.path() + "/gateway.json").c_str()), 0);
         EXPECT_EQ(ZQ_ConfigMgr_GetTELMICfg()->getTELMIParam(), 0);
+        // A child forked while the file is watched must not take the news of its own write away.
+        EXPECT_TRUE(inChild(home, [] {
+            EXPECT_EQ(ZQ_ConfigMgr_GetTELMICfg()->setTELMIParam(1), 0);
+            EXPECT_EQ(ZQ_ConfigMgr_GetTELMICfg()->getTELMIParam(), 1);
+        }));
+        EXPECT_EQ(ZQ_ConfigMgr_GetTELMICfg()->getTELMIParam(), 1);
     });
 }

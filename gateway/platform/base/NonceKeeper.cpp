@@ -149,15 +149,21 @@ NonceKeeper::Verdict NonceKeeper::verify(std::string_view nonce, std::string_vie
         return Verdict::forged;
     }
     const std::string_view body = nonce.substr(0, kBodyLength);
-    const std::string ours = mac(kOursPurpose, body);
-    if (ours.empty() || CRYPTO_memcmp(ours.data(), nonce.data() + kBodyLength, ours.size()) != 0) {
-        return Verdict::forged;
-    }
-    const std::string scoped = mac(kScopePurpose + ZQ_Gateway_DigestScope(), body);
-    if (scoped.empty() || CRYPTO_memcmp(scoped.data(), nonce.data() + kBodyLength + ours.size(), scoped.size()) != 0) {
-        return Verdict::stale;
-    }
+    const std::string scope = ZQ_Gateway_DigestScope();
+    const NonceUses::Proof proof {nonce.substr(kBodyLength), scope};
     const int64_t issuedAt = static_cast<int64_t>(hexNumber(nonce.substr(0, 8)));
+    const uint64_t random = hexNumber(nonce.substr(8, 16));
+    if (!uses_.proven(issuedAt, random, proof)) {
+        const std::string ours = mac(kOursPurpose, body);
+        if (ours.empty() || CRYPTO_memcmp(ours.data(), nonce.data() + kBodyLength, ours.size()) != 0) {
+            return Verdict::forged;
+        }
+        const std::string scoped = mac(kScopePurpose + scope, body);
+        if (scoped.empty() ||
+            CRYPTO_memcmp(scoped.data(), nonce.data() + kBodyLength + ours.size(), scoped.size()) != 0) {
+            return Verdict::stale;
+        }
+    }
     const int64_t now = gwio::nowSeconds();
     ZQGateway::tagGatewaySettings settings;
     ZQ_Gateway_GetSettings(settings);
@@ -173,8 +179,8 @@ NonceKeeper::Verdict NonceKeeper::verify(std::string_view nonce, std::string_vie
         }
         count = static_cast<uint32_t>(hexNumber(nonceCount));
     }
-    const uint64_t random = hexNumber(nonce.substr(8, 16));
-    return uses_.admit(issuedAt, random, count, now - settings.nonceLifetimeSec) ? Verdict::fresh : Verdict::stale;
+    return uses_.admit(issuedAt, random, count, now - settings.nonceLifetimeSec, proof) ? Verdict::fresh
+                                                                                        : Verdict::stale;
 }
 
 }  // namespace zqbase

@@ -15,7 +15,14 @@ void NonceUses::forgetEarliest() {
     seen_.erase(seen_.begin());
 }
 
-bool NonceUses::admit(int64_t issuedAt, uint64_t random, uint32_t count, int64_t oldestLive) {
+bool NonceUses::proven(int64_t issuedAt, uint64_t random, const Proof& proof) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const auto it = seen_.find(Key {issuedAt, random});
+    return it != seen_.end() && proof.macs == std::string_view(it->second.macs.data(), kMacDigits) &&
+           proof.scope == it->second.scope;
+}
+
+bool NonceUses::admit(int64_t issuedAt, uint64_t random, uint32_t count, int64_t oldestLive, const Proof& proof) {
     std::lock_guard<std::mutex> lock(mutex_);
     forgetBefore(oldestLive);
     const Key key {issuedAt, random};
@@ -33,6 +40,8 @@ bool NonceUses::admit(int64_t issuedAt, uint64_t random, uint32_t count, int64_t
         Seen& fresh = seen_[key];
         fresh.highest = count;
         fresh.window.set(0);
+        proof.macs.copy(fresh.macs.data(), std::min(proof.macs.size(), kMacDigits));
+        fresh.scope = proof.scope;
         return true;
     }
     Seen& s = it->second;

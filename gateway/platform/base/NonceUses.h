@@ -1,10 +1,13 @@
 #pragma once
 
+#include <array>
 #include <bitset>
 #include <cstddef>
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <string>
+#include <string_view>
 #include <utility>
 
 namespace zqbase {
@@ -19,18 +22,32 @@ class NonceUses {
 public:
     static constexpr size_t kCapacity = 32768;
     // Wide enough for a client keeping dozens of connections busy on one nonce under load: a
-    // count can arrive a few hundred behind the highest. About 190 bytes a nonce.
+    // count can arrive a few hundred behind the highest. About 260 bytes a nonce.
     static constexpr uint32_t kWindow = 1024;
+    static constexpr size_t kMacDigits = 32;
 
+    // What proved a nonce ours: its MAC digits, checked in the calling thread's scope. A client
+    // answers one nonce many times, and the book remembers the proof so that the MACs are
+    // computed once per nonce instead of once per request.
+    struct Proof {
+        std::string_view macs;  // kMacDigits
+        std::string_view scope;
+    };
+
+    // True when the nonce was admitted before with this very proof.
+    bool proven(int64_t issuedAt, uint64_t random, const Proof& proof);
     // True, and the use recorded, when count was never answered for this nonce. A nonce without
     // qop has no count (0) and is good for one request. Entries issued before oldestLive are
-    // dropped first: such nonces are stale whatever this book says.
-    bool admit(int64_t issuedAt, uint64_t random, uint32_t count, int64_t oldestLive);
+    // dropped first: such nonces are stale whatever this book says. The caller has checked the
+    // proof, and a new entry keeps it.
+    bool admit(int64_t issuedAt, uint64_t random, uint32_t count, int64_t oldestLive, const Proof& proof);
 
 private:
     struct Seen {
         uint32_t highest = 0;
         std::bitset<kWindow> window;  // bit i: count highest - i was answered
+        std::array<char, kMacDigits> macs {};
+        std::string scope;  // the gateway's scopes fit in the string itself
     };
     using Key = std::pair<int64_t, uint64_t>;  // issue time first: the map is the eviction order
 

@@ -19,6 +19,7 @@
 #include "ZQDeviceMgr.h"
 #include "ZQDeviceMgrBus.h"
 #include "ZQGatewayDevices.h"
+#include "ZQGatewayDigest.h"
 #include "base/NonceUses.h"
 
 using namespace gwtest;
@@ -37,6 +38,11 @@ TEST(DigestTest, IndependentHeadersPassAndForgedAndExpiredNoncesAreToldApart) {
         };
         // qop answers of independent clients (curl, Python requests): gatewayd_test.
         EXPECT_EQ(check(nonce, "Gw#Pass2024", false), 0);
+        // The nonce is proven ours now, but only in the scope it was issued in.
+        ZQ_Gateway_SetDigestScope(ZQGateway::portModeScope(20001));
+        EXPECT_EQ(check(nonce), -2);
+        ZQ_Gateway_SetDigestScope("");
+        EXPECT_EQ(check(nonce), 0) << "its first count";
 
         std::string forged = nonce;
         forged[30] = forged[30] == 'a' ? 'b' : 'a';  // inside the MAC that proves it ours
@@ -68,25 +74,32 @@ TEST(DigestTest, IndependentHeadersPassAndForgedAndExpiredNoncesAreToldApart) {
 TEST(DigestTest, NonceCountsAreAnsweredOnceInAnyOrderWithinABoundedBook) {
     zqbase::NonceUses book;
     const int64_t t = 1000;
-    EXPECT_TRUE(book.admit(t, 1, 5, 0));
-    EXPECT_TRUE(book.admit(t, 1, 3, 0)) << "parallel connections deliver counts out of order";
-    EXPECT_FALSE(book.admit(t, 1, 3, 0));
-    EXPECT_FALSE(book.admit(t, 1, 5, 0));
-    EXPECT_TRUE(book.admit(t, 1, 5 + zqbase::NonceUses::kWindow - 1, 0));
-    EXPECT_TRUE(book.admit(t, 1, 6, 0)) << "the oldest count the window still holds";
-    EXPECT_FALSE(book.admit(t, 1, 4, 0)) << "below the window: cannot be told from a replay";
-    EXPECT_TRUE(book.admit(t, 2, 0, 0));
-    EXPECT_FALSE(book.admit(t, 2, 0, 0)) << "a nonce without qop serves one request";
+    const std::string macs(zqbase::NonceUses::kMacDigits, 'a');
+    const zqbase::NonceUses::Proof p {macs, "user"};
+    EXPECT_TRUE(book.admit(t, 1, 5, 0, p));
+    EXPECT_TRUE(book.admit(t, 1, 3, 0, p)) << "parallel connections deliver counts out of order";
+    EXPECT_FALSE(book.admit(t, 1, 3, 0, p));
+    EXPECT_FALSE(book.admit(t, 1, 5, 0, p));
+    EXPECT_TRUE(book.admit(t, 1, 5 + zqbase::NonceUses::kWindow - 1, 0, p));
+    EXPECT_TRUE(book.admit(t, 1, 6, 0, p)) << "the oldest count the window still holds";
+    EXPECT_FALSE(book.admit(t, 1, 4, 0, p)) << "below the window: cannot be told from a replay";
+    EXPECT_TRUE(book.admit(t, 2, 0, 0, p));
+    EXPECT_FALSE(book.admit(t, 2, 0, 0, p)) << "a nonce without qop serves one request";
+    EXPECT_TRUE(book.proven(t, 2, p));
+    const std::string otherMacs(zqbase::NonceUses::kMacDigits, 'b');
+    EXPECT_FALSE(book.proven(t, 2, {otherMacs, "user"}));
+    EXPECT_FALSE(book.proven(t, 2, {macs, "port:20001"}));
+    EXPECT_FALSE(book.proven(t, 9, p));
 
     // Full: the earliest-issued nonce is forgotten, and with it every nonce issued no later.
-    for (uint64_t r = 0; book.admit(t + 1, 100 + r, 1, 0) && r < zqbase::NonceUses::kCapacity; ++r) {
+    for (uint64_t r = 0; book.admit(t + 1, 100 + r, 1, 0, p) && r < zqbase::NonceUses::kCapacity; ++r) {
     }
-    EXPECT_FALSE(book.admit(t, 1, 5 + zqbase::NonceUses::kWindow, 0)) << "forgotten: refused, never admitted afresh";
-    EXPECT_FALSE(book.admit(t, 3, 1, 0));
-    EXPECT_TRUE(book.admit(t + 2, 1, 1, 0));
+    EXPECT_FALSE(book.admit(t, 1, 5 + zqbase::NonceUses::kWindow, 0, p)) << "forgotten: refused, never admitted afresh";
+    EXPECT_FALSE(book.admit(t, 3, 1, 0, p));
+    EXPECT_TRUE(book.admit(t + 2, 1, 1, 0, p));
     // Nonces past their lifetime are dropped first, without the capacity running out.
-    EXPECT_FALSE(book.admit(t + 1, 7, 1, t + 2));
-    EXPECT_TRUE(book.admit(t + 3, 7, 1, t + 2));
+    EXPECT_FALSE(book.admit(t + 1, 7, 1, t + 2, p));
+    EXPECT_TRUE(book.admit(t + 3, 7, 1, t + 2, p));
 }
 
 TEST(TextHelpersTest, MiddleStringBoundsAndPasswordRating) {

@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <random>
 
-#include "gatewayd/GatewayScenario.h"
+#include "GatewayRun.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <random>
 
-#include "gatewayd/GatewayScenario.h"
+#include "GatewayRun.h"
 
 namespace {
 
@@ -29,9 +29,14 @@ public:
         switch (pick(9)) {
             case 0: return api("POST", "/api/ports", R"({"deviceIDs":[")" + freeDevice("portBound") + R"("]})"), "bind";
             case 1:
-                return api("POST", "/api/ports/unbind", R"({"portIndexes":[")" + any(bindings()) + R"("]})"), "unbind";
+                return api("POST", "/api/ports/unbind",
+                           R"({"portIndexes":[")" + any(records("ports", "portIndex")) + R"("]})"),
+                       "unbind";
             case 2: return addDevice();
-            case 3: return api("DELETE", "/api/devices/" + any(devices(false))), "remove a device";
+            case 3:
+                return api("DELETE", "/api/devices/" +
+                                         any(records("devices", "deviceIndex", notKeeper("deviceID", "CHAOSKEEP")))),
+                       "remove a device";
             case 4: return api("GET", "/api/ports?start=0&max=500&keyWord=CHAOS"), "list ports";
             case 5:
                 return api("POST", "/api/users",
@@ -39,7 +44,9 @@ public:
                                kUserPassword + R"(","deviceID":")" + freeDevice("telmiBound") + R"("}]})"),
                        "add a user";
             case 6:
-                return api("POST", "/api/users/delete", R"({"userIndexes":[")" + any(users()) + R"("]})"),
+                return api("POST", "/api/users/delete",
+                           R"({"userIndexes":[")" +
+                               any(records("users", "userIndex", notKeeper("userName", "keeper"))) + R"("]})"),
                        "delete a user";
             case 7: return kill("run/mediad.pid"), "kill -9 zqmediad";
             default: return kill("nginx/nginx.pid"), "kill -9 nginx";
@@ -57,7 +64,7 @@ public:
         const std::multiset<int> handedOut = handedOutPorts(gateway_);
         EXPECT_EQ(std::set<int>(handedOut.begin(), handedOut.end()).size(), handedOut.size())
             << "a port handed out twice";
-        const std::vector<std::string> known = devices(true);
+        const std::vector<std::string> known = records("devices", "deviceIndex");
         const Json::Value usersList = api("GET", "/api/users?start=0&max=500");
         for (const Json::Value& user : usersList["users"]) {
             EXPECT_NE(std::find(known.begin(), known.end(), user["deviceIndex"].asString()), known.end())
@@ -85,7 +92,7 @@ private:
         return gateway_.api(method, path, body).json();
     }
     std::string addDevice() {
-        if (devices(false).size() < 8) {
+        if (records("devices", "deviceIndex").size() < 9) {  // the lock-out keeper's and 8 more
             gateway_.registerDevice(4, "CHAOS" + std::to_string(++devicesAdded_), gateway_.freePort(0));
         }
         return "add a device";
@@ -96,35 +103,26 @@ private:
         }
     }
 
-    // The index (or other member) of every record a list route answers that keep accepts.
-    std::vector<std::string> indexes(const std::string& path, const std::string& list, const std::string& index,
-                                     const std::function<bool(const Json::Value&)>& keep) {
+    // The member of every record of the list route that keep accepts (every record by default).
+    std::vector<std::string> records(const std::string& list, const std::string& member,
+                                     const std::function<bool(const Json::Value&)>& keep = nullptr) {
         std::vector<std::string> found;
-        const Json::Value answer = api("GET", path);
+        const Json::Value answer = api("GET", "/api/" + list + (list == "devices" ? "" : "?start=0&max=500"));
         for (const Json::Value& record : answer[list]) {
-            if (keep(record)) {
-                found.push_back(record[index].asString());
+            if (!keep || keep(record)) {
+                found.push_back(record[member].asString());
             }
         }
         return found;
     }
-    std::vector<std::string> bindings() {
-        return indexes("/api/ports?start=0&max=500", "ports", "portIndex", [](const Json::Value&) { return true; });
-    }
-    // Device indexes; the lock-out keeper's only when withKeeper.
-    std::vector<std::string> devices(bool withKeeper) {
-        return indexes("/api/devices", "devices", "deviceIndex",
-                       [withKeeper](const Json::Value& d) { return withKeeper || d["deviceID"] != "CHAOSKEEP"; });
-    }
-    // User indexes, the lock-out keeper's left out.
-    std::vector<std::string> users() {
-        return indexes("/api/users?start=0&max=500", "users", "userIndex",
-                       [](const Json::Value& u) { return u["userName"] != "keeper"; });
+    // Leaves out the lock-out keeper's record.
+    static std::function<bool(const Json::Value&)> notKeeper(const char* member, const char* keeper) {
+        return [member, keeper](const Json::Value& record) { return record[member] != keeper; };
     }
     // The access ID of a device that boundKey ("portBound", "telmiBound") says is free; a Tarn5
     // one for a binding.
     std::string freeDevice(const std::string& boundKey) {
-        return any(indexes("/api/devices", "devices", "deviceID", [&boundKey](const Json::Value& d) {
+        return any(records("devices", "deviceID", [&boundKey](const Json::Value& d) {
             return d[boundKey].asInt() == 0 && (boundKey != "portBound" || d["protocol"].asInt() == 4);
         }));
     }

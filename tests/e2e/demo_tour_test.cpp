@@ -43,8 +43,7 @@ TEST(DemoTour, FromTheAdministratorsCommandLineToATelmiRequestAnRtspStreamALockO
     // A TELMI request through the user-mode front end or a device's own port; the answering device
     // names itself in a header.
     const auto telmiGet = [](const std::string& user, const std::string& password, unsigned short port) {
-        return curl("--digest -i http://127.0.0.1:" + std::to_string(port) + "/TELMI/System/deviceInfo",
-                    user + ":" + password);
+        return digestCurl(port, user, password, "-i", "/TELMI/System/deviceInfo");
     };
 
     // 1. A TELMI user for CAM001 and a request through the user-mode port.

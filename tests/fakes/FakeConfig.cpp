@@ -1,5 +1,11 @@
-// The configuration store over the fake's settings.
+// The configuration store over the fake's settings, instant sleeps and captured log lines; the
+// rest of the runtime is the real one.
+#include <cstdarg>
+#include <cstdio>
+
 #include "FakePlatform.h"
+#include "kmt.h"
+#include "tvlog.h"
 
 using fake::fakePlatform;
 using fake::lockPlatform;
@@ -49,4 +55,22 @@ std::shared_ptr<ZQConfigMgr::CUserCfg> ZQ_ConfigMgr_GetUserCfg() {
 
 std::shared_ptr<ZQConfigMgr::CPrivateCfg> ZQ_ConfigMgr_GetPrivateCfg() {
     return fake::locked(fakePlatform().privateCfgPresent) ? std::make_shared<FakePrivateCfg>() : nullptr;
+}
+
+void KMT_Sleep(int ms) {
+    auto lock = lockPlatform();
+    fakePlatform().sleptMs += ms;
+    if (fakePlatform().onSleep) {
+        fakePlatform().onSleep(ms);
+    }
+}
+
+void tvlog_format(int level, const char* module, const char* format, ...) {
+    char text[8192];  // far longer than any line the library writes
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(text, sizeof(text), format, args);
+    va_end(args);
+    auto lock = lockPlatform();
+    fakePlatform().logs.push_back({level, module, format, text});
 }

@@ -1,4 +1,5 @@
-// The device store and device bus functions, over the fake's in-memory contents.
+// The device store and device bus functions, and the records they hand out, over the fake's
+// in-memory contents.
 #include <strings.h>
 
 #include <algorithm>
@@ -40,6 +41,55 @@ int addUser(std::shared_ptr<CTELMIUser>& user, const ZQDeviceMgr::tagTELMIUser& 
 }
 
 }  // namespace
+
+namespace fake {
+
+namespace {
+constexpr int kLockThreshold = 7;
+constexpr int kLockSeconds = 300;
+
+std::string lockDetail(int slot, const char* key, int add = -1) {
+    return std::string("key=") + key + " slot=" + std::to_string(slot) +
+           (add >= 0 ? " add=" + std::to_string(add) : "");
+}
+}  // namespace
+
+int FakeRecordLocks::getLockNum(int slot, const char* key, int add) {
+    auto lock = lockPlatform();
+    fakePlatform().call("lock.getLockNum", lockDetail(slot, key, add));
+    int& count = counts[key];
+    if (add == 1 && ++count >= kLockThreshold) {
+        unlockTimes[key] = kLockSeconds;
+    }
+    return count;
+}
+
+int FakeRecordLocks::getUnlockTime(int slot, const char* key) {
+    auto lock = lockPlatform();
+    fakePlatform().call("lock.getUnlockTime", lockDetail(slot, key));
+    auto it = unlockTimes.find(key);
+    return it == unlockTimes.end() ? 0 : it->second;
+}
+
+int FakeRecordLocks::destroyLock(int slot, const char* key) {
+    auto lock = lockPlatform();
+    fakePlatform().call("lock.destroyLock", lockDetail(slot, key));
+    counts.erase(key);
+    unlockTimes.erase(key);
+    return 0;
+}
+
+int FakeDevice::getTELMIBoundStatus() const {
+    auto lock = lockPlatform();
+    return holdsDevice(fakePlatform().users, index);
+}
+
+int FakeDevice::getTELMIPortBoundStatus() const {
+    auto lock = lockPlatform();
+    return holdsDevice(fakePlatform().ports, index);
+}
+
+}  // namespace fake
 
 int ZQ_DeviceMgr_AddTELMIUser(std::shared_ptr<CTELMIUser>& user, const ZQDeviceMgr::tagTELMIUser& rec) {
     return fakePlatform().perform("store.AddTELMIUser", userDetail(rec), [&] { return addUser(user, rec); });

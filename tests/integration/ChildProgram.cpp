@@ -15,46 +15,32 @@
 namespace gwtest {
 
 Program::Program(const std::vector<std::string>& argv) {
-    int out[2];
-    if (::pipe(out) != 0) {
-        return;
+    // The shell names its pid, then becomes the program.
+    std::string command = "echo $$; exec";
+    for (const auto& arg : argv) {
+        command += " " + shellQuoted(arg);
     }
-    std::fflush(nullptr);
-    pid_ = ::fork();
-    if (pid_ == 0) {
-        ::dup2(out[1], STDOUT_FILENO);
-        std::vector<char*> args;
-        for (const auto& arg : argv) {
-            args.push_back(const_cast<char*>(arg.c_str()));
-        }
-        args.push_back(nullptr);
-        ::execvp(args[0], args.data());
-        ::_exit(127);
-    }
-    ::close(out[1]);
-    output_ = ::fdopen(out[0], "r");
+    output_ = ::popen(command.c_str(), "r");
+    pid_ = std::atoi(readLine().c_str());
 }
 
-Program::~Program() {
-    if (pid_ > 0) {
-        ::kill(pid_, SIGKILL);
-        ::waitpid(pid_, nullptr, 0);
-    }
-    if (output_ != nullptr) {
-        std::fclose(output_);
-    }
-}
+Program::~Program() { stop(SIGKILL); }
 
 std::string Program::readLine() {
     char line[512] = {};
     return output_ != nullptr && std::fgets(line, sizeof(line), output_) != nullptr ? line : "";
 }
 
-int Program::stop() {
-    int status = 0;
-    const bool exited = ::kill(pid_, SIGTERM) == 0 && ::waitpid(pid_, &status, 0) == pid_;
-    pid_ = -1;
-    return exited && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+int Program::stop(int signal) {
+    if (output_ == nullptr) {
+        return -1;
+    }
+    if (pid_ > 0) {
+        ::kill(pid_, signal);
+    }
+    const int status = ::pclose(output_);
+    output_ = nullptr;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 Json::Value parseJson(const std::string& text) {
@@ -123,6 +109,15 @@ Outcome curl(const std::string& arguments, const std::string& credentials) {
                                .out);
 }
 
+std::string runPython(const char* script, const std::vector<std::string>& args) {
+    // Debian's interpreter, whose requests module the install script provides.
+    std::string command = "/usr/bin/python3 -c " + shellQuoted(script);
+    for (const std::string& arg : args) {
+        command += " " + shellQuoted(arg);
+    }
+    return runShell(command);
+}
+
 Outcome pythonDigestGet(const std::string& url, const std::string& user, const std::string& password,
                         const std::string& againAfterSec) {
     static const char* const kScript =
@@ -135,10 +130,11 @@ Outcome pythonDigestGet(const std::string& url, const std::string& user, const s
         "    r = requests.get(sys.argv[1], auth=auth, timeout=60)\n"
         "    print(''.join(h.headers['WWW-Authenticate'] + '\\n' for h in r.history), end='')\n"
         "print(r.text + '\\n' + str(r.status_code), end='')\n";
-    // Debian's interpreter, whose requests module the install script provides.
-    return splitStatusLast(runShell("/usr/bin/python3 -c " + shellQuoted(kScript) + " " + shellQuoted(url) + " " +
-                                    shellQuoted(user) + " " + shellQuoted(password) + " " +
-                                    (againAfterSec.empty() ? "" : shellQuoted(againAfterSec))));
+    std::vector<std::string> args {url, user, password};
+    if (!againAfterSec.empty()) {
+        args.push_back(againAfterSec);
+    }
+    return splitStatusLast(runPython(kScript, args));
 }
 
 std::string ffprobe(unsigned short port) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <json/json.h>
+#include <signal.h>
 #include <sys/types.h>
 
 #include <cstdio>
@@ -23,8 +24,8 @@ public:
     pid_t pid() const { return pid_; }
     // The next line the program prints, with its newline; empty once stdout is closed.
     std::string readLine();
-    // SIGTERM, then the exit status; -1 when it did not exit normally.
-    int stop();
+    // The signal, then the exit status; -1 when it did not exit normally.
+    int stop(int signal = SIGTERM);
 
 private:
     pid_t pid_ = -1;
@@ -58,6 +59,9 @@ Outcome runCommand(const std::string& command, const std::string& input = "");
 // curl with the given arguments (shell syntax), and credentials ("user:password") when given,
 // handed to curl on its standard input, never on its command line.
 Outcome curl(const std::string& arguments, const std::string& credentials = "");
+
+// The standard output of the Python script run with these arguments.
+std::string runPython(const char* script, const std::vector<std::string>& args);
 
 // A GET with Python requests' HTTPDigestAuth. With againAfterSec, a second GET that much later,
 // which requests opens with the first one's nonce; its text is then preceded by the challenges

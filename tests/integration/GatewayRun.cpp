@@ -3,6 +3,19 @@
 #include "OwnedPort.h"
 
 namespace gwtest {
+
+const std::string kUserPassword = "Cam3ra!Pass";
+const char* const kUri = "/TELMI/System/deviceInfo?format=json";
+
+std::string localUrl(unsigned short port, const std::string& target) {
+    return "http://127.0.0.1:" + std::to_string(port) + target;
+}
+
+Outcome digestCurl(unsigned short port, const std::string& user, const std::string& password,
+                   const std::string& options, const std::string& target) {
+    return curl(options + " --digest " + shellQuoted(localUrl(port, target)), user + ":" + password);
+}
+
 StandInDevice::StandInDevice(const std::string& name, unsigned short port) {
     const auto answer = [name](const httplib::Request& req, httplib::Response& res) {
         res.set_content("device=" + name + " method=" + req.method + " target=" + req.target +
@@ -24,6 +37,21 @@ StandInDevice::~StandInDevice() {
     thread_.join();
 }
 
+std::string deviceAnswer(const std::string& device) {
+    return "200 device=" + device + " method=GET target=" + kUri + " credentials=no";
+}
+
+Outcome gatewayScript(const TempHome& home, const std::string& action) {
+    return runCommand(std::string("ZQ_BUILD_DIR=") + ZQ_BUILD_DIR + " " + ZQ_GATEWAY_SCRIPT + " --home " +
+                      shellQuoted(home.path()) + " " + action);
+}
+
+Outcome gatewayd(const TempHome& home, const std::string& arguments, const std::string& input) {
+    return runCommand(
+        std::string(ZQ_BUILD_DIR) + "/gateway/gatewayd/zqgatewayd " + arguments + " --home " + shellQuoted(home.path()),
+        input);
+}
+
 GatewayRun::GatewayRun(int nonceLifetimeSec) : base_(testPortBlock(40)) {
     const unsigned short base = base_;
     EXPECT_TRUE(inChild(home_, [base, nonceLifetimeSec] {
@@ -40,24 +68,6 @@ GatewayRun::GatewayRun(int nonceLifetimeSec) : base_(testPortBlock(40)) {
     }));
 }
 
-GatewayRun::~GatewayRun() { script("stop"); }
-
-Outcome gatewayScript(const TempHome& home, const std::string& action) {
-    return runCommand(std::string("ZQ_BUILD_DIR=") + ZQ_BUILD_DIR + " " + ZQ_GATEWAY_SCRIPT + " --home " +
-                      shellQuoted(home.path()) + " " + action);
-}
-
-Outcome gatewayd(const TempHome& home, const std::string& arguments, const std::string& input) {
-    return runCommand(
-        std::string(ZQ_BUILD_DIR) + "/gateway/gatewayd/zqgatewayd " + arguments + " --home " + shellQuoted(home.path()),
-        input);
-}
-
-std::string GatewayRun::script(const std::string& action) {
-    const Outcome outcome = gatewayScript(home_, action);
-    return outcome.out + outcome.err;
-}
-
 void GatewayRun::start() {
     startOutput_ = script("start");
     std::getline(std::ifstream(home_.path() + "/admin-password"), adminPassword_);
@@ -67,10 +77,6 @@ void GatewayRun::start() {
     ASSERT_NE(startOutput_.find("nginx: running"), std::string::npos) << startOutput_;
 }
 
-std::string GatewayRun::apiUrl(const std::string& path) const {
-    return "http://127.0.0.1:" + std::to_string(base_) + path;
-}
-
 Outcome GatewayRun::telmictl(const std::string& arguments, const std::string& moreInput) const {
     return runCommand(
         std::string(ZQ_BUILD_DIR) + "/gateway/telmictl/telmictl --gateway " + apiUrl("") + " " + arguments,
@@ -78,11 +84,11 @@ Outcome GatewayRun::telmictl(const std::string& arguments, const std::string& mo
 }
 
 Outcome GatewayRun::api(const std::string& method, const std::string& path, const std::string& body) const {
-    std::string arguments = "--digest -X " + method;
-    if (!body.empty() || method == "POST") {
-        arguments += " -H 'Content-Type: application/json' --data-binary " + shellQuoted(body);
-    }
-    return curl(arguments + " " + shellQuoted(apiUrl(path)), "admin:" + adminPassword_);
+    const bool sendsBody = !body.empty() || method == "POST";
+    return digestCurl(
+        base_, "admin", adminPassword_,
+        "-X " + method + (sendsBody ? " -H 'Content-Type: application/json' --data-binary " + shellQuoted(body) : ""),
+        path);
 }
 
 std::string GatewayRun::registerDevice(int protocol, const std::string& deviceID, unsigned short port,
@@ -94,6 +100,66 @@ std::string GatewayRun::registerDevice(int protocol, const std::string& deviceID
                 R"(","rtspAddress":"rtsp://127.0.0.1:)" + std::to_string(rtspPort == 0 ? port : rtspPort) + R"("})");
     EXPECT_EQ(reply.status, 201) << reply.out;
     return reply.json()["deviceIndex"].asString();
+}
+
+Json::Value firstResult(const Outcome& reply) {
+    EXPECT_EQ(reply.status, 200) << reply.out;
+    EXPECT_EQ(reply.json()["results"][0]["code"].asInt(), 0) << reply.out;
+    return reply.json()["results"][0];
+}
+
+Json::Value bindPort(const GatewayRun& gateway, const std::string& deviceID) {
+    return firstResult(gateway.api("POST", "/api/ports", "{\"deviceIDs\":[\"" + deviceID + "\"]}"));
+}
+
+void addUser(const GatewayRun& gateway, const std::string& name, const std::string& deviceID) {
+    firstResult(gateway.api("POST", "/api/users",
+                            "{\"users\":[{\"userName\":\"" + name + "\",\"password\":\"" + kUserPassword +
+                                "\",\"deviceID\":\"" + deviceID + "\"}]}"));
+}
+
+void switchTelmi(const GatewayRun& gateway, int enabled) {
+    const Outcome reply = gateway.api("PUT", "/api/telmi", "{\"enabled\":" + std::to_string(enabled) + "}");
+    ASSERT_EQ(reply.withOut(), "200 {\"enabled\":" + std::to_string(enabled) + "}\n");
+}
+
+TwoDevices::TwoDevices(GatewayRun& gateway) : tarn("tarn-cam", gateway.freePort(0)) {
+    tarn5.emplace("tarn5-cam", gateway.freePort(1));
+    gateway.start();
+    gateway.registerDevice(2, "TARN0001", gateway.freePort(0));
+    tarn5Index = gateway.registerDevice(4, "TARN50001", gateway.freePort(1));
+    addUser(gateway, "tarnuser", "TARN0001");
+    httpPort = static_cast<unsigned short>(bindPort(gateway, "TARN50001")["httpPort"].asUInt());
+    switchTelmi(gateway, 1);
+}
+
+std::set<int> listenedPorts(const GatewayRun& gateway) {
+    std::set<int> ports;
+    for (int port = gateway.firstHttpPort(); port < gateway.firstHttpPort() + 20; ++port) {
+        if (listening(static_cast<unsigned short>(port))) {
+            ports.insert(port);
+        }
+    }
+    return ports;
+}
+
+std::multiset<int> handedOutPorts(const GatewayRun& gateway) {
+    std::multiset<int> ports;
+    const Outcome list = gateway.api("GET", "/api/ports?start=0&max=500");
+    EXPECT_EQ(list.status, 200) << list.out;
+    const Json::Value page = list.json();
+    for (const Json::Value& port : page["ports"]) {
+        ports.insert(port["httpPort"].asInt());
+        if (port["rtspPort"].asInt() != 0) {
+            ports.insert(port["rtspPort"].asInt());
+        }
+    }
+    return ports;
+}
+
+std::set<int> boundPorts(const GatewayRun& gateway) {
+    const std::multiset<int> ports = handedOutPorts(gateway);
+    return {ports.begin(), ports.end()};
 }
 
 }  // namespace gwtest

@@ -4,11 +4,13 @@
 #include "ZQGatewayDevices.h"
 #include "ZQMediaFrame.h"
 
+#include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -133,11 +135,7 @@ std::string pythonDigestHeader(const std::string& user, const std::string& realm
         "resp = h(f'{ha1}:{n}:00000001:0a4f113b:auth:{ha2}' if q == '1' else f'{ha1}:{n}:{ha2}')\n"
         "print(f'Digest username=\"{u}\", realm=\"{r}\", nonce=\"{n}\", uri=\"{uri}\"{qop}, '\n"
         "      f'response=\"{resp}\"{alg}', end='')\n";
-    std::string command = "python3 -c " + shellQuoted(kScript);
-    for (const std::string& arg : {user, realm, password, method, uri, nonce, std::string(withQop ? "1" : "0")}) {
-        command += " " + shellQuoted(arg);
-    }
-    return runShell(command);
+    return runPython(kScript, {user, realm, password, method, uri, nonce, withQop ? "1" : "0"});
 }
 
 namespace {
@@ -177,6 +175,34 @@ unsigned short testPortBlock(int count) {
 }
 
 bool listening(unsigned short port) { return CheckPort(port, 1) == -1; }
+
+namespace {
+
+template <class Address>
+int connectTo(const Address& address, const sockaddr_in* source = nullptr) {
+    const int fd = ::socket(reinterpret_cast<const sockaddr&>(address).sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd >= 0 &&
+        ((source != nullptr && ::bind(fd, reinterpret_cast<const sockaddr*>(source), sizeof(*source)) != 0) ||
+         ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0)) {
+        ::close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+}  // namespace
+
+int connectTcp(unsigned short port, const char* source) {
+    sockaddr_in local {AF_INET, 0, {}, {}};
+    ::inet_pton(AF_INET, source, &local.sin_addr);
+    return connectTo(sockaddr_in {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}}, &local);
+}
+
+int connectUnix(const std::string& path) {
+    sockaddr_un address {AF_UNIX, {}};
+    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+    return connectTo(address);
+}
 
 std::string readMediaFrame(int fd) {
     unsigned char header[ZQGateway::kMediaFrameHeader];

@@ -79,6 +79,11 @@ unsigned short testPortBlock(int count);
 // Whether a TCP socket listens on port, whoever holds it.
 bool listening(unsigned short port);
 
+// A connection to 127.0.0.1:port from source (another loopback address: another client), or
+// to the Unix socket at path; -1 when refused.
+int connectTcp(unsigned short port, const char* source = "127.0.0.1");
+int connectUnix(const std::string& path);
+
 // The payload of the next frame on a media command connection; empty when the connection ends first.
 std::string readMediaFrame(int fd);
 

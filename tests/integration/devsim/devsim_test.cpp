@@ -13,8 +13,8 @@ struct HttpAnswer {
 };
 
 HttpAnswer http(const std::string& method, unsigned short port, const std::string& path, const std::string& body = "") {
-    const Outcome reply = curl("-i -X " + method + (body.empty() ? "" : " --data-binary " + shellQuoted(body)) +
-                               " http://127.0.0.1:" + std::to_string(port) + path);
+    const Outcome reply = curl("-i -X " + method + (body.empty() ? "" : " --data-binary " + shellQuoted(body)) + " " +
+                               localUrl(port, path));
     std::smatch parts;
     std::regex_search(reply.out, parts, std::regex("X-Device-ID: (\\S*)[\\s\\S]*?\r\n\r\n([\\s\\S]*)"));
     return {std::to_string(reply.status) + " " + parts.str(1), parseJson(parts.str(2))};

@@ -2,7 +2,7 @@
 // loads the real library and starts nginx) over a temporary home; curl and Python requests are
 // the clients; stand-in devices answer the forwarded TELMI requests.
 
-#include "GatewayScenario.h"
+#include "GatewayRun.h"
 
 using namespace gwtest;
 
@@ -16,7 +16,7 @@ TEST(GatewayService, TelmiRequestsReachTheirDevicesInBothModesAndWithStaleNonces
     const auto asAdmin = [&] { return digestCurl(devices.httpPort, "admin", gateway.portPassword()); };
 
     EXPECT_EQ(asUser().withOut(), deviceAnswer("tarn-cam"));
-    EXPECT_EQ(pythonDigestGet(url(devices.httpPort), "admin", gateway.portPassword()).withOut(),
+    EXPECT_EQ(pythonDigestGet(localUrl(devices.httpPort), "admin", gateway.portPassword()).withOut(),
               deviceAnswer("tarn5-cam"));
     // The device restarts: the connection the gateway kept open to it is gone.
     devices.tarn5.reset();
@@ -28,7 +28,7 @@ TEST(GatewayService, TelmiRequestsReachTheirDevicesInBothModesAndWithStaleNonces
 
     // The second request opens with the first one's nonce, stale by then (lifetime 2 s): told
     // apart, it is answered again with the fresh nonce unasked.
-    EXPECT_THAT(pythonDigestGet(url(userPort), "tarnuser", kUserPassword, "3.5").withOut(),
+    EXPECT_THAT(pythonDigestGet(localUrl(userPort), "tarnuser", kUserPassword, "3.5").withOut(),
                 AllOf(StartsWith("200 "), HasSubstr("stale=\"TRUE\""), HasSubstr(deviceAnswer("tarn-cam").substr(4))));
 
     // Switched off, both front ends refuse while the API goes on working.
@@ -44,8 +44,8 @@ TEST(GatewayService, SevenWrongPasswordsLockARequesterOutPerModeAndAddressFamily
         std::string url, user, password;
     };
     const bool ipv6 = Listener(gateway.freePort(5), Listener::Family::ipv6Only).ok();
-    std::vector<Mode> modes {{url(gateway.userPort()), "tarnuser", kUserPassword},
-                             {url(devices.httpPort), "admin", gateway.portPassword()}};
+    std::vector<Mode> modes {{localUrl(gateway.userPort()), "tarnuser", kUserPassword},
+                             {localUrl(devices.httpPort), "admin", gateway.portPassword()}};
     if (ipv6) {  // [::1] is a requester of its own, kept apart from 127.0.0.1 locked out just before
         modes.push_back({"http://[::1]:" + std::to_string(devices.httpPort) + kUri, "admin", gateway.portPassword()});
     }

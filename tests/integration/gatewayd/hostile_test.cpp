@@ -1,31 +1,30 @@
 // The gateway on a hostile network: clients that stall, send too much, or replay what they
 // captured, while legitimate clients are served. Real sockets, curl and the gateway's
 // real nginx, host service and devices.
-#include <arpa/inet.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
 
-#include "GatewayScenario.h"
+#include "GatewayRun.h"
 
 using namespace gwtest;
 
 namespace {
 
-// Connections that send nothing, or (every second one over TCP) half a request, and then wait.
+// Connections that send nothing or, every second one when halfRequests, half a request, and then wait.
 class StalledClients {
 public:
-    StalledClients(unsigned short port, int count) {
-        const sockaddr_in address {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
-        open(reinterpret_cast<const sockaddr*>(&address), sizeof(address), count, true);
-    }
-    // Silent only: one closed at once may not take a half request.
-    StalledClients(const std::string& socketPath, int count) {
-        sockaddr_un address {AF_UNIX, {}};
-        socketPath.copy(address.sun_path, sizeof(address.sun_path) - 1);
-        open(reinterpret_cast<const sockaddr*>(&address), sizeof(address), count, false);
+    StalledClients(int count, const std::function<int()>& connect, bool halfRequests = true) {
+        static const std::string kHalfRequest = "GET /TELMI/System/deviceInfo HTTP/1.1\r\nHost: gw\r\n";
+        for (int i = 0; i < count; ++i) {
+            fds_.push_back(connect());
+            EXPECT_GE(fds_.back(), 0);
+            if (halfRequests && i % 2 == 1) {
+                EXPECT_EQ(::send(fds_.back(), kHalfRequest.data(), kHalfRequest.size(), MSG_NOSIGNAL),
+                          static_cast<ssize_t>(kHalfRequest.size()));
+            }
+        }
     }
     ~StalledClients() {
         for (int fd : fds_) {
@@ -44,17 +43,6 @@ public:
     }
 
 private:
-    void open(const sockaddr* address, socklen_t length, int count, bool halfRequests) {
-        static const std::string kHalfRequest = "GET /TELMI/System/deviceInfo HTTP/1.1\r\nHost: gw\r\n";
-        for (int i = 0; i < count; ++i) {
-            fds_.push_back(::socket(address->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
-            EXPECT_EQ(::connect(fds_.back(), address, length), 0);
-            if (halfRequests && i % 2 == 1) {
-                EXPECT_EQ(::send(fds_.back(), kHalfRequest.data(), kHalfRequest.size(), MSG_NOSIGNAL),
-                          static_cast<ssize_t>(kHalfRequest.size()));
-            }
-        }
-    }
     std::vector<int> fds_;
 };
 
@@ -72,7 +60,7 @@ std::map<int, long> gatewayMemory(const GatewayRun& gateway) {
 // A Digest answer a client computes for the challenge the gateway sent on that port.
 std::string capturedAnswer(unsigned short port, const std::string& user, const std::string& password,
                            const std::string& method, const std::string& target) {
-    const Outcome challenge = curl("-D - " + shellQuoted("http://127.0.0.1:" + std::to_string(port) + target));
+    const Outcome challenge = curl("-D - " + shellQuoted(localUrl(port, target)));
     std::smatch nonce;
     EXPECT_TRUE(std::regex_search(challenge.out, nonce, std::regex("nonce=\"([0-9a-f]+)\""))) << challenge.out;
     return pythonDigestHeader(user, "TELMI", password, method, target, nonce[1], true);
@@ -80,8 +68,7 @@ std::string capturedAnswer(unsigned short port, const std::string& user, const s
 
 Outcome sendWith(const std::string& header, unsigned short port, const std::string& target,
                  const std::string& extra = "") {
-    return curl(extra + " -H " + shellQuoted("Authorization: " + header) + " " +
-                shellQuoted("http://127.0.0.1:" + std::to_string(port) + target));
+    return curl(extra + " -H " + shellQuoted("Authorization: " + header) + " " + shellQuoted(localUrl(port, target)));
 }
 
 TEST(HostileClients, StalledFloodingAndReplayingClientsGetNothingWhileLegitimateOnesAreServed) {
@@ -121,11 +108,14 @@ TEST(HostileClients, StalledFloodingAndReplayingClientsGetNothingWhileLegitimate
         << "a body within the limit reaches the stand-in device, which answers GET only";
 
     // Connections that stall hold up no legitimate client.
-    const StalledClients userModeStalls(gateway.userPort(), 256);
-    const StalledClients portModeStalls(devices.httpPort, 256);
-    const StalledClients apiStalls(gateway.apiPort(), 64);
-    // Only nginx should reach the admission check's socket; what else connects is bounded.
-    const StalledClients admissionStalls(gateway.home().path() + "/run/telmi-admission.sock", 300);
+    const StalledClients userModeStalls(256, [&] { return connectTcp(gateway.userPort()); });
+    const StalledClients portModeStalls(256, [&] { return connectTcp(devices.httpPort); });
+    const StalledClients apiStalls(64, [&] { return connectTcp(gateway.apiPort()); });
+    // Only nginx should reach the admission check's socket; what else connects is bounded. Silent
+    // only: one closed at once may not take a half request.
+    const std::string admission = gateway.home().path() + "/run/telmi-admission.sock";
+    const StalledClients admissionStalls(
+        300, [&] { return connectUnix(admission); }, false);
     EXPECT_TRUE(eventually([&] { return admissionStalls.closedByGateway() >= 300 - 256; }));
 
     const std::string inOneSecond = "--max-time 1";
@@ -138,8 +128,7 @@ TEST(HostileClients, StalledFloodingAndReplayingClientsGetNothingWhileLegitimate
     // A captured answer opens nothing else, on a second device port either.
     StandInDevice third("third-cam", gateway.freePort(2));
     gateway.registerDevice(4, "TARN50002", gateway.freePort(2));
-    const Outcome bound = gateway.api("POST", "/api/ports", "{\"deviceIDs\":[\"TARN50002\"]}");
-    const auto otherPort = static_cast<unsigned short>(firstResult(bound)["httpPort"].asUInt());
+    const auto otherPort = static_cast<unsigned short>(bindPort(gateway, "TARN50002")["httpPort"].asUInt());
     const std::string captured = capturedAnswer(devices.httpPort, "admin", password, "GET", kUri);
     EXPECT_EQ(sendWith(captured, devices.httpPort, kUri).status, 200);
     const Outcome replayed = sendWith(captured, devices.httpPort, kUri, "-D -");

@@ -5,7 +5,7 @@
 #include <signal.h>
 
 #include "DriverCif.h"
-#include "GatewayScenario.h"
+#include "GatewayRun.h"
 #include "ZQBase.h"
 
 namespace {
@@ -16,18 +16,13 @@ bool inStep(const GatewayRun& gateway) {
     return eventually([&gateway] { return listenedPorts(gateway) == boundPorts(gateway); });
 }
 
-std::string bind(const GatewayRun& gateway, const std::string& deviceID) {
-    return firstResult(gateway.api("POST", "/api/ports", "{\"deviceIDs\":[\"" + deviceID + "\"]}"))["portIndex"]
-        .asString();
-}
-
 TEST(Listeners, FollowTheStoredBindingsThroughVanishingDevicesAndRestartsAndDoctorRepairsDrift) {
     GatewayRun gateway;
     TwoDevices devices(gateway);
     std::vector<std::string> deviceIndexes;
     for (const char* id : {"TARN50002", "TARN50003", "TARN50004"}) {
         deviceIndexes.push_back(gateway.registerDevice(4, id, gateway.freePort(1)));
-        bind(gateway, id);
+        bindPort(gateway, id);
     }
     EXPECT_EQ(listenedPorts(gateway).size(), 8u) << "four bindings, HTTP and RTSP each";
     EXPECT_TRUE(inStep(gateway));
@@ -107,8 +102,7 @@ TEST(Listeners, KilledDaemonsComeBackWithTheirListenersAndASilentMediaDaemonIsSh
     std::string cameraRtsp;
     const auto camera = simulatedCamera(gateway.freePort(3), cameraRtsp);
     gateway.registerDevice(4, "CAMRTSP", gateway.freePort(3), gateway.freePort(4));
-    const auto relayPort = static_cast<unsigned short>(
-        firstResult(gateway.api("POST", "/api/ports", R"({"deviceIDs":["CAMRTSP"]})"))["rtspPort"].asUInt());
+    const auto relayPort = static_cast<unsigned short>(bindPort(gateway, "CAMRTSP")["rtspPort"].asUInt());
     EXPECT_EQ(ffprobe(relayPort), "pcm_mulaw,8000,25\n");
     const std::set<int> bound = boundPorts(gateway);
     ASSERT_EQ(bound.size(), 4u);

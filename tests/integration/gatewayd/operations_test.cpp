@@ -4,7 +4,7 @@
 
 #include <unistd.h>
 
-#include "GatewayScenario.h"
+#include "GatewayRun.h"
 
 namespace gwtest {
 namespace {

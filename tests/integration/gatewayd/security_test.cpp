@@ -39,8 +39,7 @@ TEST(GatewaySecurity, ServicesRunAsTheServiceUserInAPrivateHomeShowNoPasswordAnd
     gateway.registerDevice(2, "CAM001", gateway.freePort(0));
     const Outcome added = gateway.telmictl("user add alice=CAM001", kUserPassword + "\n");
     EXPECT_EQ(added.status, 0) << added.out << added.err;
-    EXPECT_EQ(curl("http://127.0.0.1:" + std::to_string(gateway.userPort()) + "/TELMI/x").status, 401)
-        << "a challenge: the nonce key exists";
+    EXPECT_EQ(curl(localUrl(gateway.userPort(), "/TELMI/x")).status, 401) << "a challenge: the nonce key exists";
     watching = false;
     watch.join();
     EXPECT_TRUE(std::any_of(seen.begin(), seen.end(), [](const std::string& line) {

@@ -2,15 +2,10 @@
 // driven through the real libDriverMgr (also with no daemon and a stopped one), relaying RTSP
 // clients that are not ours (ffprobe, ffmpeg) to a simulated camera (zqdevsim). The library
 // drives it in the library's own tests.
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
-
-#include <cstdio>
 
 #include "DriverCif.h"
 #include "GatewayTestHome.h"
@@ -20,31 +15,7 @@ using namespace gwtest;
 
 namespace {
 
-// A connection to the address, from source when given (another loopback address: another client).
-template <class Address>
-int connectTo(const Address& address, const sockaddr_in* source = nullptr) {
-    const int fd = ::socket(reinterpret_cast<const sockaddr&>(address).sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd >= 0 &&
-        ((source != nullptr && ::bind(fd, reinterpret_cast<const sockaddr*>(source), sizeof(*source)) != 0) ||
-         ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0)) {
-        ::close(fd);
-        return -1;
-    }
-    return fd;
-}
-
-int connectTcp(unsigned short port, const char* source = "127.0.0.1") {
-    sockaddr_in local {AF_INET, 0, {}, {}};
-    ::inet_pton(AF_INET, source, &local.sin_addr);
-    return connectTo(sockaddr_in {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}}, &local);
-}
-
-int connectCommandSocket(const TempHome& home) {
-    sockaddr_un address {AF_UNIX, {}};
-    std::snprintf(address.sun_path, sizeof(address.sun_path), "%s/%s", home.path().c_str(),
-                  ZQGateway::kMediaSocketPath);
-    return connectTo(address);
-}
+int connectCommandSocket(const TempHome& home) { return connectUnix(home.path() + "/" + ZQGateway::kMediaSocketPath); }
 
 // Whether the peer closes the connection within a minute (a wide margin over any limit here).
 bool closedByPeer(int fd) {

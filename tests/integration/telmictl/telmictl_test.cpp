@@ -2,7 +2,7 @@
 // its --json output, per-item reports of batches, records named by name or device ID, the two
 // admin passwords, passwords from standard input and its exit statuses.
 
-#include "gatewayd/GatewayScenario.h"
+#include "GatewayRun.h"
 
 using namespace gwtest;
 
@@ -108,8 +108,7 @@ TEST(Telmictl, QuickUsersRecordsByNameAndEachAdminPasswordChangedAlone) {
 
     // Port mode's password changes alone; a refused client is told which credential the port takes.
     const std::string apiUrl = shellQuoted(gateway.apiUrl("/api/telmi"));
-    const auto port = static_cast<unsigned short>(
-        firstResult(gateway.api("POST", "/api/ports", R"({"deviceIDs":["TARN50001"]})"))["httpPort"].asUInt());
+    const auto port = static_cast<unsigned short>(bindPort(gateway, "TARN50001")["httpPort"].asUInt());
     const std::string newPort = "N3w-PortMode!";
     EXPECT_THAT(gateway.telmictl("port passwd", newPort + "\n").withOut(),
                 StartsWith("0 password changed; every TELMI client of the device ports"));

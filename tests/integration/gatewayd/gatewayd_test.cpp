@@ -52,7 +52,7 @@ TEST(GatewayService, SevenWrongPasswordsLockARequesterOutPerModeAndAddressFamily
     for (const Mode& mode : modes) {
         SCOPED_TRACE(mode.url);
         const auto as = [&mode](const std::string& password) {
-            return curl("--digest -u " + shellQuoted(mode.user + ":" + password) + " " + shellQuoted(mode.url));
+            return curl("--digest " + shellQuoted(mode.url), mode.user + ":" + password);
         };
         // Requests without credentials, as a browser opening a page sends them, never count.
         for (int i = 0; i < 10; ++i) {

@@ -46,6 +46,18 @@ std::string answerText(const AdmissionAnswer& answer, bool keepAlive) {
     return out.append(keepAlive ? "\r\n" : "Connection: close\r\n\r\n");
 }
 
+// Removes the size bytes a peek returned from the socket: false when it fails.
+bool takeBytes(int fd, char* buffer, size_t size) {
+    while (size > 0) {
+        const ssize_t n = ::recv(fd, buffer, size, 0);
+        if (n <= 0 && !(n < 0 && errno == EINTR)) {
+            return false;
+        }
+        size -= n > 0 ? static_cast<size_t>(n) : 0;
+    }
+    return true;
+}
+
 }  // namespace
 
 struct AdmissionServer::Connection {
@@ -127,12 +139,21 @@ void AdmissionServer::readable(int fd, short what, void* connection) {
         self.server.close(self);
         return;
     }
+    // The question is looked at, answered, and only then taken off the socket. Taking it tells
+    // nginx's worker that its socket has room to write: a wake-up of that worker for nothing,
+    // unless the answer is already there to be read with it.
     char data[kReadBytes];
-    const ssize_t n = ::recv(fd, data, sizeof(data), 0);
+    const ssize_t n = ::recv(fd, data, sizeof(data), MSG_PEEK);
     if (n > 0) {
         auto& connections = self.server.connections_;
         connections.splice(connections.begin(), connections, self.place);
         self.server.answer(self, data, static_cast<size_t>(n));
+        self.out.drainTo(fd);  // what the socket does not take now, flush() sees to
+        if (!takeBytes(fd, data, static_cast<size_t>(n))) {
+            self.server.close(self);
+            return;
+        }
+        self.server.flush(self);
     } else if (n == 0 || (errno != EAGAIN && errno != EINTR)) {
         self.server.close(self);
     }
@@ -158,7 +179,6 @@ void AdmissionServer::answer(Connection& connection, const char* data, size_t si
         connection.out.append(answerText(decideAdmission(library_, connection.reader.request()), !connection.closing));
         connection.reader.next();
     }
-    flush(connection);
 }
 
 // While an answer waits for the socket, nothing more is read: a peer that does not read its

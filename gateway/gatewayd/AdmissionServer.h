@@ -2,8 +2,9 @@
 // one event loop: every TELMI request passes here, and a loop answers each with a single wake
 // of one thread where a thread per connection paid a wake and a scheduler round per request.
 // A check never waits on the network, so one loop keeps up with nginx on every core. Each
-// question is read with one read and answered with one write straight from the loop's callback:
-// a general HTTP server's buffers, header lists and interest changes cost more than the check.
+// question is peeked at, answered with one write straight from the loop's callback, and then
+// taken: a general HTTP server's buffers, header lists and interest changes cost more than the
+// check.
 #pragma once
 
 #include <list>
@@ -37,6 +38,7 @@ private:
     static void accepted(evconnlistener* listener, int fd, sockaddr* address, int length, void* server);
     static void readable(int fd, short what, void* connection);
     static void writable(int fd, short what, void* connection);
+    // Queues the answers to the questions in data.
     void answer(Connection& connection, const char* data, size_t size);
     bool flush(Connection& connection);
     void close(Connection& connection);

@@ -117,6 +117,28 @@ TEST(HostileClients, StalledFloodingAndReplayingClientsGetNothingWhileLegitimate
     const StalledClients admissionStalls(
         300, [&] { return connectUnix(admission); }, false);
     EXPECT_TRUE(eventually([&] { return admissionStalls.closedByGateway() >= 300 - 256; }));
+    {
+        // A question in two pieces, then one more back to back: each is answered once, in order.
+        const int asker = connectUnix(admission);
+        const std::string question = "GET / HTTP/1.1\r\nX-TELMI-Mode: nowhere\r\n\r\n";
+        const std::string pieces[] = {question.substr(0, 20), question.substr(20) + question};
+        std::string answers;
+        for (const std::string& piece : pieces) {
+            EXPECT_EQ(::send(asker, piece.data(), piece.size(), MSG_NOSIGNAL), static_cast<ssize_t>(piece.size()));
+            ::usleep(100 * 1000);
+        }
+        const timeval patience {5, 0};
+        ::setsockopt(asker, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
+        char buffer[4096];
+        for (ssize_t n = 0; answers.rfind("\r\n\r\n") == answers.find("\r\n\r\n") &&
+                            (n = ::recv(asker, buffer, sizeof(buffer), 0)) > 0;) {
+            answers.append(buffer, static_cast<size_t>(n));
+        }
+        ::close(asker);
+        const std::string one = "HTTP/1.1 400 Refused\r\nContent-Length: 0\r\nX-TELMI-Status: 400\r\n";
+        EXPECT_EQ(answers.find(one), 0u) << answers;
+        EXPECT_NE(answers.find(one, one.size()), std::string::npos) << answers;
+    }
 
     const std::string inOneSecond = "--max-time 1";
     EXPECT_EQ(digestCurl(gateway.userPort(), "tarnuser", kUserPassword, inOneSecond).withOut(),

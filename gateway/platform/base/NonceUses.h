@@ -20,10 +20,13 @@ namespace zqbase {
 // from then on (its client is told the nonce is stale and simply answers a new one).
 class NonceUses {
 public:
-    static constexpr size_t kCapacity = 32768;
-    // Wide enough for a client keeping dozens of connections busy on one nonce under load: a
-    // count can arrive a few hundred behind the highest. About 260 bytes a nonce.
-    static constexpr uint32_t kWindow = 1024;
+    // A nonce serves one client for its lifetime, so this is how many clients can be served at
+    // once before the earliest must answer a new challenge.
+    static constexpr size_t kCapacity = 8192;
+    // Wide enough for a client keeping dozens of connections busy on one nonce under load: one
+    // connection held up for a tenth of a second while the others go on at 11,000 requests a
+    // second arrives more than a thousand counts behind. About 640 bytes a nonce.
+    static constexpr uint32_t kWindow = 4096;
     static constexpr size_t kMacDigits = 32;
 
     // What proved a nonce ours: its MAC digits, checked in the calling thread's scope. A client

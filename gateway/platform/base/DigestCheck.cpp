@@ -6,8 +6,6 @@
 // gateway did not issue (with an otherwise correct response). The response is checked before
 // the nonce, as RFC 2617 asks, so a stale verdict is only ever given to someone who knows the
 // password, and a replayed header only ever earns a new challenge.
-#include <strings.h>
-
 #include <cstring>
 
 #include "ZQBase.h"
@@ -43,8 +41,7 @@ int ZQ_BASE_CheckDigest(const char* method, const char* authHeader, const char* 
         }
     }
     const std::string_view algorithm = (*params)[DigestParam::algorithm];
-    if (params->has(DigestParam::algorithm) &&
-        (algorithm.size() != 3 || strncasecmp(algorithm.data(), "MD5", algorithm.size()) != 0)) {
+    if (params->has(DigestParam::algorithm) && !zqbase::sameIgnoringCase(algorithm, "MD5")) {
         return kWrong;
     }
     const bool qop = params->has(DigestParam::qop);

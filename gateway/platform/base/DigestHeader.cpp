@@ -21,15 +21,11 @@ void skipSpaces(std::string_view s, size_t& i) {
     }
 }
 
-bool sameIgnoringCase(std::string_view a, std::string_view b) {
-    return a.size() == b.size() && ::strncasecmp(a.data(), b.data(), a.size()) == 0;
-}
-
 // Any name RFC 7616 does not define is refused: a reader that looks for `uri="` in the raw text
 // would find it inside "xuri", and the two must never differ.
 std::optional<DigestParam> named(std::string_view text) {
     for (size_t p = 0; p < kDigestParamCount; ++p) {
-        if (sameIgnoringCase(text, kNames[p])) {
+        if (zqbase::sameIgnoringCase(text, kNames[p])) {
             return static_cast<DigestParam>(p);
         }
     }
@@ -64,7 +60,7 @@ bool DigestParams::operator==(const DigestParams& other) const {
 std::optional<DigestParams> parseDigestParams(std::string_view header) {
     size_t i = 0;
     skipSpaces(header, i);
-    if (!sameIgnoringCase(header.substr(i, 6), "digest")) {
+    if (!zqbase::sameIgnoringCase(header.substr(i, 6), "digest")) {
         return std::nullopt;
     }
     i += 6;
@@ -134,6 +130,10 @@ namespace zqbase {
 
 using ZQGateway::DigestParam;
 
+bool sameIgnoringCase(std::string_view a, std::string_view b) {
+    return a.size() == b.size() && ::strncasecmp(a.data(), b.data(), a.size()) == 0;
+}
+
 std::optional<std::string> expectedDigestResponse(const ZQGateway::DigestParams& params, std::string_view method,
                                                   std::string_view ha1) {
     std::string text;
@@ -143,7 +143,7 @@ std::optional<std::string> expectedDigestResponse(const ZQGateway::DigestParams&
     const std::string_view qop = params[DigestParam::qop];
     text.assign(ha1).append(":").append(params[DigestParam::nonce]).append(":");
     if (!qop.empty()) {
-        if (qop.size() != 4 || ::strncasecmp(qop.data(), "auth", 4) != 0) {
+        if (!sameIgnoringCase(qop, "auth")) {
             return std::nullopt;
         }
         text.append(params[DigestParam::nc]).append(":").append(params[DigestParam::cnonce]).append(":");

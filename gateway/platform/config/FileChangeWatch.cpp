@@ -33,8 +33,9 @@ FileChangeWatch::FileChangeWatch(const std::string& path) {
 }
 
 bool FileChangeWatch::changed() {
-    if (forksSeen_ != forks.load(std::memory_order_relaxed)) {
-        forksSeen_ = forks.load(std::memory_order_relaxed);
+    const unsigned forksNow = forks.load(std::memory_order_relaxed);
+    if (forksSeen_ != forksNow) {
+        forksSeen_ = forksNow;
         inotify_.reset();
     }
     if (!inotify_.valid()) {

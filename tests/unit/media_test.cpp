@@ -41,8 +41,8 @@ TEST_F(MediaTest, CommandsAreFastWriterTextWithTheTimeLimitInWholeSeconds) {
     platform().mediaTimeoutMs = 999;
     EXPECT_EQ(retry(), std::pair(0, 1));
     EXPECT_EQ(lastCommand().text,
-              "{\"method\":\"gatewayProtocol\",\"moduleType\":10,\"params\":{\"body\":null,\"method\":\"PUT\","
-              "\"uri\":\"/TELMI/ContentMgmt/DeviceMgmt/refreshDevicePort?format=json&devIndex=dev01&newPort=false"
+              R"({"method":"gatewayProtocol","moduleType":10,"params":{"body":null,"method":"PUT",)"
+              R"("uri":"/TELMI/ContentMgmt/DeviceMgmt/refreshDevicePort?format=json&devIndex=dev01&newPort=false)"
               "&portType=rtsp&portNo=554\"}}\n");
     EXPECT_EQ(lastCommand().timeoutSec, 0) << "999 ms truncate to 0 s";
 
@@ -59,19 +59,18 @@ TEST_F(MediaTest, PutMediaPortEncodesEveryOrderAndAcceptsAnyTextCode) {
     EXPECT_THAT(platform().mediaCommands, IsEmpty()) << "an empty list sends nothing";
     EXPECT_THAT(platform().logs, IsEmpty());
 
-    answer("{\"code\":\"error\"}");
+    answer(R"({"code":"error"})");
     platform().mediaTimeoutMs = 2500;
     EXPECT_EQ(mgr().notifyMediaTELMIPort({order("a", 1, 1), order(std::string(37, 'x'), 2, 65535)}), 1);
-    EXPECT_EQ(lastCommand().text,
-              "{\"method\":\"PutMediaPort\",\"moduleType\":10,\"params\":{\"devices\":["
-              "{\"devIndex\":\"a\",\"rtspPort\":1,\"rtspPortBind\":true},"
-              "{\"devIndex\":\"" +
-                  std::string(37, 'x') + "\",\"rtspPort\":65535,\"rtspPortBind\":false}]}}\n")
+    EXPECT_EQ(lastCommand().text, R"({"method":"PutMediaPort","moduleType":10,"params":{"devices":[)"
+                                  R"({"devIndex":"a","rtspPort":1,"rtspPortBind":true},)"
+                                  R"({"devIndex":")" +
+                                      std::string(37, 'x') + "\",\"rtspPort\":65535,\"rtspPortBind\":false}]}}\n")
         << "a device index filling its field, and a bind value of 2";
     EXPECT_EQ(std::pair(lastCommand().reserved, lastCommand().timeoutSec), std::pair(0, 2));
     EXPECT_THAT(messagesAt(2), ElementsAre("notifyMediaTELMIPort rspCode=error"));
 
-    for (const char* refused : {"{\"code\":0}", "{}", "[\"code\"]", "\"code\""}) {
+    for (const char* refused : {R"({"code":0})", "{}", R"(["code"])", R"("code")"}) {
         answer(refused);
         EXPECT_EQ(mgr().notifyMediaTELMIPort({order("a", 1, 1)}), 0) << refused;
     }
@@ -82,53 +81,37 @@ TEST_F(MediaTest, PutMediaPortEncodesEveryOrderAndAcceptsAnyTextCode) {
 
 TEST_F(MediaTest, ExchangeFailuresAreLoggedForTheCallerAndReleaseOnlyBuffersHandedOut) {
     transportFails();
-    EXPECT_EQ(mgr().notifyMediaTELMIPort({order("a", 1, 1)}), 0);
-    transportFails();
     EXPECT_EQ(retry(), std::pair(9, 0));
-    expectBuffersReleased(0);
-    EXPECT_THAT(messagesAt(5), ElementsAre("[errMsg=media down]DriverCif_InputCmdToMediaSyn error.",
-                                           "[errMsg=media down]DriverCif_InputCmdToMediaSyn error."));
     EXPECT_THAT(platform().logs.back().text, StartsWith("[retryMediaTELMIPort("));
-
-    answer("not json");
+    answer(R"({"data":)");
     EXPECT_EQ(mgr().notifyMediaTELMIPort({order("a", 1, 1)}), 0);
-    answer("{\"data\":");
-    EXPECT_EQ(retry(), std::pair(9, 0));
-    expectBuffersReleased(2);
-    EXPECT_EQ(lastLog(5), "DriverCIf_InputCmdByDevSyn return rsp={\"data\": err.");
+    expectBuffersReleased(1);
+    EXPECT_THAT(messagesAt(5), ElementsAre("[errMsg=media down]DriverCif_InputCmdToMediaSyn error.",
+                                           R"(DriverCIf_InputCmdByDevSyn return rsp={"data": err.)"));
 
     platform().privateCfgPresent = false;
     EXPECT_EQ(retry(), std::pair(9, 0));
-    EXPECT_EQ(platform().mediaCommands.size(), 4u) << "nothing is sent without the configuration";
+    EXPECT_EQ(platform().mediaCommands.size(), 2u) << "nothing is sent without the configuration";
     EXPECT_EQ(lastLog(5), "get basicCfg ptr error.");
 }
 
 TEST_F(MediaTest, RefreshAnswerShapes) {
-    struct Case {
-        const char* answer;
-        int result, listening;
-    } cases[] = {
+    const std::tuple<const char*, int, int> cases[] = {
         {"{}", 0, 0},
-        {"{\"data\":{}}", 0, 0},
-        {"{\"data\":\"rsp\"}", 0, 0},
-        {"{\"data\":{\"rsp\":{}}}", 9, 0},
-        {"{\"data\":{\"rsp\":[1]}}", 9, 0},
-        {"{\"data\":{\"rsp\":{\"listenStatus\":{\"deviceIndex\":\"other\",\"rtspPort\":1,\"status\":\"success\"}}}}", 0,
-         1},
-        {"{\"data\":{\"rsp\":{\"listenStatus\":{\"deviceIndex\":\"dev01\",\"rtspPort\":554,\"status\":\"Success\"}}}}",
-         260, 0},
-        {"{\"data\":{\"rsp\":{\"listenStatus\":{\"deviceIndex\":\"dev01\",\"rtspPort\":\"554\",\"status\":\"success\"}}"
-         "}}",
-         9, 0},
-        {"{\"data\":{\"rsp\":{\"listenStatus\":[{\"deviceIndex\":\"dev01\",\"rtspPort\":554,\"status\":\"success\"}]}}"
-         "}",
-         9, 0},
-        {"{\"data\":{\"rsp\":{\"statusCode\":\"x\",\"statusString\":1}}}", 9, 0},
-        {"{\"data\":{\"rsp\":{\"statusCode\":4,\"statusString\":\"Invalid\"}}}", 9, 0},
+        {R"({"data":{}})", 0, 0},
+        {R"({"data":"rsp"})", 0, 0},
+        {R"({"data":{"rsp":{}}})", 9, 0},
+        {R"({"data":{"rsp":[1]}})", 9, 0},
+        {R"({"data":{"rsp":{"listenStatus":{"deviceIndex":"other","rtspPort":1,"status":"success"}}}})", 0, 1},
+        {R"({"data":{"rsp":{"listenStatus":{"deviceIndex":"dev01","rtspPort":554,"status":"Success"}}}})", 260, 0},
+        {R"({"data":{"rsp":{"listenStatus":{"deviceIndex":"dev01","rtspPort":"554","status":"success"}}}})", 9, 0},
+        {R"({"data":{"rsp":{"listenStatus":[{"deviceIndex":"dev01","rtspPort":554,"status":"success"}]}}})", 9, 0},
+        {R"({"data":{"rsp":{"statusCode":"x","statusString":1}}})", 9, 0},
+        {R"({"data":{"rsp":{"statusCode":4,"statusString":"Invalid"}}})", 9, 0},
     };
-    for (const auto& c : cases) {
-        answer(c.answer);
-        EXPECT_EQ(retry(), std::pair(c.result, c.listening)) << c.answer;
+    for (auto [body, result, listening] : cases) {
+        answer(body);
+        EXPECT_EQ(retry(), std::pair(result, listening)) << body;
     }
     EXPECT_THAT(platform().logs, ::testing::SizeIs(2)) << "only the not-listening report and the refusal";
     EXPECT_THAT(messagesAt(5), ElementsAre("[rtspport=554,listenstatus=Success] Retry result.",
@@ -143,10 +126,9 @@ TEST_F(MediaTest, StatusReadWritesOnlyWhatTheAnswerReports) {
 
     Ports one {port("dev01", 554)};
     for (const char* body :
-         {"{\"statusCode\":4,\"statusString\":\"Busy\"}",
-          "{\"data\":{\"rsp\":{\"listenStatus\":{\"deviceIndex\":\"dev01\",\"rtspPort\":554,"
-          "\"status\":\"success\"}}}}",
-          "{\"data\":{\"listenStatus\":{}}}", "{\"data\":{\"statusCode\":1,\"statusString\":\"in\"}}"}) {
+         {R"({"statusCode":4,"statusString":"Busy"})",
+          R"({"data":{"rsp":{"listenStatus":{"deviceIndex":"dev01","rtspPort":554,"status":"success"}}}})",
+          R"({"data":{"listenStatus":{}}})", R"({"data":{"statusCode":1,"statusString":"in"}})"}) {
         answer(body);
         EXPECT_EQ(mgr().updateMediaTELMIPortStatus(one), 9) << body;
     }
@@ -158,15 +140,14 @@ TEST_F(MediaTest, StatusReadWritesOnlyWhatTheAnswerReports) {
                             "Error rsp.", "[errMsg=media down]DriverCif_InputCmdToMediaSyn error."));
 
     Ports ports {port("dev01", 554), port("none", 0), port("dev01", 555), port("dev02", 556), port("dev03", 557)};
-    answer(
-        "{\"data\":{\"listenStatus\":["
-        "{\"deviceIndex\":\"dev01\",\"rtspPort\":554,\"status\":\"success\"},"
-        "{\"deviceIndex\":\"dev01\",\"rtspPort\":555,\"status\":\"fail\"},"
-        "{\"deviceIndex\":\"dev02\",\"rtspPort\":556,\"status\":\"fail\"},"
-        "{\"deviceIndex\":\"dev03\",\"rtspPort\":\"557\",\"status\":\"success\"},"
-        "7]}}");
+    answer(R"({"data":{"listenStatus":[)"
+           R"({"deviceIndex":"dev01","rtspPort":554,"status":"success"},)"
+           R"({"deviceIndex":"dev01","rtspPort":555,"status":"fail"},)"
+           R"({"deviceIndex":"dev02","rtspPort":556,"status":"fail"},)"
+           R"({"deviceIndex":"dev03","rtspPort":"557","status":"success"},)"
+           "7]}}");
     EXPECT_EQ(mgr().updateMediaTELMIPortStatus(ports), 0);
-    EXPECT_THAT(lastCommand().text, HasSubstr("[\"dev01\",\"dev01\",\"dev02\",\"dev03\"]"))
+    EXPECT_THAT(lastCommand().text, HasSubstr(R"(["dev01","dev01","dev02","dev03"])"))
         << "every port with an RTSP port is asked about, duplicates kept";
     // The first report of a device wins; no RTSP port or a malformed report leaves the record alone.
     EXPECT_THAT(eachOf(platform().ports, &fake::FakePort::rtspStatus), ElementsAre(-1, -1, 1, -1, 1, 0, -1));

@@ -147,12 +147,16 @@ TEST_F(AuthTest, StaleNoncesAndAMissingUserConfigurationAreNotCounted) {
 TEST_F(AuthTest, RefusalsBeforeAnyCheckWriteOnlyWhatTheyMust) {
     platform().addUser("viewer", "dev-1", ha1Of("viewer", "Right#Pass1"));
     platform().addPort("dev-port", 20001, 0);
+    // No user name: a challenge with a fresh nonce and the whole realm, up to the longest accounts
+    // accept; the response field cuts a longer one at 5120 characters and terminates it.
+    platform().realm = std::string(kMaxRealmLength, 'r');
     EXPECT_EQ(check(*request("Digest realm=\"TELMI\", nonce=\"n0\""), kUser),
-              Outcome(1, -999, -888, challenge("nonce1", "FALSE"), "-"))
-        << "no user name";
+              Outcome(1, -999, -888, challenge("nonce1", "FALSE", platform().realm), "-"));
+    platform().realm = std::string(6000, 'r');
     EXPECT_EQ(check(*request(digestAnswer(std::string(600, 'x'), "whatever")), kUser),
-              Outcome(1, -999, -888, challenge("nonce2", "FALSE"), "-"))
+              Outcome(1, -999, -888, challenge("nonce2", "FALSE", platform().realm).substr(0, 5120), "-"))
         << "a name too long to extract is no name";
+    EXPECT_EQ(rsp_.challenge[5120], '\0');
     EXPECT_THAT(platform().logs, IsEmpty());
 
     // Unknown names, including one longer than any account's.
@@ -178,20 +182,6 @@ TEST_F(AuthTest, RefusalsBeforeAnyCheckWriteOnlyWhatTheyMust) {
                 ElementsAre("The mode is not support.", "The mode is not support.", "[httpPort=0]TELMI port is error.",
                             "[httpPort=20002]TELMI port is not exist."));
     EXPECT_EQ(platform().noncesIssued, 2) << "only the missing names drew a challenge";
-}
-
-TEST_F(AuthTest, ChallengeCarriesAFreshNonceAndTheWholeRealmUpToTheResponseField) {
-    // The longest realm accounts accept reaches the client whole; the response field cuts a
-    // longer challenge at 5120 characters and terminates it. (Without a user configuration there
-    // is no realm: StaleNoncesAndAMissingUserConfigurationAreNotCounted.)
-    platform().addUser("viewer", "dev-1", "");
-    platform().realm = std::string(kMaxRealmLength, 'r');
-    EXPECT_EQ(check(*request("Digest nonce=\"n0\""), kUser),
-              Outcome(1, -999, -888, challenge("nonce1", "FALSE", platform().realm), "-"));
-    platform().realm = std::string(6000, 'r');
-    EXPECT_EQ(check(*request("Digest nonce=\"n0\""), kUser),
-              Outcome(1, -999, -888, challenge("nonce2", "FALSE", platform().realm).substr(0, 5120), "-"));
-    EXPECT_EQ(rsp_.challenge[5120], '\0');
 }
 
 TEST_F(AuthTest, FirstMatchWinsAndHostFieldsAreReadWithinTheirWidths) {

@@ -88,10 +88,10 @@ protected:
 TEST_F(AuthTest, RfcWorkedExamplePassesWithTheAccountsHA1AndTheRequestsMethod) {
     platform().realm = "testrealm@host.com";
     platform().addUser("Mufasa", "dev-mufasa", ha1Of("Mufasa", "Circle Of Life", "testrealm@host.com"));
-    auto req = request(
-        "Digest username=\"Mufasa\", realm=\"testrealm@host.com\", nonce=\"dcd98b7102dd2f0e8b11d0f600bfb0c093\", "
-        "uri=\"/dir/index.html\", qop=auth, nc=00000001, cnonce=\"0a4f113b\", "
-        "response=\"6629fae49393a05397450978507c4ef1\", opaque=\"5ccc069c403ebaf9f0171e9517f40e41\"");
+    auto req =
+        request(R"(Digest username="Mufasa", realm="testrealm@host.com", nonce="dcd98b7102dd2f0e8b11d0f600bfb0c093", )"
+                R"(uri="/dir/index.html", qop=auth, nc=00000001, cnonce="0a4f113b", )"
+                R"(response="6629fae49393a05397450978507c4ef1", opaque="5ccc069c403ebaf9f0171e9517f40e41")");
     EXPECT_EQ(check(*req, kUser), passed("dev-mufasa"));
     EXPECT_EQ(check(*req, kUser, "POST"), refused(6, 0, challenge("nonce1", "FALSE", "testrealm@host.com")))
         << "the same answer to another method is wrong";
@@ -150,7 +150,7 @@ TEST_F(AuthTest, RefusalsBeforeAnyCheckWriteOnlyWhatTheyMust) {
     // No user name: a challenge with a fresh nonce and the whole realm, up to the longest accounts
     // accept; the response field cuts a longer one at 5120 characters and terminates it.
     platform().realm = std::string(kMaxRealmLength, 'r');
-    EXPECT_EQ(check(*request("Digest realm=\"TELMI\", nonce=\"n0\""), kUser),
+    EXPECT_EQ(check(*request(R"(Digest realm="TELMI", nonce="n0")"), kUser),
               Outcome(1, -999, -888, challenge("nonce1", "FALSE", platform().realm), "-"));
     platform().realm = std::string(6000, 'r');
     EXPECT_EQ(check(*request(digestAnswer(std::string(600, 'x'), "whatever")), kUser),

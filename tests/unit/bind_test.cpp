@@ -40,7 +40,7 @@ TEST_F(BindTest, BindGoesStoreMediaNginxPerDeviceAndRestartsNginxOnce) {
                             "store.BindTELMIPort dev=dev2 http=20001 rtsp=30001 spare=0", "media PutMediaPort",
                             "nginx.ModifyConfig 9 20001", "nginx.Reboot"));
     EXPECT_THAT(platform().mediaCommands[0].text,
-                HasSubstr("[{\"devIndex\":\"dev1\",\"rtspPort\":30000,\"rtspPortBind\":true}]"));
+                HasSubstr(R"([{"devIndex":"dev1","rtspPort":30000,"rtspPortBind":true}])"));
 
     platform().journal.clear();
     platform().logs.clear();
@@ -91,7 +91,7 @@ TEST_F(BindTest, UnbindGoesMediaNginxStorePerBindingRestartsOnceAndStopsAtAFaile
                                                 "store.UnbindTELMIPort " + withRtsp->index, "nginx.ModifyConfig 8 8002",
                                                 "store.UnbindTELMIPort " + withoutRtsp->index, "nginx.Reboot"));
     EXPECT_THAT(platform().mediaCommands[0].text,
-                HasSubstr("[{\"devIndex\":\"dev1\",\"rtspPort\":554,\"rtspPortBind\":false}]"));
+                HasSubstr(R"([{"devIndex":"dev1","rtspPort":554,"rtspPortBind":false}])"));
     EXPECT_THAT(messagesAt(3), ElementsAre("unbindPort start.", "unbindPort end."));
 
     platform().journal.clear();
@@ -177,8 +177,7 @@ TEST_F(BindRetryTest, OutcomesOfEachStep) {
     platform().nginxPids = {42};
     platform().listeners[8001] = 42;
     platform().mediaReplies.push_back(
-        {0, "{\"data\":{\"rsp\":{\"listenStatus\":{\"deviceIndex\":\"d\",\"rtspPort\":554,\"status\":\"fail\"}}}}",
-         ""});
+        {0, R"({"data":{"rsp":{"listenStatus":{"deviceIndex":"d","rtspPort":554,"status":"fail"}}}})", ""});
     EXPECT_EQ(retry(port), std::tuple(0, 260, -1, 1)) << "the RTSP failure stands while nginx holds the HTTP port";
     EXPECT_TRUE(platform().logged(4, "[%s(%d)] [Rtspport=%d] notify retry port listen fail."));
     EXPECT_THAT(platform().journalWith("nginx.Reboot"), IsEmpty());

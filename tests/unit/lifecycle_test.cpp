@@ -33,7 +33,7 @@ TEST_F(LifecycleTest, RemovedDeviceLosesItsFirstUserAndEachBindingByItsOwnUnbind
     // The account's deletion fails, and so does closing portB's RTSP listener: each binding is
     // still tried, and portB stays whole while its listener runs.
     platform().inject("store.DelTELMIUser", fake::kStoreRefused);
-    platform().mediaReplies = {{0, "{\"code\":\"0\"}", ""}, {1, "", "media module down"}};
+    platform().mediaReplies = {{0, R"({"code":"0"})", ""}, {1, "", "media module down"}};
     platform().notify(ZQDeviceMgr::deviceRemoved, "dev1");
     EXPECT_THAT(platform().journal,
                 ElementsAre("store.DelTELMIUser " + first->index, "media PutMediaPort", "nginx.ModifyConfig 8 8001",

@@ -19,8 +19,8 @@ TEST_F(NginxTest, StartAnnouncesMediaThenQuitsNginxThenEditsEveryHttpPortGoingOn
                             "base.CheckPort 8001 mode=1", "nginx.ModifyConfig 9 8001", "base.CheckPort 8003 mode=1",
                             "nginx.ModifyConfig 8 8003"));
     EXPECT_THAT(platform().mediaCommands[0].text,
-                HasSubstr("[{\"devIndex\":\"dev1\",\"rtspPort\":554,\"rtspPortBind\":true},{\"devIndex\":\"" +
-                          std::string(36, 'd') + "\",\"rtspPort\":555,\"rtspPortBind\":true}]"))
+                HasSubstr(R"([{"devIndex":"dev1","rtspPort":554,"rtspPortBind":true},{"devIndex":")" +
+                          std::string(36, 'd') + R"(","rtspPort":555,"rtspPortBind":true}])"))
         << "only ports with an RTSP port, device index cut to 36 characters";
     EXPECT_THAT(messagesAt(4),
                 ElementsAre("Get nginx Pid list success, then quit old nginx.",

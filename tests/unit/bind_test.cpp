@@ -2,8 +2,6 @@
 
 namespace {
 
-constexpr int kStoreRefused = fake::kStoreRefused;
-
 class BindTest : public LibraryTest {
 protected:
     // Tarn5 devices, so port mode asks the store about their port binding.
@@ -60,11 +58,11 @@ TEST_F(BindTest, EachFailedBindStepUndoesOnlyTheStoreRecord) {
     EXPECT_TRUE(platform().logged(5, "[%s(%d)] [devId=%s]checkBoundDevice failed."));
     EXPECT_EQ(lastLog(5), "[devId=T5-1]get free port failed.");
 
-    platform().inject("store.BindTELMIPort", kStoreRefused);
+    platform().inject("store.BindTELMIPort", fake::kStoreRefused);
     platform().mediaReplies.push_back({3, "", "media down"});  // for T5-2
     platform().inject("nginx.ModifyConfig", 0);                // for T5-3
     platform().journal.clear();
-    EXPECT_THAT(bind({"T5-1", "T5-2", "T5-3"}), ElementsAre(1, 1, 7, 1026, 273, kStoreRefused, 9, 261));
+    EXPECT_THAT(bind({"T5-1", "T5-2", "T5-3"}), ElementsAre(1, 1, 7, 1026, 273, fake::kStoreRefused, 9, 261));
     ASSERT_TRUE(rets_[6].port && rets_[7].port) << "still pointing at the removed bindings";
     EXPECT_EQ(platform().mediaListening.count("dev3"), 1u) << "the RTSP listener stays after nginx refused";
     EXPECT_THAT(platform().journalWith("store.Unbind"),
@@ -110,8 +108,8 @@ TEST_F(BindTest, UnbindGoesMediaNginxStorePerBindingRestartsOnceAndStopsAtAFaile
     EXPECT_TRUE(platform().logged(4, "[%s(%d)] [httpport=%d] nginx del port listen fail."));
 
     platform().journal.clear();
-    platform().inject("store.UnbindTELMIPort", kStoreRefused);
-    EXPECT_THAT(unbind({storeFails->index}), ElementsAre(kStoreRefused));
+    platform().inject("store.UnbindTELMIPort", fake::kStoreRefused);
+    EXPECT_THAT(unbind({storeFails->index}), ElementsAre(fake::kStoreRefused));
     EXPECT_THAT(platform().journalWith("nginx."), ElementsAre("nginx.ModifyConfig 8 8003")) << "no restart";
 
     platform().inject("nginx.Reboot", 0);

@@ -80,8 +80,6 @@ TEST_F(LibraryTest, SwitchIsReadWithoutStartingAndWrittenOnlyWhenChanged) {
     // Every line names the module, and the member and source line in its prefix.
     ASSERT_EQ(platform().logs.size(), 1u);
     const auto& line = platform().logs.front();
-    EXPECT_EQ(line.level, 5);
-    EXPECT_EQ(line.module, "ZQN");
-    EXPECT_EQ(line.format, "[%s(%d)] setTELMIParam failed");
+    EXPECT_EQ(std::tie(line.level, line.module, line.format), std::tuple(5, "ZQN", "[%s(%d)] setTELMIParam failed"));
     EXPECT_THAT(line.text, ::testing::MatchesRegex("\\[setProtocolEnable\\([0-9]+\\)\\] setTELMIParam failed"));
 }

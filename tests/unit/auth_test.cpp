@@ -50,16 +50,19 @@ protected:
     }
 
     // Seven wrong answers lock the requester out; once the store lets the lock lapse the
-    // credentials are examined again, and a right answer clears the count.
-    // right(nonce, key) is a right answer; each is accepted once, as a client's would be.
-    void runLockOutStory(int mode, fake::FakeRecordLocks& locks, const tagTELMIAuthReq& wrong,
-                         const std::function<std::unique_ptr<tagTELMIAuthReq>(const char*, const char*)>& right,
-                         const std::string& deviceIndex) {
+    // credentials are examined again, and a right answer clears the count. "viewer" answers
+    // with one HA1 or the other; each right answer is accepted once, as a client's would be.
+    void runLockOutStory(int mode, fake::FakeRecordLocks& locks, unsigned short httpPort, const std::string& wrongHA1,
+                         const std::string& rightHA1, const std::string& deviceIndex) {
         const std::string key(kKey);
+        const auto wrong = request(digestAnswer("viewer", wrongHA1), httpPort);
+        const auto right = [&](const char* nonce, const char* requester) {
+            return request(digestAnswer("viewer", rightHA1, nonce), httpPort, requester);
+        };
         for (int failure = 1; failure <= 7; ++failure) {
             // The unlock time is the one read before the failure.
             const std::string nonce = "nonce" + std::to_string(failure);
-            ASSERT_EQ(check(wrong, mode), refused(7 - failure, 0, challenge(nonce, "FALSE")));
+            ASSERT_EQ(check(*wrong, mode), refused(7 - failure, 0, challenge(nonce, "FALSE")));
         }
         EXPECT_EQ(platform().journalWith("lock.getLockNum key=" + key + " slot=0 add=1").size(), 7u);
 
@@ -69,7 +72,7 @@ protected:
         EXPECT_EQ(check(*right("n1", "10.0.0.8:1"), mode), passed(deviceIndex)) << "another requester";
 
         locks.unlockTimes[key] = 0;
-        EXPECT_EQ(check(wrong, mode), refused(-1, 0, challenge("nonce9", "FALSE")))
+        EXPECT_EQ(check(*wrong, mode), refused(-1, 0, challenge("nonce9", "FALSE")))
             << "count 7 with no unlock time: examined again, not clamped";
 
         locks.unlockTimes[key] = 0;
@@ -78,7 +81,7 @@ protected:
         EXPECT_THAT(platform().journal, ElementsAre("lock.getLockNum key=" + key + " slot=0 add=0",
                                                     "lock.getUnlockTime key=" + key + " slot=0", "base.CheckDigest",
                                                     "lock.destroyLock key=" + key + " slot=0"));
-        EXPECT_EQ(check(wrong, mode), refused(6, 0, challenge("nonce10", "FALSE")))
+        EXPECT_EQ(check(*wrong, mode), refused(6, 0, challenge("nonce10", "FALSE")))
             << "a right answer clears the count";
     }
 
@@ -100,10 +103,7 @@ TEST_F(AuthTest, RfcWorkedExamplePassesWithTheAccountsHA1AndTheRequestsMethod) {
 TEST_F(AuthTest, UserModeLocksOutAfterSevenWrongAnswers) {
     const std::string ha1 = ha1Of("viewer", "Right#Pass1");
     auto user = platform().addUser("viewer", "dev-1", ha1);
-    runLockOutStory(
-        kUser, user->locks, *request(digestAnswer("viewer", ha1Of("viewer", "wrong"))),
-        [&](const char* nonce, const char* key) { return request(digestAnswer("viewer", ha1, nonce), 0, key); },
-        "dev-1");
+    runLockOutStory(kUser, user->locks, 0, ha1Of("viewer", "wrong"), ha1, "dev-1");
 }
 
 TEST_F(AuthTest, PortModeLocksOutAfterSevenWrongAnswersAgainstTheGatewayAdmin) {
@@ -111,13 +111,8 @@ TEST_F(AuthTest, PortModeLocksOutAfterSevenWrongAnswersAgainstTheGatewayAdmin) {
     platform().gatewayHA1["admin"] = adminHA1;
     platform().addUser("viewer", "dev-user", ha1Of("viewer", "Other#1"));
     auto port = platform().addPort("dev-port", 20001, 30001);
-    // The name in the header plays no part: only the admin's HA1 counts.
-    runLockOutStory(
-        kPort, port->locks, *request(digestAnswer("viewer", ha1Of("viewer", "Other#1")), 20001),
-        [&](const char* nonce, const char* key) {
-            return request(digestAnswer("anyone", adminHA1, nonce), 20001, key);
-        },
-        "dev-port");
+    // The name in the header plays no part: only the admin's HA1 counts, and the viewer's own is wrong.
+    runLockOutStory(kPort, port->locks, 20001, ha1Of("viewer", "Other#1"), adminHA1, "dev-port");
 }
 
 TEST_F(AuthTest, StaleNoncesAndAMissingUserConfigurationAreNotCounted) {

@@ -27,7 +27,7 @@ TEST(Operations, InvalidSettingsAreRefusedByCheckAndStart) {
     for (const auto& c : cases) {
         TempHome home;
         std::ofstream(home.path() + "/gateway.json") << c.text;
-        EXPECT_THAT(gatewayd(home, "check").withErr(), AllOf(StartsWith("1 "), HasSubstr(c.problem))) << c.text;
+        EXPECT_THAT(gatewayd(home, "check").withErr(), StatusWith(1, c.problem)) << c.text;
         const Outcome started = gatewayScript(home, "start");
         EXPECT_THAT(started.err, HasSubstr(c.problem)) << c.text;
         EXPECT_NE(started.status, 0) << c.text;

@@ -61,7 +61,7 @@ TEST(GatewaySecurity, ServicesRunAsTheServiceUserInAPrivateHomeShowNoPasswordAnd
     std::istringstream processes(gatewayProcesses(gateway.home(), "ruid=,euid=,suid=,fsuid=,args="));
     int count = 0;
     for (std::string line; std::getline(processes, line); ++count) {
-        EXPECT_THAT(line, testing::ContainsRegex("^ *" + uid + " +" + uid + " +" + uid + " +" + uid + " "));
+        EXPECT_THAT(line, ContainsRegex("^ *" + uid + " +" + uid + " +" + uid + " +" + uid + " "));
     }
     EXPECT_GE(count, 4) << "the daemons, nginx's master and at least one worker";
     EXPECT_THAT(fileText(home + "/nginx/nginx.conf"), Not(HasSubstr("\nuser "))) << "no user line to switch to";

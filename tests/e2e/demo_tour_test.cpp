@@ -13,17 +13,16 @@ TEST(DemoTour, FromTheAdministratorsCommandLineToATelmiRequestAnRtspStreamALockO
     GatewayRun gateway;
     gateway.start();
     // The demo's devices (Tarn and Tarn5, cameras and recorders), registered by zqdevsim.
+    const auto device = [&gateway](int n, const char* protocol, int category) {
+        const std::string id = "CAM00" + std::to_string(n);
+        return "{\"deviceID\": \"" + id + "\", \"name\": \"Camera " + id + "\", \"protocol\": \"" + protocol +
+               "\", \"category\": " + std::to_string(category) +
+               ", \"httpPort\": " + std::to_string(gateway.freePort(n)) +
+               ", \"rtspPort\": " + std::to_string(gateway.freePort(4 + n)) + "}";
+    };
     const std::string file = gateway.home().path() + "/demo-devices.json";
-    const char* const protocols[] = {"tarn", "tarn5", "tarn5", "tarn"};
-    std::ofstream out(file);
-    out << "{\"devices\": [";
-    for (int i = 0; i < 4; ++i) {
-        out << (i > 0 ? "," : "") << "{\"deviceID\": \"CAM00" << i + 1 << "\", \"name\": \"Camera " << i + 1
-            << "\", \"protocol\": \"" << protocols[i] << "\", \"category\": " << (i < 2 ? 1 : 2)
-            << ", \"httpPort\": " << gateway.freePort(i) << ", \"rtspPort\": " << gateway.freePort(4 + i) << "}";
-    }
-    out << "]}\n";
-    out.close();
+    std::ofstream(file) << "{\"devices\": [" << device(1, "tarn", 1) << "," << device(2, "tarn5", 1) << ","
+                        << device(3, "tarn5", 2) << "," << device(4, "tarn", 2) << "]}\n";
     Program devsim({ZQ_DEVSIM_PATH, "--devices", file, "--register", gateway.apiUrl(""), "--admin-password-file",
                     gateway.home().path() + "/admin-password"});
     for (int i = 0; i < 4; ++i) {

@@ -111,7 +111,6 @@ TEST(ManagementApi, RefusesBadInputWithoutChangingAnythingAndRemovesDevicesWithT
         tooMany += ",\"D\"";
     }
     const Case cases[] = {
-        {"PUT", "/api/telmi", "{\"enabled\":", "not valid JSON"},
         {"PUT", "/api/telmi", "[1]", "must be a JSON object"},
         {"PUT", "/api/telmi", "{\"enabled\":" + std::string(16, '[') + std::string(16, ']') + "}", "deeper than 16"},
         {"PUT", "/api/telmi", "{\"enabled\":\"0\"}", "\"enabled\" must be an integer"},

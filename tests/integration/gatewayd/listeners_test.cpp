@@ -97,7 +97,6 @@ TEST(Listeners, KilledDaemonsComeBackWithTheirListenersAndASilentMediaDaemonIsSh
     const auto camera = simulatedCamera(gateway.freePort(3), cameraRtsp);
     gateway.registerDevice(4, "CAMRTSP", gateway.freePort(3), gateway.freePort(4));
     const auto relayPort = static_cast<unsigned short>(bindPort(gateway, "CAMRTSP")["rtspPort"].asUInt());
-    EXPECT_EQ(ffprobe(relayPort), "pcm_mulaw,8000,25\n");
     const std::set<int> bound = boundPorts(gateway);
     ASSERT_EQ(bound.size(), 4u);
 

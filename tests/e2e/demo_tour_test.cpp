@@ -49,9 +49,8 @@ TEST(DemoTour, FromTheAdministratorsCommandLineToATelmiRequestAnRtspStreamALockO
     telmictl("telmi on");
     const std::string alicePassword = "Tour-Pass-001";
     EXPECT_EQ(telmictl("user add alice=CAM001", alicePassword + "\n")["results"][0]["code"], 0);
-    const Outcome answer = telmiGet("alice", alicePassword, gateway.userPort());
-    EXPECT_EQ(answer.status, 200);
-    EXPECT_THAT(answer.out, AllOf(HasSubstr("X-Device-ID: CAM001\r\n"), HasSubstr("\"name\"")));
+    EXPECT_THAT(telmiGet("alice", alicePassword, gateway.userPort()).withOut(),
+                AllOf(StatusWith(200, "X-Device-ID: CAM001\r\n"), HasSubstr("\"name\"")));
 
     // 2. Ports of their own for CAM002 and CAM003, and a request through CAM002's port; 3. CAM002's
     // RTSP stream played through the gateway.

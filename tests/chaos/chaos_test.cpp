@@ -5,7 +5,6 @@
 //
 // ZQ_CHAOS_SEED replays a walk (a failure prints its seed); ZQ_CHAOS_STEPS sets its length.
 
-#include <algorithm>
 #include <cstdlib>
 #include <random>
 
@@ -22,7 +21,14 @@ unsigned long fromEnvironment(const char* name, unsigned long otherwise) {
 
 class Walk {
 public:
-    Walk(GatewayRun& gateway, unsigned long seed) : gateway_(gateway), random_(seed) {}
+    // Starts with a TELMI user locked out, whose device and account no step touches.
+    Walk(GatewayRun& gateway, unsigned long seed) : gateway_(gateway), random_(seed) {
+        gateway_.registerDevice(2, "CHAOSKEEP", gateway_.freePort(0));
+        gwtest::addUser(gateway_, "keeper", "CHAOSKEEP");
+        for (int attempt = 0; attempt < 7; ++attempt) {
+            digestCurl(gateway_.userPort(), "keeper", "Wrong!Pass1");
+        }
+    }
 
     // One random step; its name.
     std::string step() {
@@ -32,11 +38,12 @@ public:
                 return api("POST", "/api/ports/unbind",
                            R"({"portIndexes":[")" + any(records("ports", "portIndex")) + R"("]})"),
                        "unbind";
-            case 2: return addDevice();
-            case 3:
-                return api("DELETE", "/api/devices/" +
-                                         any(records("devices", "deviceIndex", notKeeper("deviceID", "CHAOSKEEP")))),
-                       "remove a device";
+            case 2:
+                if (records("devices", "deviceIndex").size() < 8) {  // besides the keeper's
+                    gateway_.registerDevice(4, "CHAOS" + std::to_string(++devicesAdded_), gateway_.freePort(0));
+                }
+                return "add a device";
+            case 3: return api("DELETE", "/api/devices/" + any(records("devices", "deviceIndex"))), "remove a device";
             case 4: return api("GET", "/api/ports?start=0&max=500&keyWord=CHAOS"), "list ports";
             case 5:
                 return api("POST", "/api/users",
@@ -45,8 +52,7 @@ public:
                        "add a user";
             case 6:
                 return api("POST", "/api/users/delete",
-                           R"({"userIndexes":[")" +
-                               any(records("users", "userIndex", notKeeper("userName", "keeper"))) + R"("]})"),
+                           R"({"userIndexes":[")" + any(records("users", "userIndex")) + R"("]})"),
                        "delete a user";
             case 7: return kill("run/mediad.pid"), "kill -9 zqmediad";
             default: return kill("nginx/nginx.pid"), "kill -9 nginx";
@@ -58,28 +64,12 @@ public:
         // Settled: both daemons run and answer, and the gateway finds nothing out of step.
         EXPECT_TRUE(eventually([this] { return api("GET", "/api/listeners")["inStep"].asBool(); }))
             << gateway_.api("GET", "/api/listeners").out;
-        EXPECT_TRUE(eventually([this] { return listenedPorts(gateway_) == boundPorts(gateway_); }))
-            << "listened on: " << testing::PrintToString(listenedPorts(gateway_))
-            << "; bound: " << testing::PrintToString(boundPorts(gateway_));
-        const std::multiset<int> handedOut = handedOutPorts(gateway_);
-        EXPECT_EQ(std::set<int>(handedOut.begin(), handedOut.end()).size(), handedOut.size())
-            << "a port handed out twice";
-        const std::vector<std::string> known = records("devices", "deviceIndex");
-        const Json::Value usersList = api("GET", "/api/users?start=0&max=500");
-        for (const Json::Value& user : usersList["users"]) {
-            EXPECT_NE(std::find(known.begin(), known.end(), user["deviceIndex"].asString()), known.end())
-                << "account " << user["userName"] << " of a device that is gone";
-        }
+        EXPECT_TRUE(listenersInStep(gateway_));
+        EXPECT_THAT(records("users", "deviceIndex"),
+                    testing::Each(testing::AnyOfArray(records("devices", "deviceIndex"))))
+            << "an account of a device that is gone";
         EXPECT_THAT(digestCurl(gateway_.userPort(), "keeper", kUserPassword).withOut(),
-                    testing::StartsWith("401 too many failed attempts: locked out"));
-    }
-
-    void lockOutTheKeeper() {
-        gateway_.registerDevice(2, "CHAOSKEEP", gateway_.freePort(0));
-        gwtest::addUser(gateway_, "keeper", "CHAOSKEEP");
-        for (int attempt = 0; attempt < 7; ++attempt) {
-            digestCurl(gateway_.userPort(), "keeper", "Wrong!Pass1");
-        }
+                    StartsWith("401 too many failed attempts: locked out"));
     }
 
 private:
@@ -91,33 +81,24 @@ private:
     Json::Value api(const std::string& method, const std::string& path, const std::string& body = "") {
         return gateway_.api(method, path, body).json();
     }
-    std::string addDevice() {
-        if (records("devices", "deviceIndex").size() < 9) {  // the lock-out keeper's and 8 more
-            gateway_.registerDevice(4, "CHAOS" + std::to_string(++devicesAdded_), gateway_.freePort(0));
-        }
-        return "add a device";
-    }
     void kill(const std::string& pidFile) {
         if (const int pid = pidIn(gateway_.home(), pidFile); pid > 0) {
             runShell("kill -9 $(pgrep -P " + std::to_string(pid) + ") " + std::to_string(pid) + " 2>/dev/null");
         }
     }
 
-    // The member of every record of the list route that keep accepts (every record by default).
+    // The member of every record of the list route that keep accepts (every record by default), but
+    // the lock-out keeper's device and account.
     std::vector<std::string> records(const std::string& list, const std::string& member,
                                      const std::function<bool(const Json::Value&)>& keep = nullptr) {
         std::vector<std::string> found;
         const Json::Value answer = api("GET", "/api/" + list + (list == "devices" ? "" : "?start=0&max=500"));
         for (const Json::Value& record : answer[list]) {
-            if (!keep || keep(record)) {
+            if (record["deviceID"] != "CHAOSKEEP" && record["userName"] != "keeper" && (!keep || keep(record))) {
                 found.push_back(record[member].asString());
             }
         }
         return found;
-    }
-    // Leaves out the lock-out keeper's record.
-    static std::function<bool(const Json::Value&)> notKeeper(const char* member, const char* keeper) {
-        return [member, keeper](const Json::Value& record) { return record[member] != keeper; };
     }
     // The access ID of a device that boundKey ("portBound", "telmiBound") says is free; a Tarn5
     // one for a binding.
@@ -144,7 +125,6 @@ TEST(Chaos, ARandomWalkKeepsEveryPromise) {
     gateway.start();
     switchTelmi(gateway, 1);
     Walk walk(gateway, seed);
-    walk.lockOutTheKeeper();
     for (unsigned long n = 1; n <= steps && !testing::Test::HasFailure(); ++n) {
         const std::string what = walk.step();
         SCOPED_TRACE("after step " + std::to_string(n) + ": " + what);

@@ -13,17 +13,16 @@ TEST(DemoTour, FromTheAdministratorsCommandLineToATelmiRequestAnRtspStreamALockO
     GatewayRun gateway;
     gateway.start();
     // The demo's devices (Tarn and Tarn5, cameras and recorders), registered by zqdevsim.
+    const auto device = [&gateway](int n, const char* protocol, int category) {
+        const std::string id = "CAM00" + std::to_string(n);
+        return "{\"deviceID\": \"" + id + "\", \"name\": \"Camera " + id + "\", \"protocol\": \"" + protocol +
+               "\", \"category\": " + std::to_string(category) +
+               ", \"httpPort\": " + std::to_string(gateway.freePort(n)) +
+               ", \"rtspPort\": " + std::to_string(gateway.freePort(4 + n)) + "}";
+    };
     const std::string file = gateway.home().path() + "/demo-devices.json";
-    const char* const protocols[] = {"tarn", "tarn5", "tarn5", "tarn"};
-    std::ofstream out(file);
-    out << "{\"devices\": [";
-    for (int i = 0; i < 4; ++i) {
-        out << (i > 0 ? "," : "") << "{\"deviceID\": \"CAM00" << i + 1 << "\", \"name\": \"Camera " << i + 1
-            << "\", \"protocol\": \"" << protocols[i] << "\", \"category\": " << (i < 2 ? 1 : 2)
-            << ", \"httpPort\": " << gateway.freePort(i) << ", \"rtspPort\": " << gateway.freePort(4 + i) << "}";
-    }
-    out << "]}\n";
-    out.close();
+    std::ofstream(file) << "{\"devices\": [" << device(1, "tarn", 1) << "," << device(2, "tarn5", 1) << ","
+                        << device(3, "tarn5", 2) << "," << device(4, "tarn", 2) << "]}\n";
     Program devsim({ZQ_DEVSIM_PATH, "--devices", file, "--register", gateway.apiUrl(""), "--admin-password-file",
                     gateway.home().path() + "/admin-password"});
     for (int i = 0; i < 4; ++i) {
@@ -50,25 +49,17 @@ TEST(DemoTour, FromTheAdministratorsCommandLineToATelmiRequestAnRtspStreamALockO
     telmictl("telmi on");
     const std::string alicePassword = "Tour-Pass-001";
     EXPECT_EQ(telmictl("user add alice=CAM001", alicePassword + "\n")["results"][0]["code"], 0);
-    const Outcome answer = telmiGet("alice", alicePassword, gateway.userPort());
-    EXPECT_EQ(answer.status, 200);
-    EXPECT_THAT(answer.out, testing::AllOf(HasSubstr("X-Device-ID: CAM001\r\n"), HasSubstr("\"name\"")));
+    EXPECT_THAT(telmiGet("alice", alicePassword, gateway.userPort()).withOut(),
+                AllOf(StatusWith(200, "X-Device-ID: CAM001\r\n"), HasSubstr("\"name\"")));
 
     // 2. Ports of their own for CAM002 and CAM003, and a request through CAM002's port; 3. CAM002's
     // RTSP stream played through the gateway.
     const Json::Value results = telmictl("port bind CAM002 CAM003")["results"];
     ASSERT_EQ(results.size(), 2u);
-    const Json::Value bound = telmictl("port list")["ports"];
-    EXPECT_EQ(bound.size(), 2u);
-    for (const Json::Value& port : bound) {
-        EXPECT_EQ(port["httpListening"].asInt(), 1) << port["deviceIndex"];
-        EXPECT_EQ(port["rtspListening"].asInt(), 1) << port["deviceIndex"];
-    }
     const auto cam002Http = static_cast<unsigned short>(results[0]["httpPort"].asInt());
     EXPECT_THAT(telmiGet("admin", gateway.portPassword(), cam002Http).withOut(),
-                testing::AllOf(testing::StartsWith("200 "), HasSubstr("X-Device-ID: CAM002\r\n")));
-    EXPECT_THAT(ffprobe(static_cast<unsigned short>(results[0]["rtspPort"].asInt())),
-                testing::StartsWith("pcm_mulaw,8000,"))
+                StatusWith(200, "X-Device-ID: CAM002\r\n"));
+    EXPECT_THAT(ffprobe(static_cast<unsigned short>(results[0]["rtspPort"].asInt())), StartsWith("pcm_mulaw,8000,"))
         << "the tone, relayed by the media daemon";
 
     // 4. Seven wrong passwords for another user, and the lock-out that then refuses even the right one.
@@ -79,8 +70,7 @@ TEST(DemoTour, FromTheAdministratorsCommandLineToATelmiRequestAnRtspStreamALockO
         EXPECT_EQ(refused.status, 401) << "attempt " << attempt;
         EXPECT_THAT(refused.out, HasSubstr(attempt == 1 ? "6 attempts left" : attempt == 6 ? "1 attempt left" : ""));
     }
-    EXPECT_THAT(telmiGet("carol", carolPassword, gateway.userPort()).withOut(),
-                testing::AllOf(testing::StartsWith("401 "), HasSubstr("locked out")));
+    EXPECT_THAT(telmiGet("carol", carolPassword, gateway.userPort()).withOut(), StatusWith(401, "locked out"));
     EXPECT_EQ(telmiGet("alice", alicePassword, gateway.userPort()).status, 200);
 
     // 5. CAM003 removed, and its TELMI user and port binding gone (on the gateway's notification

@@ -10,7 +10,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
+
+#include "GatewayTestHome.h"  // fileText
 
 namespace gwtest {
 
@@ -89,9 +90,7 @@ Outcome runCommand(const std::string& command, const std::string& input) {
         ::testing::TempDir() + "command-" + std::to_string(::getpid()) + "-" + std::to_string(calls++);
     std::ofstream(files + ".in") << input;
     Outcome outcome = splitStatusLast(runShell(command + " <" + files + ".in 2>" + files + ".err; printf '\\n%s' $?"));
-    std::stringstream err;
-    err << std::ifstream(files + ".err").rdbuf();
-    outcome.err = err.str();
+    outcome.err = fileText(files + ".err");
     std::remove((files + ".in").c_str());
     std::remove((files + ".err").c_str());
     return outcome;

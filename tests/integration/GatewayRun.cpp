@@ -102,6 +102,10 @@ std::string GatewayRun::registerDevice(int protocol, const std::string& deviceID
     return reply.json()["deviceIndex"].asString();
 }
 
+testing::Matcher<std::string> StatusWith(int status, const std::string& text) {
+    return AllOf(StartsWith(std::to_string(status) + " "), HasSubstr(text));
+}
+
 Json::Value firstResult(const Outcome& reply) {
     EXPECT_EQ(reply.status, 200) << reply.out;
     EXPECT_EQ(reply.json()["results"][0]["code"].asInt(), 0) << reply.out;
@@ -143,7 +147,7 @@ std::set<int> listenedPorts(const GatewayRun& gateway) {
     return ports;
 }
 
-std::multiset<int> handedOutPorts(const GatewayRun& gateway) {
+std::set<int> boundPorts(const GatewayRun& gateway) {
     std::multiset<int> ports;
     const Outcome list = gateway.api("GET", "/api/ports?start=0&max=500");
     EXPECT_EQ(list.status, 200) << list.out;
@@ -154,12 +158,17 @@ std::multiset<int> handedOutPorts(const GatewayRun& gateway) {
             ports.insert(port["rtspPort"].asInt());
         }
     }
-    return ports;
+    const std::set<int> distinct(ports.begin(), ports.end());
+    EXPECT_EQ(distinct.size(), ports.size()) << "a port handed out twice: " << list.out;
+    return distinct;
 }
 
-std::set<int> boundPorts(const GatewayRun& gateway) {
-    const std::multiset<int> ports = handedOutPorts(gateway);
-    return {ports.begin(), ports.end()};
+testing::AssertionResult listenersInStep(const GatewayRun& gateway) {
+    if (eventually([&gateway] { return listenedPorts(gateway) == boundPorts(gateway); })) {
+        return testing::AssertionSuccess();
+    }
+    return testing::AssertionFailure() << "listened on " << testing::PrintToString(listenedPorts(gateway)) << ", bound "
+                                       << testing::PrintToString(boundPorts(gateway));
 }
 
 }  // namespace gwtest

@@ -12,6 +12,9 @@
 
 namespace gwtest {
 
+using ::testing::AllOf;
+using ::testing::ContainsRegex;
+
 extern const std::string kUserPassword;
 extern const char* const kUri;  // the target every TELMI request below asks for
 
@@ -84,6 +87,9 @@ private:
     std::string startOutput_;
 };
 
+// Matches an outcome's withOut() or withErr() with this status, and text somewhere after it.
+testing::Matcher<std::string> StatusWith(int status, const std::string& text);
+
 // The first item of a batch call's results, which must have succeeded.
 Json::Value firstResult(const Outcome& reply);
 // The binding made for the device (portIndex, httpPort, rtspPort), which must have succeeded.
@@ -93,9 +99,10 @@ void switchTelmi(const GatewayRun& gateway, int enabled);
 
 // The ports of the gateway's two ranges that something listens on.
 std::set<int> listenedPorts(const GatewayRun& gateway);
-// The HTTP and RTSP ports of every stored binding, each as often as it is handed out.
-std::multiset<int> handedOutPorts(const GatewayRun& gateway);
+// The HTTP and RTSP ports of the stored bindings, none of which may be handed out twice.
 std::set<int> boundPorts(const GatewayRun& gateway);
+// Whether, within eventually's patience, the gateway listens on exactly its bound ports.
+testing::AssertionResult listenersInStep(const GatewayRun& gateway);
 
 // A Tarn device with a TELMI user "tarnuser" and a Tarn5 device with a port binding, switch on.
 struct TwoDevices {

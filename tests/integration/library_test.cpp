@@ -18,7 +18,8 @@ void* library() {
     return handle;
 }
 
-#define ZQ_CALL(name) (*reinterpret_cast<decltype(&name)>(dlsym(library(), #name)))
+#define ZQ_SYMBOL(handle, name) reinterpret_cast<decltype(&name)>(dlsym(handle, #name))
+#define ZQ_CALL(name) (*ZQ_SYMBOL(library(), name))
 
 std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIPort>> portList() {
     std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIPort>> ports;
@@ -88,11 +89,10 @@ TEST(LibraryOnGatewayTest, CallsWhileTheHostClosesTheLibraryFindItWhole) {
     inChild(home, [] {
         void* handle = dlopen(ZQ_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL);
         ASSERT_NE(handle, nullptr) << dlerror();
-        auto start = reinterpret_cast<decltype(&ZQ_TELMIMgrBus_Start)>(dlsym(handle, "ZQ_TELMIMgrBus_Start"));
-        auto stop = reinterpret_cast<decltype(&ZQ_TELMIMgrBus_Stop)>(dlsym(handle, "ZQ_TELMIMgrBus_Stop"));
+        auto start = ZQ_SYMBOL(handle, ZQ_TELMIMgrBus_Start);
+        auto stop = ZQ_SYMBOL(handle, ZQ_TELMIMgrBus_Stop);
         // An empty unbinding batch still takes the manager's lock: the part a freed manager loses.
-        auto unbind =
-            reinterpret_cast<decltype(&ZQ_TELMIMgrBus_UnbindPort)>(dlsym(handle, "ZQ_TELMIMgrBus_UnbindPort"));
+        auto unbind = ZQ_SYMBOL(handle, ZQ_TELMIMgrBus_UnbindPort);
         ASSERT_TRUE(start && stop && unbind);
         EXPECT_EQ(start(), 1);
 

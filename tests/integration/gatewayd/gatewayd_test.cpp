@@ -15,9 +15,7 @@ TEST(GatewayService, TelmiRequestsReachTheirDevicesInBothModesAndWithStaleNonces
     const auto asUser = [&] { return digestCurl(userPort, "tarnuser", kUserPassword); };
     const auto asAdmin = [&] { return digestCurl(devices.httpPort, "admin", gateway.portPassword()); };
 
-    EXPECT_EQ(asUser().withOut(), deviceAnswer("tarn-cam"));
-    EXPECT_EQ(pythonDigestGet(localUrl(devices.httpPort), "admin", gateway.portPassword()).withOut(),
-              deviceAnswer("tarn5-cam"));
+    EXPECT_EQ(asAdmin().withOut(), deviceAnswer("tarn5-cam"));
     // The device restarts: the connection the gateway kept open to it is gone.
     devices.tarn5.reset();
     devices.tarn5.emplace("tarn5-cam", gateway.freePort(1));
@@ -67,14 +65,13 @@ TEST(GatewayService, SevenWrongPasswordsLockARequesterOutPerModeAndAddressFamily
             EXPECT_EQ(reply.status, 401);
             EXPECT_EQ(reply.out.find("locked out") != std::string::npos, i == 7) << i << ": " << reply.out;
         }
-        EXPECT_THAT(as(mode.password).withOut(), testing::StartsWith("401 too many failed attempts: locked out for "));
+        EXPECT_THAT(as(mode.password).withOut(), StartsWith("401 too many failed attempts: locked out for "));
     }
 
     const Outcome listed = gateway.telmictl("lockout list");
-    EXPECT_THAT(listed.withOut(), testing::StartsWith("0 REQUESTER "));
-    EXPECT_THAT(listed.out, testing::ContainsRegex("\n127.0.0.1 +user tarnuser +TARN0001 +7 +1"));
-    EXPECT_THAT(listed.out,
-                testing::ContainsRegex("\n127.0.0.1 +port " + std::to_string(devices.httpPort) + " +TARN50001 +7 "));
+    EXPECT_THAT(listed.withOut(), StartsWith("0 REQUESTER "));
+    EXPECT_THAT(listed.out, ContainsRegex("\n127.0.0.1 +user tarnuser +TARN0001 +7 +1"));
+    EXPECT_THAT(listed.out, ContainsRegex("\n127.0.0.1 +port " + std::to_string(devices.httpPort) + " +TARN50001 +7 "));
     EXPECT_EQ(gateway.telmictl("lockout clear").status, 2);
     EXPECT_EQ(gateway.telmictl("lockout clear --user nobody").withErr(),
               "1 telmictl: HTTP 404: no TELMI user is named \"nobody\" (code 61002)\n");
@@ -82,7 +79,7 @@ TEST(GatewayService, SevenWrongPasswordsLockARequesterOutPerModeAndAddressFamily
     EXPECT_EQ(digestCurl(gateway.userPort(), "tarnuser", kUserPassword).withOut(), deviceAnswer("tarn-cam"));
     EXPECT_EQ(digestCurl(devices.httpPort, "admin", gateway.portPassword()).status, 401);
     if (ipv6) {  // shown as its /64, and cleared by it
-        EXPECT_THAT(listed.out, testing::ContainsRegex("\n::/64 +port " + std::to_string(devices.httpPort) + " "));
+        EXPECT_THAT(listed.out, ContainsRegex("\n::/64 +port " + std::to_string(devices.httpPort) + " "));
         EXPECT_EQ(gateway.telmictl("lockout clear --requester ::/64").withOut(), "0 1 failure count cleared\n");
     }
     EXPECT_EQ(gateway.telmictl("lockout clear --all").withOut(), "0 1 failure count cleared\n");
@@ -104,12 +101,16 @@ TEST(ManagementApi, RefusesBadInputWithoutChangingAnythingAndRemovesDevicesWithT
         const char* method;
         std::string path, body, message;
     };
+    // A batch of users for TARN50001, and one of them by its name (JSON) and password.
+    const auto batch = [](const std::string& items) { return "{\"users\":[" + items + "]}"; };
+    const auto user = [](const std::string& name, const std::string& password = kUserPassword) {
+        return "{\"userName\":" + name + ",\"password\":\"" + password + "\",\"deviceID\":\"TARN50001\"}";
+    };
     std::string tooMany = "{\"deviceIDs\":[\"D\"";
     for (int i = 0; i < 1000; ++i) {
         tooMany += ",\"D\"";
     }
     const Case cases[] = {
-        {"PUT", "/api/telmi", "{\"enabled\":", "not valid JSON"},
         {"PUT", "/api/telmi", "[1]", "must be a JSON object"},
         {"PUT", "/api/telmi", "{\"enabled\":" + std::string(16, '[') + std::string(16, ']') + "}", "deeper than 16"},
         {"PUT", "/api/telmi", "{\"enabled\":\"0\"}", "\"enabled\" must be an integer"},
@@ -124,19 +125,9 @@ TEST(ManagementApi, RefusesBadInputWithoutChangingAnythingAndRemovesDevicesWithT
         {"POST", "/api/users", "{\"users\":[{\"userName\":\"a\\u0000b\"}]}", "contains a NUL character"},
         {"POST", "/api/ports", "{\"deviceIDs\":\"D\"}", "\"deviceIDs\" must be an array"},
         {"POST", "/api/ports", tooMany + "]}", "1 to 1000 items"},
-        {"POST", "/api/users",
-         "{\"users\":[{\"userName\":\"fine\",\"password\":\"Cam3ra!Pass\",\"deviceID\":\"TARN50001\"},"
-         "{\"userName\":7,\"password\":\"Cam3ra!Pass\",\"deviceID\":\"TARN50001\"}]}",
-         "\"userName\" must be a string"},
-        {"POST", "/api/users",
-         "{\"users\":[{\"userName\":\"" + std::string(33, 'n') +
-             "\",\"password\":\"Cam3ra!Pass\","
-             "\"deviceID\":\"TARN50001\"}]}",
-         "longer than 32"},
-        {"POST", "/api/users",
-         "{\"users\":[{\"userName\":\"fine\",\"password\":\"Cam3ra!Pass-too-long\","
-         "\"deviceID\":\"TARN50001\"}]}",
-         "longer than 16"},
+        {"POST", "/api/users", batch(user("\"fine\"") + "," + user("7")), "\"userName\" must be a string"},
+        {"POST", "/api/users", batch(user("\"" + std::string(33, 'n') + "\"")), "longer than 32"},
+        {"POST", "/api/users", batch(user("\"fine\"", "Cam3ra!Pass-too-long")), "longer than 16"},
         {"POST", "/api/users", "{\"users\":[]}", "1 to 1000 items"},
         {"PUT", "/api/users/" + userIndex, "{\"userName\":\"renamed\",\"password\":\"Cam3ra!Pass\"}",
          "\"deviceID\" is missing"},
@@ -164,16 +155,15 @@ TEST(ManagementApi, RefusesBadInputWithoutChangingAnythingAndRemovesDevicesWithT
 
     // Library and store codes as a status of their own outside batches (per item in batches: telmictl_test).
     EXPECT_THAT(gateway.api("POST", "/api/ports/" + std::string(36, 'f') + "/retry").withOut(),
-                AllOf(StartsWith("404 "), HasSubstr("\"code\":1040")));
+                StatusWith(404, "\"code\":1040"));
     EXPECT_EQ(gateway.api("GET", "/api/nowhere").status, 404);
     EXPECT_THAT(
         digestCurl(gateway.apiPort(), "admin", gateway.adminPassword(), "-D - -X DELETE", "/api/users").withOut(),
-        AllOf(StartsWith("405 "), HasSubstr("Allow: GET, POST\r\n")));
+        StatusWith(405, "Allow: GET, POST\r\n"));
 
     // Without admin credentials nothing passes.
     EXPECT_THAT(curl("-D - -X PUT --data '{\"enabled\":0}' '" + gateway.apiUrl("/api/telmi") + "'").withOut(),
-                AllOf(StartsWith("401 "), HasSubstr("WWW-Authenticate: Digest")));
-    EXPECT_EQ(digestCurl(gateway.apiPort(), "admin", "Wrong!Pass1", "", "/api/telmi").status, 401);
+                StatusWith(401, "WWW-Authenticate: Digest"));
     EXPECT_EQ(gateway.api("GET", "/api/telmi").json()["enabled"].asInt(), 1) << "nor did any refused switch";
 
     // A removed device takes its account and its binding along (its listeners: gateway_listeners_test).

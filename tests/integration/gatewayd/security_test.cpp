@@ -37,18 +37,13 @@ TEST(GatewaySecurity, ServicesRunAsTheServiceUserInAPrivateHomeShowNoPasswordAnd
     gateway.start();
     ASSERT_EQ(gateway.api("PUT", "/api/telmi", R"({"enabled":1})").status, 200);
     gateway.registerDevice(2, "CAM001", gateway.freePort(0));
-    const Outcome added = gateway.telmictl("user add alice=CAM001", kUserPassword + "\n");
-    EXPECT_EQ(added.status, 0) << added.out << added.err;
+    EXPECT_EQ(gateway.telmictl("user add alice=CAM001", kUserPassword + "\n").withErr(), "0 ");
     EXPECT_EQ(curl(localUrl(gateway.userPort(), "/TELMI/x")).status, 401) << "a challenge: the nonce key exists";
     watching = false;
     watch.join();
-    EXPECT_TRUE(std::any_of(seen.begin(), seen.end(), [](const std::string& line) {
-        return line.find("zqmediad --home") != std::string::npos;
-    })) << "the watch saw the gateway's programs";
+    EXPECT_THAT(seen, testing::Contains(HasSubstr("zqmediad --home"))) << "the watch saw the gateway's programs";
     for (const std::string& secret : {gateway.adminPassword(), gateway.portPassword(), kUserPassword}) {
-        for (const std::string& line : seen) {
-            EXPECT_THAT(line, Not(HasSubstr(secret))) << "a password on a command line";
-        }
+        EXPECT_THAT(seen, testing::Each(Not(HasSubstr(secret)))) << "a password on a command line";
         EXPECT_THAT(gateway.startOutput(), Not(HasSubstr(secret)));
         EXPECT_THAT(fileText(home + "/log/gateway.log"), Not(HasSubstr(secret)));
     }
@@ -61,7 +56,7 @@ TEST(GatewaySecurity, ServicesRunAsTheServiceUserInAPrivateHomeShowNoPasswordAnd
     std::istringstream processes(gatewayProcesses(gateway.home(), "ruid=,euid=,suid=,fsuid=,args="));
     int count = 0;
     for (std::string line; std::getline(processes, line); ++count) {
-        EXPECT_THAT(line, testing::ContainsRegex("^ *" + uid + " +" + uid + " +" + uid + " +" + uid + " "));
+        EXPECT_THAT(line, ContainsRegex("^ *" + uid + " +" + uid + " +" + uid + " +" + uid + " "));
     }
     EXPECT_GE(count, 4) << "the daemons, nginx's master and at least one worker";
     EXPECT_THAT(fileText(home + "/nginx/nginx.conf"), Not(HasSubstr("\nuser "))) << "no user line to switch to";

@@ -8,11 +8,6 @@ using namespace gwtest;
 
 namespace {
 
-std::string indexAfter(const std::string& text, const std::string& prefix) {
-    const size_t at = text.find(prefix);
-    return at == std::string::npos ? "" : text.substr(at + prefix.size(), 36);
-}
-
 TEST(Telmictl, ListsPrintTablesOrTheApisJsonAndBatchesReportEveryItem) {
     GatewayRun gateway;
     TwoDevices devices(gateway);
@@ -40,7 +35,7 @@ TEST(Telmictl, ListsPrintTablesOrTheApisJsonAndBatchesReportEveryItem) {
     EXPECT_THAT(portTable.out, HasSubstr("  yes             yes             "));
     // A key word with a space travels percent-encoded, and the Digest answer over it holds.
     EXPECT_THAT(gateway.telmictl("port list --keyword 'tarn50001 camera'").withOut(),
-                testing::AllOf(StartsWith("0 PORT INDEX"), HasSubstr(port["portIndex"].asString() + "  TARN50001  ")));
+                AllOf(StartsWith("0 PORT INDEX"), HasSubstr(port["portIndex"].asString() + "  TARN50001  ")));
 
     // --json prints exactly what the API answers, and nothing else.
     for (const auto& [command, route] :
@@ -58,13 +53,15 @@ TEST(Telmictl, ListsPrintTablesOrTheApisJsonAndBatchesReportEveryItem) {
     // The device list finds by key word and asks the device whether it answers.
     devices.tarn5.reset();
     EXPECT_THAT(gateway.telmictl("device list --keyword tarn").out,
-                testing::ContainsRegex("TARN0001 .* online\n.*TARN50001 .* offline\n2 devices\n"));
+                ContainsRegex("TARN0001 .* online\n.*TARN50001 .* offline\n2 devices\n"));
 
     Outcome run = gateway.telmictl("user add alice=CAM3 bob=NOPE", kUserPassword + "\n");
     EXPECT_EQ(run.withErr(), "1 telmictl: 1 of 2 failed\n");
     EXPECT_THAT(run.out, HasSubstr("\nbob: failed: no Tarn or Tarn5 device with that access ID and a TELMI address is "
                                    "attached (see device list) (code 7)\n"));
-    const std::string userIndex = indexAfter(run.out, "alice: added, user index ");
+    std::smatch added;
+    ASSERT_TRUE(std::regex_search(run.out, added, std::regex("alice: added, user index (\\S+)"))) << run.out;
+    const std::string userIndex = added[1];
     run = gateway.telmictl("user del " + userIndex + " 00000000-0000-0000-0000-000000000000");
     EXPECT_EQ(run.withOut(), "1 " + userIndex +
                                  ": deleted\n00000000-0000-0000-0000-000000000000: failed: the device "
@@ -77,7 +74,7 @@ TEST(Telmictl, ListsPrintTablesOrTheApisJsonAndBatchesReportEveryItem) {
     // A refused call: the service's sentence and code, exit status 1.
     run = gateway.telmictl("user mod not-an-index --name carol --device CAM3", kUserPassword + "\n");
     EXPECT_EQ(run.withOut(), "1 ");
-    EXPECT_THAT(run.err, testing::AllOf(StartsWith("telmictl: HTTP 400: "), EndsWith("(code 1)\n")));
+    EXPECT_THAT(run.err, AllOf(StartsWith("telmictl: HTTP 400: "), EndsWith("(code 1)\n")));
     run = runCommand(std::string(ZQ_TELMICTL_PATH) + " --gateway " + gateway.apiUrl("") + " device list", "wrong\n");
     EXPECT_EQ(run.withErr(), "4 telmictl: HTTP 401: the admin password was not accepted\n");
 }
@@ -88,8 +85,8 @@ TEST(Telmictl, QuickUsersRecordsByNameAndEachAdminPasswordChangedAlone) {
     EXPECT_THAT(gateway.telmictl("user quick-add", kUserPassword + "\n").withOut(),
                 StartsWith("0 device TARN50001: added user TARN50001, user index "));
     EXPECT_THAT(gateway.telmictl("user quick-add", kUserPassword + "\n").withErr(),
-                testing::AllOf(HasSubstr("1 telmictl: HTTP 404: no quick users were added: no eligible device: "),
-                               EndsWith("(code 274)\n")));
+                AllOf(HasSubstr("1 telmictl: HTTP 404: no quick users were added: no eligible device: "),
+                      EndsWith("(code 274)\n")));
     EXPECT_THAT(gateway.telmictl("port bind TARN0001").withOut(),
                 HasSubstr("1 TARN0001: failed: no Tarn5 device with that access ID and both a TELMI and an RTSP "
                           "address is attached: port binding takes Tarn5 devices only"));

@@ -1,7 +1,7 @@
 // The media daemon zqmediad as the gateway runs it: a separate process over a temporary home,
 // driven through the real libDriverMgr (also with no daemon and a stopped one), relaying RTSP
-// clients that are not ours (ffprobe, ffmpeg) to a simulated camera (zqdevsim). The library
-// drives it in the library's own tests.
+// clients that are not ours (ffmpeg) to a simulated camera (zqdevsim). The library drives it in
+// the library's own tests, where ffprobe plays a whole session through the relay.
 #include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -225,8 +225,6 @@ TEST_F(MediadTest, RelaysRtspAndBulkDataToTheDevices) {
         const std::string camera = registerDevice(4, "CAM-1", cameraAddress);
         const std::string silent = registerDevice(4, "CAM-2", "");
         ASSERT_EQ(putMediaPort({{camera, port, true}, {silent, unusablePort, true}}), kAllDone);
-
-        EXPECT_EQ(ffprobe(port), "pcm_mulaw,8000,25\n") << "a whole RTSP session, interleaved RTP included";
 
         const int unusable = connectTcp(unusablePort);
         EXPECT_EQ(readUntil(unusable, "\r\n"), "") << "a device without an RTSP address: the client is closed";

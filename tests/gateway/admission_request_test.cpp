@@ -30,7 +30,7 @@ State feedInPieces(AdmissionRequestReader& reader, const std::string& text, size
 
 }  // namespace
 
-TEST(AdmissionRequestReader, ReadsQuestionsSplitAnywhereAndOneAfterAnother) {
+TEST(AdmissionRequestReader, ReadsQuestionsSplitAnywhereOneAfterAnotherAndRefusesWhatNginxWouldNotAsk) {
     for (size_t step : {size_t {1}, size_t {7}, kQuestion.size() * 2}) {
         AdmissionRequestReader reader;
         const std::string twice = kQuestion + "GET / HTTP/1.1\r\nConnection: close\r\n\r\n";
@@ -50,9 +50,7 @@ TEST(AdmissionRequestReader, ReadsQuestionsSplitAnywhereAndOneAfterAnother) {
         EXPECT_EQ(reader.request().authorization, "");
         EXPECT_FALSE(reader.keepAlive());
     }
-}
 
-TEST(AdmissionRequestReader, RefusesWhatNginxWouldNotAsk) {
     const struct {
         std::string text;
         int status;

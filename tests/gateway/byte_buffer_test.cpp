@@ -1,4 +1,4 @@
-// The byte buffer between a socket and its reader: capacity, growth, and the socket's outcomes.
+// The byte buffer between a socket and its reader: its capacity, and the socket's outcomes.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 

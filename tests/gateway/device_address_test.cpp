@@ -16,7 +16,7 @@ std::string endpointOf(const std::string& address) {
                                                             : "refused";
 }
 
-TEST(DeviceAddressTest, AuthoritiesAreReadWithTheirDefaultPortAndBrackets) {
+TEST(DeviceAddressTest, AuthoritiesAreReadWithTheirDefaultPortAndNginxGetsNumericHttpOnes) {
     EXPECT_EQ(endpointOf("rtsp://user:pw@192.0.2.7:8554/live?x#y"), "192.0.2.7 8554");
     EXPECT_EQ(endpointOf("192.0.2.7"), "192.0.2.7 554");
     EXPECT_EQ(endpointOf("localhost:1"), "127.0.0.1 1");
@@ -29,9 +29,7 @@ TEST(DeviceAddressTest, AuthoritiesAreReadWithTheirDefaultPortAndBrackets) {
           "host:0x50", "host:000080", "[2001:db8::1", "[2001:db8::1]x", "[2001:db8::1]:", ":80"}) {
         EXPECT_EQ(endpointOf(refused), "refused") << refused;
     }
-}
 
-TEST(DeviceAddressTest, NginxGetsANumericHostAndPortOfHttpAddressesOnly) {
     EXPECT_EQ(ZQ_Gateway_TelmiHostPort("http://192.0.2.7"), "192.0.2.7:80");
     EXPECT_EQ(ZQ_Gateway_TelmiHostPort("http://192.0.2.7:0080/x"), "192.0.2.7:80");
     EXPECT_EQ(ZQ_Gateway_TelmiHostPort("http://[2001:db8::1]:81"), "[2001:db8::1]:81");

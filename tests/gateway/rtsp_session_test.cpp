@@ -46,16 +46,14 @@ TEST_F(RtspSessionTest, CompleteRequestsAreAnsweredInOrderAndAPartialOneWaits) {
     EXPECT_FALSE(close_);
 }
 
-TEST_F(RtspSessionTest, MalformedRequestsAreRefusedAndEndTheConnection) {
+TEST_F(RtspSessionTest, MalformedRequestsAreRefusedAndOversizedOnesUnansweredBothEndingTheConnection) {
     for (const char* malformed :
          {"OPTIONS\r\nCSeq: 1\r\n\r\n", "OPTIONS rtsp://d/ RTSP/1.0\r\nno colon\r\n\r\n",
           "OPTIONS rtsp://d/ RTSP/1.0\r\n: empty name\r\n\r\n", "OPTIONS rtsp://d/ RTSP/1.0\r\nAccept: x\r\n\r\n"}) {
         EXPECT_THAT(receive(malformed), StartsWith("RTSP/1.0 400 ")) << malformed;
         EXPECT_TRUE(close_) << malformed;
     }
-}
 
-TEST_F(RtspSessionTest, RequestsPastTheLimitEndTheConnectionUnanswered) {
     const std::string head = "OPTIONS rtsp://d/ RTSP/1.0\r\nCSeq: 1\r\nX: ";
     const std::string padding(RtspSession::kMaxRequest - head.size() - 4, 'p');
     EXPECT_THAT(receive(head + padding + "\r\n\r\n"), StartsWith("RTSP/1.0 200 ")) << "exactly at the limit";

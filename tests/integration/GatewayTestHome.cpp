@@ -50,6 +50,18 @@ int failuresSoFar() {
     return failures;
 }
 
+template <class Address>
+int connectTo(const Address& address, const sockaddr_in* source = nullptr) {
+    const int fd = ::socket(reinterpret_cast<const sockaddr&>(address).sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd >= 0 &&
+        ((source != nullptr && ::bind(fd, reinterpret_cast<const sockaddr*>(source), sizeof(*source)) != 0) ||
+         ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0)) {
+        ::close(fd);
+        return -1;
+    }
+    return fd;
+}
+
 }  // namespace
 
 int startChild(const TempHome& home, const std::function<void()>& body) {
@@ -138,16 +150,13 @@ std::string pythonDigestHeader(const std::string& user, const std::string& realm
     return runPython(kScript, {user, realm, password, method, uri, nonce, withQop ? "1" : "0"});
 }
 
-namespace {
-constexpr int kTestPortsFirst = 22000;
-constexpr int kTestPortsEnd = 27000;  // 27000-29999 belong to the end-to-end tour
-}  // namespace
-
 unsigned short testPortBlock(int count) {
     // Below the kernel's ephemeral range (32768 up), so no outgoing connection takes a port
     // between the check and the test's bind; clear of the gateway's default port ranges. Blocks
     // of 100 ports are claimed with a lock file held until the process ends, so tests running at
     // once, even from two build trees, never draw the same block.
+    constexpr int kTestPortsFirst = 22000;
+    constexpr int kTestPortsEnd = 27000;  // 27000-29999 belong to the end-to-end tour
     constexpr int kBlock = 100;
     constexpr int kBlocks = (kTestPortsEnd - kTestPortsFirst) / kBlock;
     const int startBlock = (::getpid() * 37) % kBlocks;
@@ -175,22 +184,6 @@ unsigned short testPortBlock(int count) {
 }
 
 bool listening(unsigned short port) { return CheckPort(port, 1) == -1; }
-
-namespace {
-
-template <class Address>
-int connectTo(const Address& address, const sockaddr_in* source = nullptr) {
-    const int fd = ::socket(reinterpret_cast<const sockaddr&>(address).sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd >= 0 &&
-        ((source != nullptr && ::bind(fd, reinterpret_cast<const sockaddr*>(source), sizeof(*source)) != 0) ||
-         ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0)) {
-        ::close(fd);
-        return -1;
-    }
-    return fd;
-}
-
-}  // namespace
 
 int connectTcp(unsigned short port, const char* source) {
     sockaddr_in local {AF_INET, 0, {}, {}};

@@ -1,7 +1,7 @@
 // The media daemon zqmediad as the gateway runs it: a separate process over a temporary home,
 // driven through the real libDriverMgr (also with no daemon and a stopped one), relaying RTSP
-// clients that are not ours (ffprobe, ffmpeg) to a simulated camera (zqdevsim). The library
-// drives it in the library's own tests.
+// clients that are not ours (ffmpeg) to a simulated camera (zqdevsim). The library drives it in
+// the library's own tests, where ffprobe plays a whole session through the relay.
 #include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -133,9 +133,48 @@ protected:
     std::unique_ptr<Program> daemon_;
 };
 
-TEST_F(MediadTest, CommandsOpenReportAndCloseListeners) {
-    const unsigned short first = testPortBlock(3);
-    const unsigned short portA = first, portB = first + 1, portC = first + 2;
+// Garbage first: what the daemon answers, and that it serves on afterwards.
+TEST_F(MediadTest, GarbageOnTheCommandSocketIsRefusedAndCommandsOpenReportAndCloseListeners) {
+    // What each command is answered with: a refusal's statusCode, PutMediaPort's per-call code, or
+    // the statusCode of a gateway request's rsp.
+    const std::vector<std::tuple<std::string, const char*, Json::Value>> exchanges = {
+        {"not json", "statusCode", 400},
+        {"", "statusCode", 400},
+        {std::string(5000, '[') + std::string(5000, ']'), "statusCode", 400},
+        {R"({"method":"PutMediaPort","moduleType":"10","params":{}})", "statusCode", 400},
+        {R"({"method":"PutMediaPort","moduleType":10,"params":{"devices":{}}})", "statusCode", 400},
+        {R"({"method":"PutMediaPort","moduleType":10,"params":{"devices":[)"
+         R"({"devIndex":5,"rtspPort":"554","rtspPortBind":1}]}})",
+         "code", "1"},
+        {R"({"method":"Reboot","moduleType":10,"params":{}})", "statusCode", 405},
+        {R"({"method":"GetMediaPortStatus","moduleType":10,"params":{"devindexCodeList":[1]}})", "statusCode", 400},
+        {R"({"method":"gatewayProtocol","moduleType":10,"params":{"method":"PUT","uri":5}})", "data", 400},
+        // Strings that are not UTF-8 would be answered as other strings (U+FFFD in their place).
+        {"{\"method\":\"GetMediaPortStatus\",\"moduleType\":10,\"params\":{\"devindexCodeList\":[\"dev\xff\"]}}",
+         "statusCode", 400},
+        {R"({"method":"GetMediaPortStatus","moduleType":10,"params":{"devindexCodeList":["\udc00"]}})", "statusCode",
+         400},
+    };
+    std::string frames;
+    for (const auto& exchange : exchanges) {
+        frames += ZQGateway::encodeMediaFrame(std::get<0>(exchange));
+    }
+    frames += std::string("\xff\xff\xff\xff{}", 6);  // a frame announced past the limit
+    const int client = connectCommandSocket(home_);
+    ASSERT_EQ(::send(client, frames.data(), frames.size(), MSG_NOSIGNAL), static_cast<ssize_t>(frames.size()));
+    for (const auto& [command, member, expected] : exchanges) {
+        const Json::Value answer = parseJson(readMediaFrame(client))[member];
+        EXPECT_EQ(answer.isObject() ? answer["rsp"]["statusCode"] : answer, expected) << command.substr(0, 80);
+    }
+    EXPECT_EQ(parseJson(readMediaFrame(client))["statusCode"], 413);
+    EXPECT_EQ(readUntil(client, ""), "") << "and the connection is closed";
+    ::close(client);
+
+    const int halfFrame = connectCommandSocket(home_);
+    ::send(halfFrame, "\x00\x00\x01\x00{\"meth", 10, MSG_NOSIGNAL);
+    ::close(halfFrame);
+
+    const unsigned short portA = testPortBlock(3), portB = portA + 1, portC = portA + 2;
     inChild(home_, [&] {
         const std::string a = registerDevice(4, "CAM-A", "127.0.0.1:9");
         auto other = std::make_unique<Listener>(portB);  // another program holds B's port
@@ -167,6 +206,14 @@ TEST_F(MediadTest, CommandsOpenReportAndCloseListeners) {
         EXPECT_FALSE(listening(portA));
         EXPECT_FALSE(listening(portB));
     });
+
+    ::kill(daemon_->pid(), SIGSTOP);
+    inChild(home_, [] {
+        std::string error;
+        EXPECT_NE(exchange(R"({"method":"PutMediaPort"})", 0, error), 0);
+        EXPECT_THAT(error, HasSubstr("time limit")) << "a daemon that holds a command unanswered";
+    });
+    ::kill(daemon_->pid(), SIGCONT);
 }
 
 TEST_F(MediadTest, RelaysRtspAndBulkDataToTheDevices) {
@@ -178,8 +225,6 @@ TEST_F(MediadTest, RelaysRtspAndBulkDataToTheDevices) {
         const std::string camera = registerDevice(4, "CAM-1", cameraAddress);
         const std::string silent = registerDevice(4, "CAM-2", "");
         ASSERT_EQ(putMediaPort({{camera, port, true}, {silent, unusablePort, true}}), kAllDone);
-
-        EXPECT_EQ(ffprobe(port), "pcm_mulaw,8000,25\n") << "a whole RTSP session, interleaved RTP included";
 
         const int unusable = connectTcp(unusablePort);
         EXPECT_EQ(readUntil(unusable, "\r\n"), "") << "a device without an RTSP address: the client is closed";
@@ -287,62 +332,6 @@ TEST_F(MediadTest, SilentAndIdleClientsAreClosedWhileAPlayerPlaysAndCapsKeepOneC
             ::close(fd);
         }
     });
-}
-
-TEST_F(MediadTest, GarbageOnTheCommandSocketIsRefusedAndServingGoesOn) {
-    // What each command is answered with: a refusal's statusCode, PutMediaPort's per-call code, or
-    // the statusCode of a gateway request's rsp.
-    const std::vector<std::tuple<std::string, const char*, Json::Value>> exchanges = {
-        {"not json", "statusCode", 400},
-        {"", "statusCode", 400},
-        {std::string(5000, '[') + std::string(5000, ']'), "statusCode", 400},
-        {R"({"method":"PutMediaPort","moduleType":"10","params":{}})", "statusCode", 400},
-        {R"({"method":"PutMediaPort","moduleType":10,"params":{"devices":{}}})", "statusCode", 400},
-        {R"({"method":"PutMediaPort","moduleType":10,"params":{"devices":[)"
-         R"({"devIndex":5,"rtspPort":"554","rtspPortBind":1}]}})",
-         "code", "1"},
-        {R"({"method":"Reboot","moduleType":10,"params":{}})", "statusCode", 405},
-        {R"({"method":"GetMediaPortStatus","moduleType":10,"params":{"devindexCodeList":[1]}})", "statusCode", 400},
-        {R"({"method":"gatewayProtocol","moduleType":10,"params":{"method":"PUT","uri":5}})", "data", 400},
-        // Strings that are not UTF-8 would be answered as other strings (U+FFFD in their place).
-        {"{\"method\":\"GetMediaPortStatus\",\"moduleType\":10,\"params\":{\"devindexCodeList\":[\"dev\xff\"]}}",
-         "statusCode", 400},
-        {R"({"method":"GetMediaPortStatus","moduleType":10,"params":{"devindexCodeList":["\udc00"]}})", "statusCode",
-         400},
-    };
-    const int client = connectCommandSocket(home_);
-    ASSERT_GE(client, 0);
-    std::string frames;
-    for (const auto& exchange : exchanges) {
-        frames += ZQGateway::encodeMediaFrame(std::get<0>(exchange));
-    }
-    ASSERT_EQ(::send(client, frames.data(), frames.size(), MSG_NOSIGNAL), static_cast<ssize_t>(frames.size()));
-    for (const auto& [command, member, expected] : exchanges) {
-        const Json::Value answer = parseJson(readMediaFrame(client))[member];
-        EXPECT_EQ(answer.isObject() ? answer["rsp"]["statusCode"] : answer, expected) << command.substr(0, 80);
-    }
-    ::close(client);
-
-    const int oversized = connectCommandSocket(home_);
-    ASSERT_GE(oversized, 0);
-    ::send(oversized, "\xff\xff\xff\xff{}", 6, MSG_NOSIGNAL);
-    EXPECT_EQ(parseJson(readMediaFrame(oversized))["statusCode"], 413);
-    EXPECT_EQ(readUntil(oversized, ""), "") << "and the connection is closed";
-    ::close(oversized);
-
-    const int halfFrame = connectCommandSocket(home_);
-    ::send(halfFrame, "\x00\x00\x01\x00{\"meth", 10, MSG_NOSIGNAL);
-    ::close(halfFrame);
-
-    inChild(home_, [] { EXPECT_EQ(portStatus({"dev01"}), parseJson(R"({"data":{"listenStatus":[]}})")); });
-
-    ::kill(daemon_->pid(), SIGSTOP);
-    inChild(home_, [] {
-        std::string error;
-        EXPECT_NE(exchange(R"({"method":"PutMediaPort"})", 0, error), 0);
-        EXPECT_THAT(error, HasSubstr("time limit")) << "a daemon that holds a command unanswered";
-    });
-    ::kill(daemon_->pid(), SIGCONT);
 }
 
 }  // namespace

@@ -180,7 +180,7 @@ TEST(PortTest, ProbingFindsIPv6OnlyListenersAndPickingSkipsListenedBoundAndReser
 }
 
 // A restart loads what was committed, deletions and lock-outs too (bindings as stored: the port
-// list of a restored home in gateway_operations_test; a port's state read back: demo_tour_test).
+// list of a restored home in gateway_operations_test; a port's state read back: telmictl_test).
 TEST(DeviceStoreTest, AccessIdsAreUniqueRecordsOutliveDeletionAndBoundedLockOutsOutliveARestart) {
     TempHome home;
     inChild(home, [] {

@@ -10,6 +10,7 @@
 #include "ZQDeviceMgr.h"
 #include "ZQGatewayHome.h"
 #include "ZQGatewayNginx.h"
+#include "base/PortProbe.h"
 
 namespace gatewayd {
 namespace {
@@ -78,6 +79,12 @@ std::string mediaWord(const ListenerViews& views, const StoredBinding& binding) 
     return "missing";
 }
 
+StoredBinding portOnly(int httpPort) {
+    StoredBinding binding;
+    binding.httpPort = httpPort;
+    return binding;
+}
+
 }  // namespace
 
 ListenerViews readListenerViews() {
@@ -88,6 +95,16 @@ ListenerViews readListenerViews() {
     std::vector<int> pids;
     ZQBase::CNginxOper::getInstance()->getPid(pids);
     const std::list<int> nginxPids(pids.begin(), pids.end());
+    if (views.nginxMaster != 0) {
+        ZQGateway::tagGatewaySettings settings;
+        ZQ_Gateway_GetSettings(settings);
+        for (int port : zqbase::portsListenedBy(nginxPids, settings.httpPortFirst, settings.httpPortLast)
+                            .value_or(std::set<uint16_t> {})) {
+            if (views.nginxConfigured.count(port) == 0) {
+                views.nginxUnlisted.insert(port);
+            }
+        }
+    }
 
     std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIPort>> ports;
     ZQ_DeviceMgr_GetAllTELMIPort(ports);
@@ -145,12 +162,20 @@ std::vector<Drift> findDrift(const ListenerViews& views) {
     }
     for (int port : views.nginxConfigured) {
         if (storedHttp.count(port) == 0) {
-            StoredBinding none;
-            none.httpPort = port;
             drift.push_back({Drift::nginxOrphan,
                              "nginx-orphan:" + std::to_string(port),
                              "nginx lists HTTP port " + std::to_string(port) + ", which no binding holds",
-                             none,
+                             portOnly(port),
+                             {}});
+        }
+    }
+    for (int port : views.nginxUnlisted) {
+        if (storedHttp.count(port) == 0) {
+            drift.push_back({Drift::nginxStale,
+                             "nginx-stale:" + std::to_string(port),
+                             "nginx still listens on HTTP port " + std::to_string(port) +
+                                 ", which neither its port list nor any binding holds",
+                             portOnly(port),
                              {}});
         }
     }
@@ -191,7 +216,7 @@ Json::Value listenerViewsJson(const ListenerViews& views, const std::vector<Drif
     Json::Value& problems = json["problems"] = Json::Value(Json::arrayValue);
     for (const Drift& d : drift) {
         problems.append(d.what);
-        if (d.kind == Drift::nginxOrphan) {
+        if (d.kind == Drift::nginxOrphan || d.kind == Drift::nginxStale) {
             nginxOrphans.append(d.binding.httpPort);
         } else if (d.kind == Drift::mediaOrphan) {
             Json::Value entry(Json::objectValue);

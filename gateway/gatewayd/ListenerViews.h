@@ -39,15 +39,18 @@ struct ListenerViews {
     std::set<int> nginxConfigured;
     std::set<int> nginxListening;
     std::set<int> heldByOther;  // configured or bound ports another program listens on
+    // Ports of the HTTP range nginx still listens on but no longer lists: an edit of its list
+    // that no reload followed (an unbind whose store step failed does not reload).
+    std::set<int> nginxUnlisted;
     std::vector<StoredBinding> store;
 };
 
 // One disagreement; key names it across passes ("nginx-missing:16010").
 struct Drift {
-    enum Kind { nginxMissing, nginxOrphan, nginxNotLoaded, mediaMissing, mediaOrphan } kind;
+    enum Kind { nginxMissing, nginxOrphan, nginxNotLoaded, nginxStale, mediaMissing, mediaOrphan } kind;
     std::string key;
     std::string what;        // for the log and for people
-    StoredBinding binding;   // the binding concerned (missing, not loaded)
+    StoredBinding binding;   // the binding concerned (missing, not loaded; only its port when orphan or stale)
     MediaListener listener;  // the listener concerned (media orphan)
 };
 

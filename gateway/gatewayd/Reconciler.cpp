@@ -84,7 +84,8 @@ void Reconciler::repair(const std::vector<Drift>& drift) {
         switch (d.kind) {
             case Drift::nginxMissing: reload |= nginx->ModifyConfig(ZQBase::addListenPort, &port, nullptr) != 0; break;
             case Drift::nginxOrphan: reload |= nginx->ModifyConfig(ZQBase::delListenPort, &port, nullptr) != 0; break;
-            case Drift::nginxNotLoaded: reload = true; break;
+            case Drift::nginxNotLoaded:
+            case Drift::nginxStale: reload = true; break;
             case Drift::mediaMissing: opens.append(mediaEntry(d.binding.deviceIndex, d.binding.rtspPort, true)); break;
             case Drift::mediaOrphan:
                 closes.append(mediaEntry(d.listener.deviceIndex, d.listener.rtspPort, false));

@@ -291,6 +291,18 @@ int NginxOper::Reboot() {
         tvlog_format(gwlog::kWarning, "ZQBase", "nginx runs but not every TELMI port listens; see %s",
                      p.errorLog.c_str());
     }
+    // Old workers keep the listeners of ports dropped from the list until they have seen the
+    // reload: the port is free for others only once they have let go.
+    ZQGateway::tagGatewaySettings settings;
+    ZQ_Gateway_GetSettings(settings);
+    waitFor(kStartWaitMs, [this, &ports, &settings] {
+        std::vector<int> pids;
+        getPid(pids);
+        const auto listened =
+            portsListenedBy({pids.begin(), pids.end()}, settings.httpPortFirst, settings.httpPortLast);
+        return listened &&
+               std::all_of(listened->begin(), listened->end(), [&ports](int port) { return ports.count(port) != 0; });
+    });
     return 1;
 }
 

@@ -60,10 +60,10 @@ bool readAnswers(int fd, bool dump, Take take) {
     }
 }
 
-// Every TCP listener on the port, IPv4 and IPv6, in one dump. The older request form is used
-// because it covers both families in a single walk of the kernel's listener table, which is
-// what a dump costs; the kernel skips listeners on other ports itself.
-bool dumpListeners(int fd, uint16_t port, std::vector<TcpListener>& found) {
+// Every TCP listener on the ports from first to last, IPv4 and IPv6, in one dump. The older
+// request form is used because it covers both families in a single walk of the kernel's listener
+// table, which is what a dump costs; for a single port the kernel skips the others itself.
+bool dumpListeners(int fd, uint16_t first, uint16_t last, std::vector<TcpListener>& found) {
     struct {
         nlmsghdr header;
         inet_diag_req request;
@@ -73,17 +73,17 @@ bool dumpListeners(int fd, uint16_t port, std::vector<TcpListener>& found) {
     message.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
     message.request.idiag_family = AF_UNSPEC;
     message.request.idiag_states = 1u << kListenState;
-    message.request.id.idiag_sport = htons(port);
+    message.request.id.idiag_sport = first == last ? htons(first) : 0;
     return ask(fd, &message, sizeof(message)) && readAnswers(fd, true, [&](const inet_diag_msg& diag) {
-               if (ntohs(diag.id.idiag_sport) != port ||
-                   (diag.idiag_family != AF_INET && diag.idiag_family != AF_INET6)) {
+               const uint16_t port = ntohs(diag.id.idiag_sport);
+               if (port < first || port > last || (diag.idiag_family != AF_INET && diag.idiag_family != AF_INET6)) {
                    return;
                }
                char text[INET6_ADDRSTRLEN] = {};
                ::inet_ntop(diag.idiag_family, diag.id.idiag_src, text, sizeof(text));
                static const uint32_t kAny[4] = {0, 0, 0, 0};
                const size_t width = diag.idiag_family == AF_INET ? 4 : 16;
-               found.push_back({text, std::memcmp(diag.id.idiag_src, kAny, width) == 0, diag.idiag_inode});
+               found.push_back({port, text, std::memcmp(diag.id.idiag_src, kAny, width) == 0, diag.idiag_inode});
            });
 }
 
@@ -182,16 +182,32 @@ std::unordered_set<uint64_t> socketInodes(int pid) {
     return inodes;
 }
 
-}  // namespace
-
-std::optional<std::vector<TcpListener>> tcpListeners(uint16_t port) {
+std::optional<std::vector<TcpListener>> listenersOn(uint16_t first, uint16_t last) {
     const int fd = diagSocket.get();
     std::vector<TcpListener> found;
-    if (fd < 0 || !dumpListeners(fd, port, found)) {
+    if (fd < 0 || !dumpListeners(fd, first, last, found)) {
         diagSocket.drop();
         return std::nullopt;
     }
     return found;
+}
+
+}  // namespace
+
+std::optional<std::vector<TcpListener>> tcpListeners(uint16_t port) { return listenersOn(port, port); }
+
+std::optional<std::set<uint16_t>> portsListenedBy(const std::list<int>& pids, uint16_t first, uint16_t last) {
+    const auto listeners = listenersOn(first, last);
+    if (!listeners) {
+        return std::nullopt;
+    }
+    std::set<uint16_t> ports;
+    for (const TcpListener& listener : *listeners) {
+        if (heldByAny(pids, listener.inode)) {
+            ports.insert(listener.port);
+        }
+    }
+    return ports;
 }
 
 std::optional<bool> tcpListening(uint16_t port) {
@@ -201,7 +217,7 @@ std::optional<bool> tcpListening(uint16_t port) {
     std::optional<bool> listening = fd < 0 ? std::nullopt : loopbackListener(fd, port);
     if (listening && !*listening) {
         std::vector<TcpListener> found;
-        listening = dumpListeners(fd, port, found) ? std::optional<bool>(!found.empty()) : std::nullopt;
+        listening = dumpListeners(fd, port, port, found) ? std::optional<bool>(!found.empty()) : std::nullopt;
     }
     if (!listening) {
         diagSocket.drop();

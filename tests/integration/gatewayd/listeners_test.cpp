@@ -54,13 +54,17 @@ TEST(Listeners, FollowTheStoredBindingsThroughVanishingDevicesAndRestartsAndDoct
     ASSERT_TRUE(inChild(gateway.home(),
                         [] { changeSettings([](ZQGateway::tagGatewaySettings& s) { s.listenerCheckSec = 0; }); }));
     const unsigned short orphanHttp = static_cast<unsigned short>(gateway.firstHttpPort() + 9);
+    const unsigned short staleHttp = static_cast<unsigned short>(gateway.firstHttpPort() + 8);
     const unsigned short orphanRtsp = static_cast<unsigned short>(gateway.firstHttpPort() + 19);
     const std::string tarnIndex = gateway.api("GET", "/api/users").json()["users"][0]["deviceIndex"].asString();
     ASSERT_TRUE(inChild(gateway.home(), [&] {
-        int port = orphanHttp;
+        int port = orphanHttp, stale = staleHttp;
         ZQBase::CNginxOper* nginx = ZQBase::CNginxOper::getInstance();
         ASSERT_NE(nginx->ModifyConfig(ZQBase::addListenPort, &port, nullptr), 0);
+        ASSERT_NE(nginx->ModifyConfig(ZQBase::addListenPort, &stale, nullptr), 0);
         ASSERT_NE(nginx->Reboot(), 0);
+        // Dropped from the list without a reload, as an unbind whose store step failed leaves it.
+        ASSERT_NE(nginx->ModifyConfig(ZQBase::delListenPort, &stale, nullptr), 0);
         const std::string open = R"({"method":"PutMediaPort","moduleType":10,"params":{"devices":[{"devIndex":")" +
                                  tarnIndex + R"(","rtspPortBind":true,"rtspPort":)" + std::to_string(orphanRtsp) +
                                  "}]}}";
@@ -71,20 +75,21 @@ TEST(Listeners, FollowTheStoredBindingsThroughVanishingDevicesAndRestartsAndDoct
             0);
         DriverCif_FreeBuffer(answer);
     }));
-    ASSERT_TRUE(listening(orphanHttp) && listening(orphanRtsp));
+    ASSERT_TRUE(listening(orphanHttp) && listening(staleHttp) && listening(orphanRtsp));
 
     const Outcome found = gateway.telmictl("--json doctor");
     EXPECT_EQ(found.status, 1) << found.err;
     const Json::Value views = found.json();
     EXPECT_FALSE(views["inStep"].asBool());
     EXPECT_EQ(views["orphans"]["nginx"][0].asInt(), orphanHttp);
+    EXPECT_EQ(views["orphans"]["nginx"][1].asInt(), staleHttp) << "listened on, though no longer listed";
     EXPECT_EQ(views["orphans"]["media"][0]["rtspPort"].asInt(), orphanRtsp);
     EXPECT_EQ(views["bindings"][0]["nginx"].asString(), "listening");
     EXPECT_EQ(views["bindings"][0]["media"].asString(), "listening");
 
     EXPECT_THAT(gateway.telmictl("--json doctor --repair").withOut(), StatusWith(0, "which no binding holds"));
     // nginx's old workers let go of the port once they have seen the reload.
-    EXPECT_TRUE(eventually([&] { return !listening(orphanHttp) && !listening(orphanRtsp); }));
+    EXPECT_TRUE(eventually([&] { return !listening(orphanHttp) && !listening(staleHttp) && !listening(orphanRtsp); }));
     EXPECT_TRUE(listenersInStep(gateway));
     EXPECT_EQ(gateway.telmictl("--json doctor").status, 0);
 }

@@ -10,7 +10,6 @@
 #include "ZQDeviceMgr.h"
 #include "ZQGatewayHome.h"
 #include "ZQGatewayNginx.h"
-#include "base/PortProbe.h"
 
 namespace gatewayd {
 namespace {
@@ -92,19 +91,10 @@ ListenerViews readListenerViews() {
     views.mediaAnswered = readMediaListeners(views.media);
     views.nginxMaster = ZQ_Gateway_NginxMasterPid();
     views.nginxConfigured = ZQ_Gateway_NginxConfiguredPorts();
+    views.nginxUnlisted = ZQ_Gateway_NginxUnlistedPorts();
     std::vector<int> pids;
     ZQBase::CNginxOper::getInstance()->getPid(pids);
     const std::list<int> nginxPids(pids.begin(), pids.end());
-    if (views.nginxMaster != 0) {
-        ZQGateway::tagGatewaySettings settings;
-        ZQ_Gateway_GetSettings(settings);
-        for (int port : zqbase::portsListenedBy(nginxPids, settings.httpPortFirst, settings.httpPortLast)
-                            .value_or(std::set<uint16_t> {})) {
-            if (views.nginxConfigured.count(port) == 0) {
-                views.nginxUnlisted.insert(port);
-            }
-        }
-    }
 
     std::vector<std::shared_ptr<ZQDeviceMgr::CTELMIPort>> ports;
     ZQ_DeviceMgr_GetAllTELMIPort(ports);

@@ -28,6 +28,9 @@ std::string ZQ_Gateway_TelmiHostPort(const std::string& telmiAddress);
 
 // The TELMI ports nginx's configuration lists: what nginx listens on once it has (re)loaded it.
 std::set<int> ZQ_Gateway_NginxConfiguredPorts();
+// The device HTTP ports this home's nginx still listens on though its list no longer holds them:
+// old workers until they have seen a reload, or a list edited without one.
+std::set<int> ZQ_Gateway_NginxUnlistedPorts();
 // The pid of this home's running nginx master; 0 when it does not run.
 int ZQ_Gateway_NginxMasterPid();
 // Empties nginx's TELMI port list, so that the library's start rebuilds it from the stored

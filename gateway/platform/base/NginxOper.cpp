@@ -293,16 +293,7 @@ int NginxOper::Reboot() {
     }
     // Old workers keep the listeners of ports dropped from the list until they have seen the
     // reload: the port is free for others only once they have let go.
-    ZQGateway::tagGatewaySettings settings;
-    ZQ_Gateway_GetSettings(settings);
-    waitFor(kStartWaitMs, [this, &ports, &settings] {
-        std::vector<int> pids;
-        getPid(pids);
-        const auto listened =
-            portsListenedBy({pids.begin(), pids.end()}, settings.httpPortFirst, settings.httpPortLast);
-        return listened &&
-               std::all_of(listened->begin(), listened->end(), [&ports](int port) { return ports.count(port) != 0; });
-    });
+    waitFor(kStartWaitMs, [this] { return unlistedPorts().empty(); });
     return 1;
 }
 
@@ -385,6 +376,25 @@ int NginxOper::getPid(std::vector<int>& pids) {
 
 std::set<int> NginxOper::configuredPorts() { return readPorts(paths()); }
 
+std::set<int> NginxOper::unlistedPorts() {
+    ZQGateway::tagGatewaySettings settings;
+    ZQ_Gateway_GetSettings(settings);
+    std::vector<int> pids;
+    getPid(pids);
+    std::set<int> unlisted;
+    if (pids.empty()) {
+        return unlisted;
+    }
+    const std::set<int> listed = configuredPorts();
+    for (int port : portsListenedBy({pids.begin(), pids.end()}, settings.httpPortFirst, settings.httpPortLast)
+                        .value_or(std::set<uint16_t> {})) {
+        if (listed.count(port) == 0) {
+            unlisted.insert(port);
+        }
+    }
+    return unlisted;
+}
+
 int NginxOper::masterPid() { return runningMaster(paths()); }
 
 bool NginxOper::clearPorts() {
@@ -408,6 +418,8 @@ zqbase::NginxOper& nginx() { return *static_cast<zqbase::NginxOper*>(ZQBase::CNg
 }  // namespace
 
 std::set<int> ZQ_Gateway_NginxConfiguredPorts() { return nginx().configuredPorts(); }
+
+std::set<int> ZQ_Gateway_NginxUnlistedPorts() { return nginx().unlistedPorts(); }
 
 int ZQ_Gateway_NginxMasterPid() { return nginx().masterPid(); }
 

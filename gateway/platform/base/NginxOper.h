@@ -26,6 +26,7 @@ public:
 
     // For the gateway's own programs (ZQGatewayNginx.h).
     std::set<int> configuredPorts();
+    std::set<int> unlistedPorts();
     int masterPid();
     bool clearPorts();
     std::vector<std::string> takenPorts();
